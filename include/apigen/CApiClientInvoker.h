@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <apigen/CProcess.h>
+#include <apigen/Export.h>
+#include <apigen/Handle.h>
+#include <apigen/StreamedXmlInvokerImpl.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace apigen APIGEN_API {
+
+/// The connection to a tool process that serves calls over its standard streams. Owns the process: it is
+/// ended, and reaped, with the invoker.
+class CApiClientInvoker final : public StreamedXmlInvokerImpl {
+public:
+    /// Starts the tool and waits for its greeting.
+    /// \param program   a name looked up in `PATH`, or a path
+    /// \param generator may be empty
+    /// \param timeout   bound of the greeting and of each call; 0 means none
+    /// \param logger    may be empty
+    /// \throws ProcessLaunchError, or another ApiInternalError, or the failure that the tool greets with.
+    static std::shared_ptr<CApiClientInvoker> CreateByProcess(
+        const std::string& program, const std::vector<std::string>& arguments,
+        std::shared_ptr<IApiExceptionGenerator> generator, std::chrono::seconds timeout,
+        std::shared_ptr<ILogger> logger);
+    ~CApiClientInvoker() override;
+
+    /// The handle of the service's root object, as the greeting named it.
+    Handle GetRootHandle() const noexcept { return m_rootHandle; }
+
+private:
+    CApiClientInvoker(std::unique_ptr<CProcess> process, std::shared_ptr<IApiExceptionGenerator> generator,
+                      std::chrono::seconds timeout, std::shared_ptr<ILogger> logger);
+    void OnStreamLost() noexcept override;
+
+    std::unique_ptr<CProcess> m_process;
+    Handle m_rootHandle;
+};
+
+}  // namespace APIGEN_API

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <apigen/CAtomicEvent.h>
+#include <apigen/Export.h>
+#include <apigen/IIoDev.h>
+
+#include <memory>
+#include <string>
+
+namespace apigen APIGEN_API {
+
+/// A device on a connected socket whose waiting ends early once one of its events is set.
+/// An operation begun after that fails at once too, even when data waits.
+class CInterruptibleIoDev final : public IIoDev {
+public:
+    /// Takes ownership of `fd`, a connected stream socket.
+    explicit CInterruptibleIoDev(int fd);
+    CInterruptibleIoDev(const CInterruptibleIoDev&) = delete;
+    CInterruptibleIoDev& operator=(const CInterruptibleIoDev&) = delete;
+    ~CInterruptibleIoDev() override;
+
+    /// Registers an event; to be called before the device is used by another thread.
+    void AddEvent(std::shared_ptr<io::event::IEvent> event);
+
+    std::string ReadRawText(unsigned long maxBytes, bool& flag) override;
+    std::string ReadString() override;
+    void WriteString(const std::string& text) override;
+    void SetDeadline(Clock::time_point deadline) override;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace APIGEN_API

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <apigen/Export.h>
+#include <apigen/IIoDev.h>
+#include <apigen/ILogger.h>
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace apigen APIGEN_API {
+
+/// How a child process ended. True when it exited with 0.
+class CProcessExitCode {
+public:
+    /// \param waitStatus  the status as `waitpid` reports it
+    /// \param description what ran and what it said on standard error, for the message
+    CProcessExitCode(int waitStatus, std::string description);
+
+    explicit operator bool() const noexcept;
+
+    /// \throws ProcessFailedError that says what ran, how it ended and its last words. Always throws.
+    [[noreturn]] void GenerateException() const;
+
+private:
+    int m_waitStatus;
+    std::string m_description;
+};
+
+/// A child process whose standard streams belong to this object.
+///
+/// Nothing leaks into the child: signal mask and dispositions are reset, and of the caller's descriptors
+/// it gets its three standard streams only. The streams of the child are sockets (standard input and
+/// output) and a pipe (standard error), whose last lines are kept for error messages.
+class CProcess {
+public:
+    /// Starts `program`, looked up in `PATH` unless its name holds a `/`.
+    /// \param environment variables added to the caller's environment
+    /// \param logger      may be empty
+    /// \throws ProcessLaunchError when it can't be started.
+    CProcess(const std::string& program, const std::vector<std::string>& arguments,
+             std::unordered_map<std::string, std::string> environment, std::shared_ptr<ILogger> logger);
+    CProcess(const CProcess&) = delete;
+    CProcess& operator=(const CProcess&) = delete;
+
+    /// Ends and reaps the child: closes its input, gives it 2 s to exit, sends SIGTERM, and SIGKILL 1 s
+    /// later.
+    ~CProcess();
+
+    /// The device on the child's standard input and output; valid as long as somebody holds it.
+    std::shared_ptr<IIoDev> GetIoDev() const;
+
+    /// Closes the child's streams and waits for its end.
+    /// \throws TimeoutError when the child is still running at the device's deadline.
+    CProcessExitCode GetExitCode();
+
+    /// Gives the child up without waiting: closes its streams and sends SIGTERM. The destructor, or a later
+    /// call, finishes the work.
+    void Abandon() noexcept;
+
+    /// The process id; meaningful until the child is reaped.
+    int Pid() const noexcept;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace APIGEN_API

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <apigen/Export.h>
+
+#include <chrono>
+#include <string>
+
+namespace apigen APIGEN_API {
+
+/// A byte stream to another process, with the framing of messages on it: a 4-byte little-endian length,
+/// then that many bytes.
+///
+/// One thread at a time. Waiting is bounded by the device's deadline.
+class IIoDev {
+public:
+    /// The largest message in bytes, either way.
+    static constexpr unsigned long MaxMessageBytes = 256UL * 1024 * 1024;
+
+    using Clock = std::chrono::steady_clock;
+
+    virtual ~IIoDev() = default;
+
+    /// Reads up to `maxBytes` bytes of unframed output, until it ends.
+    /// \param flag set to true when the output ended, to false when the limit cut it.
+    virtual std::string ReadRawText(unsigned long maxBytes, bool& flag) = 0;
+
+    /// Reads one message.
+    /// \throws PeerGoneError, BrokenMessageError, TimeoutError or InterruptedError.
+    virtual std::string ReadString() = 0;
+
+    /// Sends one message.
+    /// \throws PeerGoneError, TimeoutError; ApiInternalError for a message over the limit, of which
+    /// nothing is sent.
+    virtual void WriteString(const std::string& text) = 0;
+
+    /// Bounds every later operation; `Clock::time_point::max()`, the initial value, means no bound.
+    virtual void SetDeadline(Clock::time_point deadline) = 0;
+};
+
+}  // namespace APIGEN_API

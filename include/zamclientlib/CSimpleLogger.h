@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <apigen/Export.h>
+#include <apigen/ILogger.h>
+
+#include <memory>
+#include <string>
+
+namespace zamclientlib APIGEN_API {
+
+/// Writes a log file of its own: "[" local time "]", four blanks, the message.
+///
+/// An existing file is never overwritten: the new one is numbered `_1`, `_2`, ... before its extension.
+/// Each line is on disk when the call returns. In a directory that is missing or not writable the logger
+/// drops every line silently. Safe to use from several threads; lines of two threads never mix.
+class CSimpleLogger final : public apigen::ILogger {
+public:
+    /// \param directory with or without a trailing "/"; not empty; never created
+    CSimpleLogger(const std::string& directory, const std::string& fileName);
+    CSimpleLogger(const CSimpleLogger&) = delete;
+    CSimpleLogger& operator=(const CSimpleLogger&) = delete;
+    ~CSimpleLogger() override;
+
+    void Info(const std::string& message) override;
+
+    /// Writes two lines that stay together: "ERROR: " with the message, and the exception's text.
+    void Error(const std::string& message, std::exception& error) override;
+
+    /// The path that a logger for `fileName` in `directory` would write.
+    static std::string MakeFileName(const std::string& directory, const std::string& fileName);
+
+    /// The first path of the sequence `base.ext`, `base_1.ext`, ... from `number` on that can't be opened.
+    /// \param directory ends in "/"
+    /// \param extension with its dot, or empty
+    static std::string GetFirstNonexistentFileName(const std::string& directory, const std::string& baseName,
+                                                   const std::string& extension, int number);
+
+    /// "05.11.21 14:03:09.42": the milliseconds stand unpadded.
+    static std::string GetLocalTime();
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace APIGEN_API

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// The interfaces of the installer tool. `GetTarvoInstaller` connects to one.
+///
+/// Every method is a remote call. It throws the exception that the service reported (Exceptions.h), or
+/// `apigen::ApiInternalError` when the transport failed; a failed call leaves the object usable, but for a
+/// connection that is gone for good. Objects may be used from several threads; their calls take turns.
+#pragma once
+
+#include <apigen/Export.h>
+#include <apigen/Optional.h>
+#include <zamclientlib/CommonRecords.h>
+#include <zamclientlib/Enums.h>
+#include <zamclientlib/InstallerRecords.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace zamclientlib APIGEN_API {
+
+/// The package system of the host.
+class IPackageManager {
+public:
+    /// The package, or empty when it is not installed.
+    virtual apigen::Optional<SPackageInfo> FindInstalledPackage(std::string packageName) const = 0;
+
+    /// Installs packages from local files. (The name's spelling is part of the wire.)
+    /// \throws CPackageManagerIsLocked when another program holds the package system.
+    virtual void InstalLocalPackages(std::vector<std::string> pkgPaths) const = 0;
+
+    /// Updates installed packages from local files.
+    /// \throws CPackageManagerIsLocked when another program holds the package system.
+    virtual void UpdateLocalPackages(std::vector<std::string> pkgPaths) const = 0;
+
+    /// Removes packages by name.
+    /// \throws CPackageManagerIsLocked when another program holds the package system.
+    virtual void RemovePackages(std::vector<std::string> pkgNames) const = 0;
+
+    /// The name of the package in a package file.
+    virtual std::string GetPackageNameFromFile(std::string pkgPath) const = 0;
+
+    virtual ~IPackageManager() = default;
+};
+
+/// A service of the host's service manager.
+class IService {
+public:
+    virtual std::string GetName() const = 0;
+    virtual EServiceStatus GetServiceStatus() const = 0;
+
+    /// Starts the service and returns once it runs.
+    virtual void Start() = 0;
+
+    /// Stops the service and returns once it has ended.
+    virtual void Stop() = 0;
+
+    virtual ~IService() = default;
+};
+
+/// The agent product on the host. A package index is a local XML file that lists what can be installed.
+class IZAMDeployer {
+public:
+    /// Version of the installed agent; all zeros when none is installed.
+    virtual SVersion GetAgentVersion() const = 0;
+
+    /// Version of the installed driver; all zeros when none is installed.
+    virtual SVersion GetDriverVersion() const = 0;
+
+    virtual bool IsSystemSupportedByProduct(std::string packageIndexXmlPath) const = 0;
+    virtual SInstallationInfo GetInstallationInfo(std::string packageIndexXmlPath) const = 0;
+    virtual bool IsProductInstalled() const = 0;
+
+    /// Removes the product's packages.
+    virtual void Uninstall() = 0;
+
+    virtual ~IZAMDeployer() = default;
+};
+
+/// Root of the installer's objects.
+class ITarvoInstaller {
+public:
+    virtual SSystemInformation GetSystemInformation() const = 0;
+
+    /// Whether the tool can manage this host.
+    virtual bool IsSystemSupported() const = 0;
+
+    virtual SVersion GetToolVersion() const = 0;
+    virtual std::shared_ptr<IPackageManager> GetPackageManager() = 0;
+
+    /// The service called `serviceName`, or an empty pointer when the host has none.
+    virtual std::shared_ptr<IService> FindService(std::string serviceName) = 0;
+
+    /// The agent's own service, or an empty pointer when the host has none.
+    virtual std::shared_ptr<IService> GetZAMService() = 0;
+
+    virtual std::shared_ptr<IZAMDeployer> GetZAMDeployer() = 0;
+
+    virtual ~ITarvoInstaller() = default;
+};
+
+}  // namespace APIGEN_API
