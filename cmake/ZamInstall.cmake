@@ -1,1 +1,46 @@
 # SPDX-License-Identifier: Apache-2.0
+# What `cmake --install` puts where. Component `runtime`: what programs need to run; component `development`:
+# what building against the libraries needs on top.
+include(CMakePackageConfigHelpers)
+
+set(libraries CommonLib ApiGenLib ZamClientLib ZamServiceLib)
+set(programs tarvoinstaller)
+foreach(kind libraries programs)
+    foreach(target IN LISTS ${kind})
+        if(NOT TARGET ${target})
+            list(REMOVE_ITEM ${kind} ${target})
+        endif()
+    endforeach()
+endforeach()
+set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/zamclientlib")
+
+# Relative run paths: an installed tree works from wherever it stands. A distribution's package, whose
+# libraries stand on the system's path, configures with -DCMAKE_SKIP_INSTALL_RPATH=ON.
+file(RELATIVE_PATH bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+set_target_properties(${libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
+if(programs)
+set_target_properties(${programs} PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
+endif()
+
+install(TARGETS ${libraries} EXPORT zamclientlibTargets
+        LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
+if(programs)
+install(TARGETS ${programs} RUNTIME COMPONENT runtime)
+endif()
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/" TYPE INCLUDE COMPONENT development
+        FILES_MATCHING PATTERN "*.h")
+
+install(EXPORT zamclientlibTargets NAMESPACE zamclientlib:: DESTINATION "${package_dir}"
+        COMPONENT development)
+configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/zamclientlibConfig.cmake.in"
+    "${PROJECT_BINARY_DIR}/zamclientlibConfig.cmake" INSTALL_DESTINATION "${package_dir}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/zamclientlibConfigVersion.cmake"
+    COMPATIBILITY SameMajorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/zamclientlibConfig.cmake"
+              "${PROJECT_BINARY_DIR}/zamclientlibConfigVersion.cmake"
+        DESTINATION "${package_dir}" COMPONENT development)
+
+file(RELATIVE_PATH pkgconfig_to_prefix "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+configure_file("${PROJECT_SOURCE_DIR}/cmake/zamclientlib.pc.in" "${PROJECT_BINARY_DIR}/zamclientlib.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/zamclientlib.pc"
+        DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
