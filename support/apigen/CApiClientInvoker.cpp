@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/apigen/Envelope.h"
+
+#include <apigen/ApiException.h>
+#include <apigen/CApiClientInvoker.h>
+
+#include <utility>
+
+namespace apigen {
+
+CApiClientInvoker::CApiClientInvoker(std::unique_ptr<CProcess> process,
+                                     std::shared_ptr<IApiExceptionGenerator> generator,
+                                     std::chrono::seconds timeout, std::shared_ptr<ILogger> logger)
+    : StreamedXmlInvokerImpl(process->GetIoDev(), std::move(generator), timeout, std::move(logger)),
+      m_process(std::move(process)) {}
+
+CApiClientInvoker::~CApiClientInvoker() = default;
+
+std::shared_ptr<CApiClientInvoker> CApiClientInvoker::CreateByProcess(
+    const std::string& program, const std::vector<std::string>& arguments,
+    std::shared_ptr<IApiExceptionGenerator> generator, std::chrono::seconds timeout,
+    std::shared_ptr<ILogger> logger) {
+    auto process = std::make_unique<CProcess>(program, arguments,
+                                              std::unordered_map<std::string, std::string>{}, logger);
+    const std::shared_ptr<CApiClientInvoker> invoker(
+        new CApiClientInvoker(std::move(process), std::move(generator), timeout, std::move(logger)));
+
+    const auto greeting = invoker->Receive();
+    envelope::ThrowIfFailed(*greeting, *invoker, "Connecting to ", "\"" + program + "\"");
+    if (greeting->HasString(envelope::HandleKey)) invoker->m_rootHandle = HandleUtils::FromData(greeting);
+    if (!invoker->m_rootHandle) {
+        throw BrokenMessageError("\"" + program +
+                                 "\" greeted without a root object: is it a tool that serves calls?");
+    }
+    return invoker;
+}
+
+void CApiClientInvoker::OnStreamLost() noexcept {
+    m_process->Abandon();
+}
+
+}  // namespace apigen

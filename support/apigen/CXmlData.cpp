@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/apigen/Document.h"
+#include "support/apigen/XmlText.h"
+
+#include <apigen/ApiException.h>
+#include <apigen/CXmlData.h>
+
+#include <utility>
+
+namespace apigen {
+namespace {
+
+std::shared_ptr<IData> Share(const std::shared_ptr<CDocument>& document, NodeId node) {
+    return std::make_shared<CXmlData>(document, node);
+}
+
+NodeId Require(const CDocument& document, NodeId parent, const std::string& key) {
+    const NodeId found = document.Find(parent, key);
+    if (found == CDocument::None) document.ThrowMissing(parent, key);
+    return found;
+}
+
+}  // namespace
+
+CXmlData::CXmlData(std::shared_ptr<CDocument> document, std::uint32_t node) noexcept
+    : m_document(std::move(document)), m_node(node) {}
+
+std::shared_ptr<IData> CXmlData::CreateNew() {
+    return Share(std::make_shared<CDocument>(), CDocument::Root);
+}
+
+std::shared_ptr<IData> CXmlData::Unserialize(const std::string& text) {
+    return Share(std::make_shared<CDocument>(ParseXml(text)), CDocument::Root);
+}
+
+std::string CXmlData::Serialize(const IData& data) {
+    const auto* const node = dynamic_cast<const CXmlData*>(&data);
+    if (node == nullptr) {
+        throw ApiInternalError("Only a container that CXmlData made has a text form");
+    }
+    std::string text;
+    WriteXml(*node->m_document, node->m_node, text);
+    return text;
+}
+
+bool CXmlData::HasValue(const std::string& key) const {
+    return m_document->Find(m_node, key) != CDocument::None;
+}
+
+std::shared_ptr<IData> CXmlData::CreateChild(const std::string& key) {
+    return Share(m_document, m_document->AppendNode(m_node, key));
+}
+
+std::vector<std::shared_ptr<IData>> CXmlData::GetChildren(const std::string& key) const {
+    std::vector<std::shared_ptr<IData>> children;
+    NodeId child = m_document->Find(m_node, key);
+    while (child != CDocument::None) {
+        children.push_back(Share(m_document, child));
+        child = m_document->FindFrom(m_document->NextSibling(child), key);
+    }
+    return children;
+}
+
+std::shared_ptr<IData> CXmlData::GetChild(const std::string& key) const {
+    return Share(m_document, Require(*m_document, m_node, key));
+}
+
+bool CXmlData::HasString(const std::string& key) const {
+    const NodeId found = m_document->Find(m_node, key);
+    return found != CDocument::None && !m_document->HasChildren(found);
+}
+
+void CXmlData::SetString(const std::string& key, const std::string& value) {
+    const NodeId found = m_document->Find(m_node, key);
+    if (found == CDocument::None) {
+        m_document->AppendText(m_node, key, value);
+    } else {
+        m_document->SetText(found, value);
+    }
+}
+
+std::string CXmlData::GetString(const std::string& key) const {
+    const NodeId found = Require(*m_document, m_node, key);
+    if (m_document->HasChildren(found)) m_document->ThrowNoText(found);
+    return std::string(m_document->Text(found));
+}
+
+}  // namespace apigen

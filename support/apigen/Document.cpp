@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/apigen/Document.h"
+
+#include <apigen/ApiException.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace apigen {
+namespace {
+
+constexpr bool IsKeyStart(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+}
+
+constexpr bool IsKeyChar(char c) {
+    return IsKeyStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
+}
+
+}  // namespace
+
+bool IsKey(std::string_view text) {
+    return !text.empty() && IsKeyStart(text.front()) && std::all_of(text.begin(), text.end(), IsKeyChar);
+}
+
+CDocument::CDocument() {
+    m_nodes.emplace_back();
+}
+
+NodeId CDocument::AppendNode(NodeId parent, std::string_view key) {
+    if (!IsKey(key)) {
+        throw ApiInternalError("\"" + std::string(key) +
+                               "\" can't be a key: a letter or \"_\" comes first, then letters, " +
+                               "digits, \"_\", \"-\" or \".\"");
+    }
+    return Link(parent, AppendBytes(key), static_cast<std::uint32_t>(key.size()));
+}
+
+NodeId CDocument::Link(NodeId parent, std::uint32_t keyOffset, std::uint32_t keyLength) {
+    const auto node = static_cast<NodeId>(m_nodes.size());
+    if (node == None) {
+        throw ApiInternalError("A document has too many entries");
+    }
+    SNode& added = m_nodes.emplace_back();
+    added.KeyOffset = keyOffset;
+    added.KeyLength = keyLength;
+    added.Parent = parent;
+    SNode& above = m_nodes[parent];
+    if (above.FirstChild == None) {
+        above.FirstChild = node;
+        above.TextLength = 0;
+    } else {
+        m_nodes[above.LastChild].Next = node;
+    }
+    above.LastChild = node;
+    return node;
+}
+
+void CDocument::SetText(NodeId node, std::string_view text) {
+    const std::uint32_t offset = AppendBytes(text);
+    SNode& target = m_nodes[node];
+    target.TextOffset = offset;
+    target.TextLength = static_cast<std::uint32_t>(text.size());
+    target.IsText = 1;
+    target.FirstChild = None;
+    target.LastChild = None;
+}
+
+std::uint32_t CDocument::AppendBytes(std::string_view bytes) {
+    // Offsets are 32 bits wide; a message is at most 256 MiB, so this bound hurts nobody.
+    if (bytes.size() > std::numeric_limits<std::uint32_t>::max() - m_bytes.size()) {
+        throw ApiInternalError("A document has grown past 4 GiB");
+    }
+    const auto offset = static_cast<std::uint32_t>(m_bytes.size());
+    m_bytes.append(bytes);
+    return offset;
+}
+
+std::string CDocument::Path(NodeId node) const {
+    std::string path;
+    while (node != Root) {
+        const std::string_view key = Key(node);
+        std::size_t index = 0;
+        std::size_t count = 0;
+        for (NodeId each = m_nodes[m_nodes[node].Parent].FirstChild; each != None;
+             each = m_nodes[each].Next) {
+            if (each == node) index = count;
+            if (Key(each) == key) ++count;
+        }
+        std::string step(key);
+        if (count > 1) step += "[" + std::to_string(index) + "]";
+        path = path.empty() ? step : step + "/" + path;
+        node = m_nodes[node].Parent;
+    }
+    return path;
+}
+
+void CDocument::ThrowMissing(NodeId parent, std::string_view key) const {
+    const std::string path = Path(parent);
+    throw ApiInternalError((path.empty() ? "top level" : path) + ": no \"" + std::string(key) + "\"");
+}
+
+void CDocument::ThrowNoText(NodeId node) const {
+    throw ApiInternalError(Path(node) + ": holds child entries where a text was expected");
+}
+
+}  // namespace apigen

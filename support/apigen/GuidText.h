@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// GUID texts without a string in between.
+#pragma once
+
+#include <apigen/Export.h>
+#include <apigen/Guid.h>
+
+#include <string_view>
+
+namespace apigen APIGEN_API {
+
+struct SGuidBuffer {
+    char Chars[38];
+};
+
+std::string_view FormatGuid(const Guid& guid, SGuidBuffer& buffer);
+
+/// As `Guid::Deserialize`.
+Guid ParseGuid(std::string_view text);
+
+}  // namespace APIGEN_API

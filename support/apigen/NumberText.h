@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// Numbers as decimal text.
+///
+/// The text of a number means what extraction from a stream in the classic locale makes of it, odd texts
+/// included: "12abc" is 12, " 7" is 7, "abc" is 0, a number out of range is the type's limit. A canonical
+/// text, the one that `FormatNumber` makes, takes a way without a stream.
+#pragma once
+
+#include <apigen/Export.h>
+
+#include <charconv>
+#include <cstddef>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace apigen APIGEN_API {
+
+/// Room for the longest number text.
+struct SNumberBuffer {
+    char Chars[24];
+};
+
+template <class T>
+std::string_view FormatNumber(T value, SNumberBuffer& buffer) {
+    const auto end = std::to_chars(std::begin(buffer.Chars), std::end(buffer.Chars), value).ptr;
+    return {buffer.Chars, static_cast<std::size_t>(end - buffer.Chars)};
+}
+
+/// The way through the stream, for any text. Instantiated for the types that travel.
+template <class T>
+T ExtractNumber(std::string_view text, bool isHex = false);
+
+/// Reads a number text; never throws for an odd one.
+template <class T>
+T ParseNumber(std::string_view text) {
+    T value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    // Where both succeed on the whole text they agree; for anything else the stream has the say.
+    return error == std::errc{} && end == text.data() + text.size() ? value : ExtractNumber<T>(text);
+}
+
+}  // namespace APIGEN_API

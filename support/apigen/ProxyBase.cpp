@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/apigen/Envelope.h"
+#include "support/apigen/NumberText.h"
+
+#include <apigen/ApiException.h>
+#include <apigen/ProxyBase.h>
+
+#include <utility>
+
+namespace apigen {
+
+ProxyBase::ProxyBase(std::shared_ptr<IInvoker> invoker, Handle handle)
+    : m_invoker(std::move(invoker)), m_handle(handle) {
+    if (m_invoker == nullptr) throw ApiInternalError("A proxy needs an invoker");
+}
+
+ProxyBase::~ProxyBase() {
+    try {
+        InvokeMethod(envelope::ReleaseMethod, "Destructor", m_invoker->CreateContainer());
+    } catch (const std::exception&) {
+        // The service may be gone, and with it the object: there is nothing left to release.
+    }
+}
+
+std::shared_ptr<IData> ProxyBase::InvokeMethod(const std::string& methodId, const std::string& signature,
+                                               std::shared_ptr<IData> request) const {
+    SNumberBuffer buffer;
+    request->SetString(envelope::HandleKey, std::string(FormatNumber(m_handle.Value, buffer)));
+    request->SetString(envelope::MethodKey, methodId);
+    auto response = m_invoker->Invoke(std::move(request));
+    envelope::ThrowIfFailed(*response, *m_invoker, "Method call ", signature);
+    return response;
+}
+
+}  // namespace apigen

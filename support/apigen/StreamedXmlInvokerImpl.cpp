@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/apigen/Envelope.h"
+
+#include <apigen/ApiException.h>
+#include <apigen/CXmlData.h>
+#include <apigen/StreamedXmlInvokerImpl.h>
+
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace apigen {
+
+class StreamedXmlInvokerImpl::Impl {
+public:
+    Impl(std::shared_ptr<IIoDev> device, std::shared_ptr<IApiExceptionGenerator> generator,
+         std::chrono::seconds timeout, std::shared_ptr<ILogger> logger)
+        : m_device(std::move(device)),
+          m_generator(std::move(generator)),
+          m_timeout(timeout),
+          m_logger(std::move(logger)) {}
+
+    std::shared_ptr<IData> Call(const IData& request, const std::string& text) {
+        m_device->WriteString(text);
+        if (request.HasString(envelope::MethodKey) &&
+            request.GetString(envelope::MethodKey) == envelope::ReleaseMethod) {
+            ++m_owedAnswers;
+            return CXmlData::CreateNew();
+        }
+        while (m_owedAnswers != 0) {
+            Receive();
+            --m_owedAnswers;
+        }
+        return Receive();
+    }
+
+    std::shared_ptr<IData> Receive() { return CXmlData::Unserialize(m_device->ReadString()); }
+
+    void SetDeadline() {
+        // A time-out too long for the clock is as good as none.
+        const auto now = IIoDev::Clock::now();
+        const auto most =
+            std::chrono::duration_cast<std::chrono::seconds>(IIoDev::Clock::time_point::max() - now);
+        m_device->SetDeadline(m_timeout.count() <= 0 || m_timeout >= most ? IIoDev::Clock::time_point::max()
+                                                                          : now + m_timeout);
+    }
+
+    /// Runs `step` with the deadline set. A failure of it is the last thing that the stream is used for.
+    template <class Step>
+    std::shared_ptr<IData> Guard(StreamedXmlInvokerImpl& owner, Step&& step) {
+        const std::lock_guard lock(m_mutex);
+        if (!m_lostCause.empty()) {
+            throw PeerGoneError("The connection was given up after an earlier failure: " + m_lostCause);
+        }
+        try {
+            SetDeadline();
+            return step();
+        } catch (std::exception& error) {
+            m_lostCause = error.what();
+            if (m_lostCause.empty()) m_lostCause = "unknown";
+            owner.OnStreamLost();
+            if (m_logger != nullptr) m_logger->Error("The connection is given up.", error);
+            throw;
+        }
+    }
+
+    std::shared_ptr<IApiExceptionGenerator> Generator() const { return m_generator; }
+
+private:
+    std::shared_ptr<IIoDev> m_device;
+    std::shared_ptr<IApiExceptionGenerator> m_generator;
+    std::chrono::seconds m_timeout;
+    std::shared_ptr<ILogger> m_logger;
+
+    std::mutex m_mutex;
+    std::string m_lostCause;        // empty as long as the stream can be trusted
+    std::size_t m_owedAnswers = 0;  // releases that were sent, whose answers are still to come
+};
+
+StreamedXmlInvokerImpl::StreamedXmlInvokerImpl(std::shared_ptr<IIoDev> device,
+                                               std::shared_ptr<IApiExceptionGenerator> generator,
+                                               std::chrono::seconds timeout, std::shared_ptr<ILogger> logger)
+    : m_impl(std::make_unique<Impl>(std::move(device), std::move(generator), timeout, std::move(logger))) {}
+
+StreamedXmlInvokerImpl::~StreamedXmlInvokerImpl() = default;
+
+std::shared_ptr<IData> StreamedXmlInvokerImpl::CreateContainer() {
+    return CXmlData::CreateNew();
+}
+
+std::shared_ptr<IData> StreamedXmlInvokerImpl::Invoke(std::shared_ptr<IData> request) {
+    // What can't be sent is refused before the stream is touched, which so stays usable.
+    const std::string text = CXmlData::Serialize(*request);
+    if (text.size() > IIoDev::MaxMessageBytes) {
+        throw ApiInternalError("A request of " + std::to_string(text.size()) +
+                               " bytes is over the limit of " + std::to_string(IIoDev::MaxMessageBytes));
+    }
+    return m_impl->Guard(*this, [&] { return m_impl->Call(*request, text); });
+}
+
+std::shared_ptr<IApiExceptionGenerator> StreamedXmlInvokerImpl::GetExceptionGenerator() const {
+    return m_impl->Generator();
+}
+
+std::shared_ptr<IData> StreamedXmlInvokerImpl::Receive() {
+    return m_impl->Guard(*this, [&] { return m_impl->Receive(); });
+}
+
+}  // namespace apigen

@@ -1,0 +1,522 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/apigen/XmlParser.h"
+
+#include "support/apigen/Base64.h"
+#include "support/apigen/XmlChars.h"
+#include "support/apigen/XmlText.h"
+
+#include <apigen/ApiException.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <limits>
+
+namespace apigen {
+namespace {
+
+struct SRange {
+    std::uint32_t First;
+    std::uint32_t Last;
+};
+
+// Productions [4] NameStartChar and [4a] NameChar beyond ASCII.
+constexpr SRange NameStartRanges[] = {{0xC0, 0xD6},     {0xD8, 0xF6},     {0xF8, 0x2FF},
+                                      {0x370, 0x37D},   {0x37F, 0x1FFF},  {0x200C, 0x200D},
+                                      {0x2070, 0x218F}, {0x2C00, 0x2FEF}, {0x3001, 0xD7FF},
+                                      {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF}};
+constexpr SRange NameMoreRanges[] = {{0xB7, 0xB7}, {0x300, 0x36F}, {0x203F, 0x2040}};
+
+template <std::size_t Size>
+bool IsIn(const SRange (&ranges)[Size], std::uint32_t c) {
+    return std::any_of(std::begin(ranges), std::end(ranges),
+                       [c](const SRange& range) { return c >= range.First && c <= range.Last; });
+}
+
+bool IsNameStart(std::uint32_t c) {
+    if (c >= 0x80) return IsIn(NameStartRanges, c);
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == ':';
+}
+
+bool IsNameChar(std::uint32_t c) {
+    if (IsNameStart(c)) return true;
+    if (c >= 0x80) return IsIn(NameMoreRanges, c);
+    return (c >= '0' && c <= '9') || c == '-' || c == '.';
+}
+
+bool IsSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+/// Skips white space; says whether there was any.
+bool SkipSpace(const char*& at, const char* end) {
+    const char* const from = at;
+    while (at != end && IsSpace(*at)) {
+        ++at;
+    }
+    return at != from;
+}
+
+bool EqualsIgnoringCase(std::string_view left, std::string_view lowerCase) {
+    return left.size() == lowerCase.size() &&
+           std::equal(left.begin(), left.end(), lowerCase.begin(),
+                      [](char a, char b) { return (a >= 'A' && a <= 'Z' ? a - 'A' + 'a' : a) == b; });
+}
+
+void AppendUtf8(std::string& output, std::uint32_t c) {
+    const auto add = [&](std::uint32_t byte) { output += static_cast<char>(byte); };
+    if (c < 0x80) {
+        add(c);
+    } else if (c < 0x800) {
+        add(0xC0 | c >> 6);
+        add(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        add(0xE0 | c >> 12);
+        add(0x80 | (c >> 6 & 0x3F));
+        add(0x80 | (c & 0x3F));
+    } else {
+        add(0xF0 | c >> 18);
+        add(0x80 | (c >> 12 & 0x3F));
+        add(0x80 | (c >> 6 & 0x3F));
+        add(0x80 | (c & 0x3F));
+    }
+}
+
+/// The character that `&name;` stands for; 0 for an unknown name.
+char NamedEntity(std::string_view name) {
+    if (name == "lt") return '<';
+    if (name == "gt") return '>';
+    if (name == "amp") return '&';
+    if (name == "quot") return '"';
+    if (name == "apos") return '\'';
+    return 0;
+}
+
+/// The code point of a character reference's body, "#13" or "#xD"; 0 when it names none.
+std::uint32_t NumericEntity(std::string_view body) {
+    const bool isHex = body.size() > 1 && body[1] == 'x';
+    const std::string_view digits = body.substr(isHex ? 2 : 1);
+    std::uint32_t value = 0;
+    for (const char c : digits) {
+        std::uint32_t digit = 0;
+        if (c >= '0' && c <= '9') {
+            digit = static_cast<std::uint32_t>(c - '0');
+        } else if (isHex && c >= 'a' && c <= 'f') {
+            digit = static_cast<std::uint32_t>(c - 'a' + 10);
+        } else if (isHex && c >= 'A' && c <= 'F') {
+            digit = static_cast<std::uint32_t>(c - 'A' + 10);
+        } else {
+            return 0;
+        }
+        value = value * (isHex ? 16 : 10) + digit;
+        if (value > 0x10FFFF) return 0;
+    }
+    return xml::IsXmlChar(value) ? value : 0;
+}
+
+}  // namespace
+
+void CXmlParser::Fail(const std::string& reason, std::size_t offset) const {
+    throw BrokenMessageError("Malformed document: " + reason + " at offset " + std::to_string(offset));
+}
+
+void CXmlParser::Adopt(std::string text) {
+    m_document.m_bytes = std::move(text);
+    m_final = true;
+    Finish();
+}
+
+void CXmlParser::Feed(std::string_view piece) {
+    m_document.AppendBytes(piece);
+    if (Size() >= m_retryAt) Advance();
+}
+
+void CXmlParser::Finish() {
+    m_final = true;
+    if (Size() > std::numeric_limits<std::uint32_t>::max()) Fail("more than 4 GiB of text", Size());
+    Advance();
+    if (m_at != Size() || m_depth != 0) Fail("unexpected end of the text", Size());
+    if (!m_hasRoot) Fail("no root element", Size());
+}
+
+void CXmlParser::Advance() {
+    if (!m_started) {
+        constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
+        if (!m_final && Size() < ByteOrderMark.size()) return;
+        m_started = true;
+        if (StartsWith(ByteOrderMark)) m_at = ByteOrderMark.size();
+        if (!m_final && Size() < m_at + std::size("<?xml ")) {
+            m_started = false;
+            m_at = 0;
+            return;
+        }
+        if (StartsWith("<?xml") && Size() > m_at + 5 && IsSpace(Base()[m_at + 5])) {
+            if (!Declaration()) {
+                m_started = false;
+                m_at = 0;
+                return;
+            }
+        }
+    }
+    while (m_at != Size()) {
+        if (!Item()) {
+            // Trying again only when the item has doubled keeps the whole work linear.
+            m_retryAt = m_at + 2 * (Size() - m_at);
+            return;
+        }
+    }
+}
+
+bool CXmlParser::Item() {
+    return Base()[m_at] == '<' ? Markup() : TextRun();
+}
+
+bool CXmlParser::Markup() {
+    const std::string_view rest = Rest();
+    if (rest.size() < 2) return false;
+    if (rest[1] == '/') return EndTag();
+    if (rest[1] == '?') return Instruction();
+    if (rest[1] != '!') return StartTag();
+    if (StartsWith("<!--")) return Comment();
+    if (StartsWith("<![CDATA[")) return CData();
+    if (StartsWith("<!DOCTYPE")) Fail("a document type declaration is not accepted", m_at);
+    if (std::string_view("<!--").substr(0, rest.size()) == rest) return false;
+    if (std::string_view("<![CDATA[").substr(0, rest.size()) == rest) return false;
+    if (std::string_view("<!DOCTYPE").substr(0, rest.size()) == rest) return false;
+    Fail("unknown markup", m_at);
+}
+
+bool CXmlParser::TextRun() {
+    const char* const from = Base() + m_at;
+    const char* const end = Base() + Size();
+    const char* at = from;
+    bool isPlain = true;
+    while (true) {
+        at = xml::SkipPlain(at, end);
+        if (at == end) break;
+        const char c = *at;
+        if (c == '<') break;
+        if (c == '&' || c == '\r') {
+            isPlain = false;
+            ++at;
+        } else if (c == '>') {
+            if (at - from >= 2 && at[-1] == ']' && at[-2] == ']') Fail("\"]]>\" in a text", at);
+            ++at;
+        } else {
+            const unsigned bytes = xml::XmlCharBytes(at, end);
+            if (bytes == 0) {
+                if (!m_final && end - at < 4) return false;
+                Fail("a byte that no document may hold", at);
+            }
+            at += bytes;
+        }
+    }
+    if (m_depth == 0) {
+        // Only white space may stand outside the root element; it need not be kept for more to come.
+        const char* space = from;
+        SkipSpace(space, at);
+        if (space != at) Fail("text outside the root element", space);
+    } else {
+        if (at == end) return false;
+        StoreText(m_at, Offset(at), isPlain);
+    }
+    m_at = Offset(at);
+    return true;
+}
+
+void CXmlParser::StoreText(std::size_t from, std::size_t end, bool isPlain) {
+    auto& node = m_document.m_nodes[m_current];
+    char* const base = m_document.m_bytes.data();
+    const bool isKept = node.FirstChild == CDocument::None;
+    if (isKept && node.TextLength == 0 && isPlain) {
+        node.TextOffset = static_cast<std::uint32_t>(from);
+        node.TextLength = static_cast<std::uint32_t>(end - from);
+        return;
+    }
+    if (isKept && node.TextLength == 0) node.TextOffset = static_cast<std::uint32_t>(from);
+    char* const target = isKept ? base + node.TextOffset + node.TextLength : base + from;
+    std::size_t length = end - from;
+    if (!isPlain) {
+        length = Decode(base + from, base + end, target);
+    } else if (isKept) {
+        std::memmove(target, base + from, length);
+    }
+    if (isKept) node.TextLength += static_cast<std::uint32_t>(length);
+}
+
+std::size_t CXmlParser::Decode(const char* from, const char* end, char* target) const {
+    char* const start = target;
+    std::string expanded;
+    while (from != end) {
+        if (*from == '&') {
+            expanded.clear();
+            from = Reference(from, end, expanded);
+            // Never longer than the reference, so what is still to be read stays untouched.
+            target = std::copy(expanded.begin(), expanded.end(), target);
+        } else if (*from == '\r') {
+            *target++ = '\n';
+            ++from;
+            if (from != end && *from == '\n') ++from;
+        } else {
+            *target++ = *from++;
+        }
+    }
+    return static_cast<std::size_t>(target - start);
+}
+
+const char* CXmlParser::Reference(const char* from, const char* end, std::string& output) const {
+    const char* const stop = std::find(from, end, ';');
+    if (stop == end) Fail("an \"&\" that begins no reference", from);
+    const std::string_view body(from + 1, static_cast<std::size_t>(stop - from - 1));
+    if (body.size() > 1 && body.front() == '#') {
+        const std::uint32_t c = NumericEntity(body);
+        if (c == 0) Fail("a reference to no character", from);
+        AppendUtf8(output, c);
+    } else {
+        const char c = NamedEntity(body);
+        if (c == 0) Fail("an unknown entity", from);
+        output += c;
+    }
+    return stop + 1;
+}
+
+bool CXmlParser::Name(SCursor& cursor, std::string_view& name) const {
+    const char* const from = cursor.At;
+    while (true) {
+        if (cursor.At == cursor.End) return false;
+        const xml::SCodePoint point = xml::DecodeUtf8(cursor.At, cursor.End);
+        if (point.Bytes == 0 && !m_final && cursor.End - cursor.At < 4) return false;
+        if (point.Bytes == 0 || !(cursor.At == from ? IsNameStart(point.Value) : IsNameChar(point.Value)))
+            break;
+        cursor.At += point.Bytes;
+    }
+    if (cursor.At == from) Fail("a name was expected", from);
+    name = std::string_view(from, static_cast<std::size_t>(cursor.At - from));
+    return true;
+}
+
+bool CXmlParser::Attribute(SCursor& cursor, std::string_view& name, std::string& value) const {
+    if (!Name(cursor, name)) return false;
+    SkipSpace(cursor.At, cursor.End);
+    if (cursor.At == cursor.End) return false;
+    if (*cursor.At != '=') Fail("an attribute without a value", cursor.At);
+    ++cursor.At;
+    SkipSpace(cursor.At, cursor.End);
+    if (cursor.At == cursor.End) return false;
+    const char quote = *cursor.At;
+    if (quote != '"' && quote != '\'') Fail("an attribute value without quotes", cursor.At);
+    ++cursor.At;
+    const char* const from = cursor.At;
+    cursor.At = std::find(from, cursor.End, quote);
+    if (cursor.At == cursor.End) return false;
+    CheckChars(from, cursor.At);
+    value.clear();
+    for (const char* at = from; at != cursor.At;) {
+        if (*at == '<') Fail("a \"<\" in an attribute value", at);
+        if (*at == '&') {
+            at = Reference(at, cursor.At, value);
+        } else {
+            value += IsSpace(*at) ? ' ' : *at;
+            ++at;
+        }
+    }
+    ++cursor.At;
+    return true;
+}
+
+const char* CXmlParser::CheckChars(const char* from, const char* end) const {
+    while ((from = xml::SkipPlain(from, end)) != end) {
+        const unsigned bytes = xml::XmlCharBytes(from, end);
+        if (bytes == 0) Fail("a byte that no document may hold", from);
+        from += bytes;
+    }
+    return from;
+}
+
+bool CXmlParser::Attributes(SCursor& cursor, bool& isBase64) const {
+    std::vector<std::string_view> names;
+    std::string value;
+    while (true) {
+        const bool hasSpace = SkipSpace(cursor.At, cursor.End);
+        if (cursor.At == cursor.End) return false;
+        if (*cursor.At == '>' || *cursor.At == '/') break;
+        if (!hasSpace) Fail("white space was expected", cursor.At);
+        const char* const from = cursor.At;
+        if (!Attribute(cursor, names.emplace_back(), value)) return false;
+        if (names.back() == "encoding") {
+            if (value != "base64") Fail("an encoding other than base64", from);
+            isBase64 = true;
+        }
+    }
+    std::sort(names.begin(), names.end());
+    const auto twin = std::adjacent_find(names.begin(), names.end());
+    if (twin != names.end()) Fail("an attribute given twice", std::max(twin->data(), (twin + 1)->data()));
+    return true;
+}
+
+bool CXmlParser::StartTag() {
+    if (m_depth == 0 && m_hasRoot) Fail("a second root element", m_at);
+    SCursor cursor = Cursor(1);
+    std::string_view name;
+    if (!Name(cursor, name)) return false;
+    bool isBase64 = false;
+    if (cursor.At == cursor.End) return false;
+    if (*cursor.At != '>' && !Attributes(cursor, isBase64)) return false;
+    const bool isEmpty = *cursor.At == '/';
+    if (isEmpty && ++cursor.At == cursor.End) return false;
+    if (*cursor.At != '>') Fail("\">\" was expected", cursor.At);
+    ++cursor.At;
+
+    const NodeId node = Open(name);
+    m_base64 = isBase64 ? node : CDocument::None;
+    m_at = Offset(cursor.At);
+    if (isEmpty) Close(false);
+    return true;
+}
+
+NodeId CXmlParser::Open(std::string_view name) {
+    if (++m_depth > MaxXmlDepth) {
+        Fail("elements nested deeper than " + std::to_string(MaxXmlDepth) + " levels", m_at);
+    }
+    const auto offset = static_cast<std::uint32_t>(Offset(name.data()));
+    const auto length = static_cast<std::uint32_t>(name.size());
+    if (!m_hasRoot) {
+        m_hasRoot = true;
+        auto& root = m_document.m_nodes[CDocument::Root];
+        root.KeyOffset = offset;
+        root.KeyLength = length & 0x7FFFFFFF;
+        m_current = CDocument::Root;
+    } else {
+        if (!IsKey(name)) Fail("an element whose name can't be a key", m_at);
+        m_current = m_document.Link(m_current, offset, length);
+    }
+    return m_current;
+}
+
+void CXmlParser::Close(bool isText) {
+    auto& node = m_document.m_nodes[m_current];
+    if (node.FirstChild == CDocument::None) {
+        node.IsText = isText;
+        if (m_base64 == m_current) {
+            char* const text = m_document.m_bytes.data() + node.TextOffset;
+            const auto length = base64::Decode({text, node.TextLength}, text);
+            if (!length) Fail("an invalid base64 text", node.TextOffset);
+            node.TextLength = static_cast<std::uint32_t>(*length);
+            node.IsText = 1;
+        }
+    }
+    m_base64 = CDocument::None;
+    m_current = node.Parent;
+    --m_depth;
+}
+
+bool CXmlParser::EndTag() {
+    const std::string_view rest = Rest();
+    if (m_depth == 0) Fail("an end tag without its start tag", m_at);
+    const std::string_view name = m_document.Key(m_current);
+    if (rest.size() < name.size() + 3) {
+        if (!m_final) return false;
+        Fail("unexpected end of the text", Size());
+    }
+    const char* at = rest.data() + 2 + name.size();
+    const char* const end = rest.data() + rest.size();
+    if (rest.substr(2, name.size()) != name || (*at != '>' && !IsSpace(*at))) {
+        Fail("an end tag that does not match <" + std::string(name.substr(0, 64)) + ">", m_at);
+    }
+    SkipSpace(at, end);
+    if (at == end) return false;
+    if (*at != '>') Fail("\">\" was expected", at);
+    m_at = Offset(at + 1);
+    Close(true);
+    return true;
+}
+
+bool CXmlParser::Comment() {
+    constexpr std::string_view Start = "<!--";
+    const std::string_view rest = Rest();
+    const std::size_t dashes = rest.find("--", Start.size());
+    if (dashes == std::string_view::npos || dashes + 2 >= rest.size()) return false;
+    if (rest[dashes + 2] != '>') Fail("\"--\" in a comment", m_at + dashes);
+    CheckChars(rest.data() + Start.size(), rest.data() + dashes);
+    m_at += dashes + 3;
+    return true;
+}
+
+bool CXmlParser::CData() {
+    constexpr std::string_view Start = "<![CDATA[";
+    if (m_depth == 0) Fail("a CDATA section outside the root element", m_at);
+    const std::string_view rest = Rest();
+    const std::size_t stop = rest.find("]]>", Start.size());
+    if (stop == std::string_view::npos) return false;
+    char* const base = m_document.m_bytes.data();
+    const std::size_t from = m_at + Start.size();
+    std::size_t end = m_at + stop;
+    CheckChars(base + from, base + end);
+    // Line ends first, by themselves: no reference is to be read in here.
+    const auto isCr = [](char c) { return c == '\r'; };
+    if (std::any_of(base + from, base + end, isCr)) {
+        char* target = base + from;
+        for (std::size_t i = from; i < end; ++i) {
+            if (isCr(base[i]) && i + 1 < end && base[i + 1] == '\n') continue;
+            *target++ = isCr(base[i]) ? '\n' : base[i];
+        }
+        end = Offset(target);
+    }
+    m_at += stop + 3;
+    StoreText(from, end, true);
+    return true;
+}
+
+bool CXmlParser::Instruction() {
+    SCursor cursor = Cursor(2);
+    std::string_view target;
+    if (!Name(cursor, target)) return false;
+    if (EqualsIgnoringCase(target, "xml")) Fail("an XML declaration that is not at the start", m_at);
+    const std::string_view rest(cursor.At, static_cast<std::size_t>(cursor.End - cursor.At));
+    const std::size_t stop = rest.find("?>");
+    if (stop == std::string_view::npos) return false;
+    if (stop != 0 && !IsSpace(rest.front())) Fail("white space was expected", cursor.At);
+    CheckChars(cursor.At, cursor.At + stop);
+    m_at = Offset(cursor.At + stop + 2);
+    return true;
+}
+
+bool CXmlParser::Declaration() {
+    SCursor cursor = Cursor(std::size("<?xml") - 1);
+    const auto isVersion = [](const std::string& value) {
+        return value.size() > 2 && value.compare(0, 2, "1.") == 0 &&
+               value.find_first_not_of("0123456789", 2) == std::string::npos;
+    };
+    std::size_t parts = 0;
+    std::string value;
+    while (true) {
+        const bool hasSpace = SkipSpace(cursor.At, cursor.End);
+        if (cursor.End - cursor.At < 2) return false;
+        if (*cursor.At == '?') break;
+        const char* const from = cursor.At;
+        std::string_view name;
+        if (!hasSpace) Fail("white space was expected", from);
+        if (!Attribute(cursor, name, value)) return false;
+        if (name == "version" && parts == 0) {
+            if (!isVersion(value)) Fail("an XML version other than 1.0", from);
+            parts = 1;
+        } else if (name == "encoding" && parts == 1) {
+            for (char& c : value) {
+                if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+            }
+            if (value != "utf-8" && value != "us-ascii") Fail("a character set other than UTF-8", from);
+            parts = 2;
+        } else if (name == "standalone" && (parts == 1 || parts == 2)) {
+            if (value != "yes" && value != "no") Fail("an invalid XML declaration", from);
+            parts = 3;
+        } else {
+            Fail("an invalid XML declaration", from);
+        }
+    }
+    if (parts == 0 || cursor.At[1] != '>') Fail("an invalid XML declaration", m_at);
+    m_at = Offset(cursor.At + 2);
+    return true;
+}
+
+}  // namespace apigen

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// The text form of a document: XML 1.0 in UTF-8, as docs/wire.md describes it.
+#pragma once
+
+#include "support/apigen/Document.h"
+
+#include <string>
+
+namespace apigen APIGEN_API {
+
+/// How many levels of elements a document may have, the root element being the first.
+inline constexpr unsigned MaxXmlDepth = 256;
+
+/// Parses `text`, which becomes the storage of the document.
+/// \throws BrokenMessageError with the reason and the offset of the fault in bytes.
+CDocument ParseXml(std::string text);
+
+/// Appends the text form of the entries below `node` to `output`, in a root element of their own.
+/// \throws ApiInternalError when they are nested too deeply for a reader.
+void WriteXml(const CDocument& document, NodeId node, std::string& output);
+
+}  // namespace APIGEN_API
