@@ -15,9 +15,10 @@ namespace apigen APIGEN_API {
 /// How a child process ended. True when it exited with 0.
 class CProcessExitCode {
 public:
-    /// \param waitStatus  the status as `waitpid` reports it
-    /// \param description what ran and what it said on standard error, for the message
-    CProcessExitCode(int waitStatus, std::string description);
+    /// \param waitStatus the status as `waitpid` reports it; -1 when it is not known
+    /// \param program    what ran
+    /// \param lastWords  the end of what it said on standard error, fit to be shown
+    CProcessExitCode(int waitStatus, std::string program, std::string lastWords = {});
 
     explicit operator bool() const noexcept;
 
@@ -26,7 +27,8 @@ public:
 
 private:
     int m_waitStatus;
-    std::string m_description;
+    std::string m_program;
+    std::string m_lastWords;
 };
 
 /// A child process whose standard streams belong to this object.

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// Ownership of a file descriptor.
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace apigen::common {
+
+class CDescriptor {
+public:
+    CDescriptor() noexcept = default;
+    explicit CDescriptor(int fd) noexcept : m_fd(fd) {}
+    CDescriptor(CDescriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    CDescriptor& operator=(CDescriptor&& other) noexcept {
+        if (this != &other) Close(), m_fd = std::exchange(other.m_fd, -1);
+        return *this;
+    }
+    ~CDescriptor() { Close(); }
+
+    explicit operator bool() const noexcept { return m_fd >= 0; }
+
+    /// -1 when there is none, which `poll` skips.
+    int Get() const noexcept { return m_fd; }
+
+    int Release() noexcept { return std::exchange(m_fd, -1); }
+
+    /// Not repeated after EINTR: the descriptor is free by then and may be somebody else's.
+    void Close() noexcept {
+        if (m_fd >= 0) ::close(std::exchange(m_fd, -1));
+    }
+
+private:
+    int m_fd = -1;
+};
+
+}  // namespace apigen::common

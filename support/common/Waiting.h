@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// Deadlines and interrupted system calls.
+#pragma once
+
+#include <apigen/IIoDev.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <limits>
+
+namespace apigen::common {
+
+using Clock = IIoDev::Clock;
+
+/// Calls `systemCall` until a signal handler no longer cuts it short.
+template <class F>
+auto RetryInterrupted(F systemCall) noexcept {
+    for (;;) {
+        const auto result = systemCall();
+        if (result != -1 || errno != EINTR) return result;
+    }
+}
+
+/// Reads the clock only when there is a deadline.
+inline bool IsPast(Clock::time_point deadline) noexcept {
+    return deadline != Clock::time_point::max() && Clock::now() >= deadline;
+}
+
+/// The time-out for `poll` that ends at the deadline, not before it; -1 when there is none.
+inline int PollTimeout(Clock::time_point deadline) noexcept {
+    if (deadline == Clock::time_point::max()) return -1;
+    const auto now = Clock::now();
+    if (deadline <= now) return 0;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
+    return static_cast<int>(std::min<decltype(left)>(left, std::numeric_limits<int>::max()));
+}
+
+}  // namespace apigen::common
