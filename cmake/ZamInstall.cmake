@@ -41,6 +41,7 @@ install(FILES "${PROJECT_BINARY_DIR}/zamclientlibConfig.cmake"
         DESTINATION "${package_dir}" COMPONENT development)
 
 file(RELATIVE_PATH pkgconfig_to_prefix "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+string(REGEX REPLACE "/$" "" pkgconfig_to_prefix "${pkgconfig_to_prefix}")
 configure_file("${PROJECT_SOURCE_DIR}/cmake/zamclientlib.pc.in" "${PROJECT_BINARY_DIR}/zamclientlib.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/zamclientlib.pc"
         DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)

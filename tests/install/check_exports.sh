@@ -19,10 +19,14 @@ for library in libCommonLib libApiGenLib libZamClientLib libZamServiceLib; do
         echo "$library exports nothing of its own" >&2
         failed=1
     }
-    leaks=$(grep -vE "^_Z$kind($own|$standard)|^_(init|fini)$" <<<"$names" || true)
-    leaks+=$(c++filt <<<"$names" | grep -E "$foreign" || true)
+    leaks=$(
+        {
+            grep -vE "^_Z$kind($own|$standard)|^_(init|fini)$" <<<"$names" | c++filt
+            c++filt <<<"$names" | grep -E "$foreign"
+        } | sort -u
+    ) || true
     if [[ $leaks ]]; then
-        printf '%s exports names that are not its own:\n%s\n' "$library" "$(c++filt <<<"$leaks")" >&2
+        printf '%s exports names that are not its own:\n%s\n' "$library" "$leaks" >&2
         failed=1
     fi
 done
