@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/common/CChildProcess.h"
 
-#include "support/common/Text.h"
-#include "support/common/Waiting.h"
-
 #include <apigen/ApiException.h>
 
 #include <fcntl.h>
@@ -14,8 +11,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <string_view>
 #include <utility>
+
+#include "support/common/Text.h"
+#include "support/common/Waiting.h"
 
 namespace apigen::common {
 
@@ -109,7 +110,8 @@ public:
         sigset_t none;
         sigset_t all;
         ::sigemptyset(&none);
-        ::sigfillset(&all);
+        // sigfillset leaves out two signals of the C library, which the child would then get ignored.
+        std::memset(&all, 0xff, sizeof all);
         ::posix_spawnattr_setsigmask(&m_attributes, &none);
         ::posix_spawnattr_setsigdefault(&m_attributes, &all);
         ::posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);

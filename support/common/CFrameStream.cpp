@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/common/CFrameStream.h"
 
-#include "support/common/Text.h"
-
 #include <apigen/ApiException.h>
 
 #include <sys/socket.h>
@@ -10,6 +8,8 @@
 #include <algorithm>
 #include <array>
 #include <utility>
+
+#include "support/common/Text.h"
 
 namespace apigen::common {
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/common/COutputTail.h"
 
-#include "support/common/Text.h"
-
 #include <algorithm>
+
+#include "support/common/Text.h"
 
 namespace apigen::common {
 

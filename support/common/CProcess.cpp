@@ -1,7 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/common/CProcessDevice.h"
-#include "support/common/Text.h"
-
 #include <apigen/ApiException.h>
 #include <apigen/CProcess.h>
 
@@ -10,6 +7,9 @@
 #include <chrono>
 #include <optional>
 #include <utility>
+
+#include "support/common/CProcessDevice.h"
+#include "support/common/Text.h"
 
 namespace apigen {
 

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/common/CProcessDevice.h"
 
-#include "support/common/Text.h"
-
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+
+#include "support/common/Text.h"
 
 namespace apigen::common {
 

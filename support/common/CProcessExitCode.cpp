@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/common/Text.h"
-
 #include <apigen/ApiException.h>
 #include <apigen/CProcess.h>
 
 #include <sys/wait.h>
 
 #include <utility>
+
+#include "support/common/Text.h"
 
 namespace apigen {
 
