@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/apigen/Envelope.h"
-
 #include <apigen/ApiException.h>
 #include <apigen/CApiClientInvoker.h>
 
 #include <utility>
+
+#include "support/apigen/Envelope.h"
 
 namespace apigen {
 

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/common/CDescriptor.h"
-
 #include <apigen/CAtomicEvent.h>
 
 #include <sys/eventfd.h>
@@ -10,6 +8,8 @@
 #include <mutex>
 #include <system_error>
 #include <utility>
+
+#include "support/common/CDescriptor.h"
 
 namespace apigen::io::event {
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/common/CDescriptor.h"
-#include "support/common/CFrameStream.h"
-
 #include <apigen/ApiException.h>
 #include <apigen/CInterruptibleIoDev.h>
 
 #include <utility>
 #include <vector>
+
+#include "support/common/CDescriptor.h"
+#include "support/common/CFrameStream.h"
 
 namespace apigen {
 

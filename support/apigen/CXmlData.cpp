@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/apigen/Document.h"
-#include "support/apigen/XmlText.h"
-
 #include <apigen/ApiException.h>
 #include <apigen/CXmlData.h>
 
 #include <utility>
+
+#include "support/apigen/Document.h"
+#include "support/apigen/XmlText.h"
 
 namespace apigen {
 namespace {

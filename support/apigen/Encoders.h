@@ -7,10 +7,6 @@
 /// for any other `IData`.
 #pragma once
 
-#include "support/apigen/Document.h"
-#include "support/apigen/GuidText.h"
-#include "support/apigen/NumberText.h"
-
 #include <apigen/CXmlData.h>
 #include <apigen/Fields.h>
 #include <apigen/Guid.h>
@@ -22,6 +18,10 @@
 #include <type_traits>
 #include <utility>
 #include <vector>
+
+#include "support/apigen/Document.h"
+#include "support/apigen/GuidText.h"
+#include "support/apigen/NumberText.h"
 
 namespace apigen {
 

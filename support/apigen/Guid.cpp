@@ -1,7 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/apigen/GuidText.h"
-#include "support/apigen/NumberText.h"
-
 #include <apigen/Guid.h>
 
 #include <algorithm>
@@ -9,6 +6,9 @@
 #include <locale>
 #include <sstream>
 #include <string_view>
+
+#include "support/apigen/GuidText.h"
+#include "support/apigen/NumberText.h"
 
 namespace apigen {
 namespace {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/apigen/Envelope.h"
-#include "support/apigen/NumberText.h"
-
 #include <apigen/ApiException.h>
 #include <apigen/ProxyBase.h>
 
 #include <utility>
+
+#include "support/apigen/Envelope.h"
+#include "support/apigen/NumberText.h"
 
 namespace apigen {
 

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "support/apigen/Envelope.h"
-
 #include <apigen/ApiException.h>
 #include <apigen/CXmlData.h>
 #include <apigen/StreamedXmlInvokerImpl.h>
@@ -8,6 +6,8 @@
 #include <mutex>
 #include <string>
 #include <utility>
+
+#include "support/apigen/Envelope.h"
 
 namespace apigen {
 

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/apigen/XmlParser.h"
 
-#include "support/apigen/Base64.h"
-#include "support/apigen/XmlChars.h"
-#include "support/apigen/XmlText.h"
-
 #include <apigen/ApiException.h>
 
 #include <algorithm>
@@ -12,6 +8,10 @@
 #include <cstring>
 #include <iterator>
 #include <limits>
+
+#include "support/apigen/Base64.h"
+#include "support/apigen/XmlChars.h"
+#include "support/apigen/XmlText.h"
 
 namespace apigen {
 namespace {

@@ -3,12 +3,12 @@
 /// The reader of the text form, strict about well-formedness (XML 1.0, fifth edition).
 #pragma once
 
-#include "support/apigen/Document.h"
-
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "support/apigen/Document.h"
 
 namespace apigen {
 

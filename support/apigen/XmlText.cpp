@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/apigen/XmlText.h"
 
-#include "support/apigen/Base64.h"
-#include "support/apigen/XmlChars.h"
-#include "support/apigen/XmlParser.h"
-
 #include <apigen/ApiException.h>
 
 #include <utility>
+
+#include "support/apigen/Base64.h"
+#include "support/apigen/XmlChars.h"
+#include "support/apigen/XmlParser.h"
 
 namespace apigen {
 namespace {

@@ -3,9 +3,9 @@
 /// The text form of a document: XML 1.0 in UTF-8, as docs/wire.md describes it.
 #pragma once
 
-#include "support/apigen/Document.h"
-
 #include <string>
+
+#include "support/apigen/Document.h"
 
 namespace apigen APIGEN_API {
 

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// The service's end of the wire: serves C++ objects to clients of the library.
+#pragma once
+
+#include <apigen/Export.h>
+#include <apigen/IIoDev.h>
+#include <zamclientlib/Installer.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace zamservice APIGEN_API {
+
+/// The objects that one client can reach, and the calls on them.
+///
+/// Objects that a method returns get a handle of their own each time and live until the client releases it,
+/// or until the service ends. An exception of the implementation reaches the client as what it is when it is
+/// one of zamclientlib/Exceptions.h, as a `CGenericException` with its text otherwise. One thread at a time.
+class CService {
+public:
+    CService(std::shared_ptr<zamclientlib::ITarvoInstaller> root);  // NOLINT: a root is a service
+    CService(CService&&) noexcept;
+    CService& operator=(CService&&) noexcept;
+    ~CService();
+
+    /// The message that the service begins with: it names the root object.
+    std::string Greeting() const;
+
+    /// Carries out one request and returns the answer. Never throws for what a client sends: a request that
+    /// can't be understood is answered with an error.
+    std::string Answer(const std::string& request);
+
+    /// How many objects the client holds, the root included.
+    std::size_t ObjectCount() const noexcept;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> m_impl;
+};
+
+/// Greets the client at the other end of `device` and answers it until it closes the stream.
+/// \throws what the device throws for anything but the stream's orderly end.
+void Serve(CService& service, apigen::IIoDev& device);
+
+/// Serves one client over the standard streams of this process until it closes them. For `main`.
+///
+/// Takes the streams over first: afterwards standard input is empty for everybody else, and what a library
+/// prints on standard output goes to standard error, never into the stream.
+/// \param makeService makes the service; when it throws, the client is greeted with the failure
+/// \return the exit code: 0 after an orderly end.
+int ServeStandardStreams(const std::function<CService()>& makeService);
+
+}  // namespace APIGEN_API

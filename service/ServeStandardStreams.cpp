@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <apigen/ApiException.h>
+#include <apigen/CXmlData.h>
+#include <zamservice/Service.h>
+
+#include <fcntl.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <iostream>
+#include <optional>
+#include <system_error>
+
+#include "service/Failure.h"
+#include "support/common/CDescriptor.h"
+
+namespace zamservice {
+namespace {
+
+using apigen::common::CDescriptor;
+
+[[noreturn]] void ThrowErrno(const char* attempt) {
+    throw std::system_error(errno, std::generic_category(), attempt);
+}
+
+/// Moves a standard stream to a descriptor of our own, and puts `replacement` in its place.
+CDescriptor TakeOver(int standardStream, int replacement) {
+    constexpr int FirstOwnDescriptor = 3;
+    CDescriptor taken(::fcntl(standardStream, F_DUPFD_CLOEXEC, FirstOwnDescriptor));
+    if (!taken) ThrowErrno("Taking over a standard stream");
+    if (::dup2(replacement, standardStream) < 0) ThrowErrno("Replacing a standard stream");
+    return taken;
+}
+
+CDescriptor OpenNull() {
+    CDescriptor null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (!null) ThrowErrno("Opening /dev/null");
+    return null;
+}
+
+/// Frames over the standard streams, whatever they are: pipes, sockets, a terminal. Blocking: a service has
+/// nothing else to do than to wait for its client.
+class CStandardStreams {
+public:
+    CStandardStreams()
+        : m_input(TakeOver(STDIN_FILENO, OpenNull().Get())),
+          m_output(TakeOver(STDOUT_FILENO, STDERR_FILENO)) {}
+
+    /// Reads one message; false when the input ended before one began.
+    bool Read(std::string& message) {
+        std::array<char, 4> header{};
+        const std::size_t got = ReadBytes(header.data(), header.size());
+        if (got == 0) return false;
+        if (got < header.size())
+            throw apigen::BrokenMessageError("The input ended inside the length of a message");
+        std::uint32_t length = 0;
+        for (std::size_t i = header.size(); i-- > 0;) {
+            length = length << 8 | static_cast<unsigned char>(header[i]);
+        }
+        if (length > apigen::IIoDev::MaxMessageBytes) {
+            throw apigen::BrokenMessageError("A message of " + std::to_string(length) +
+                                             " bytes is announced, over the limit of " +
+                                             std::to_string(apigen::IIoDev::MaxMessageBytes));
+        }
+        message.clear();
+        while (message.size() < length) {
+            // No more at once than has shown to be there: the announced length alone earns no memory.
+            const std::size_t before = message.size();
+            const std::size_t step = std::min<std::size_t>(length - before, std::max(before, MinStep));
+            message.resize(before + step);
+            if (ReadBytes(message.data() + before, step) < step) {
+                throw apigen::BrokenMessageError("The input ended inside a message");
+            }
+        }
+        return true;
+    }
+
+    void Write(const std::string& message) {
+        std::array<char, 4> header{};
+        for (std::size_t i = 0; i < header.size(); ++i) {
+            header[i] = static_cast<char>(message.size() >> 8 * i);
+        }
+        std::array<iovec, 2> parts{
+            {{header.data(), header.size()}, {const_cast<char*>(message.data()), message.size()}}};
+        std::size_t first = 0;
+        while (first < parts.size()) {
+            const ssize_t written =
+                ::writev(m_output.Get(), &parts[first], static_cast<int>(parts.size() - first));
+            if (written < 0 && errno == EINTR) continue;
+            if (written < 0) ThrowErrno("Writing an answer");
+            auto left = static_cast<std::size_t>(written);
+            for (; first < parts.size() && left >= parts[first].iov_len; ++first) {
+                left -= parts[first].iov_len;
+            }
+            if (first < parts.size()) {
+                parts[first].iov_base = static_cast<char*>(parts[first].iov_base) + left;
+                parts[first].iov_len -= left;
+            }
+        }
+    }
+
+private:
+    static constexpr std::size_t MinStep = 64 * 1024;
+
+    /// Fewer bytes than asked for at the end of the input only.
+    std::size_t ReadBytes(char* into, std::size_t count) {
+        std::size_t done = 0;
+        while (done < count) {
+            if (m_begin == m_end && !Fill()) break;
+            const std::size_t piece = std::min(count - done, m_end - m_begin);
+            std::memcpy(into + done, m_buffer.data() + m_begin, piece);
+            m_begin += piece;
+            done += piece;
+        }
+        return done;
+    }
+
+    bool Fill() {
+        while (true) {
+            const ssize_t got = ::read(m_input.Get(), m_buffer.data(), m_buffer.size());
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) ThrowErrno("Reading a request");
+            m_begin = 0;
+            m_end = static_cast<std::size_t>(got);
+            return got != 0;
+        }
+    }
+
+    CDescriptor m_input;
+    CDescriptor m_output;
+    std::string m_buffer = std::string(MinStep, '\0');
+    std::size_t m_begin = 0;
+    std::size_t m_end = 0;
+};
+
+}  // namespace
+
+int ServeStandardStreams(const std::function<CService()>& makeService) {
+    try {
+        // A client that goes away shows as a failed write, not as the death of the service in mid-work.
+        std::signal(SIGPIPE, SIG_IGN);
+        CStandardStreams streams;
+        std::optional<CService> service;
+        try {
+            service.emplace(makeService());
+        } catch (const std::exception& error) {
+            std::cerr << "Can't serve: " << error.what() << std::endl;
+            streams.Write(apigen::CXmlData::Serialize(*Failure(error)));
+            return 1;
+        }
+        streams.Write(service->Greeting());
+        std::string request;
+        while (streams.Read(request)) {
+            streams.Write(service->Answer(request));
+        }
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << "The connection ended: " << error.what() << std::endl;
+        return 1;
+    }
+}
+
+}  // namespace zamservice
