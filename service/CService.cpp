@@ -107,15 +107,13 @@ std::size_t CService::ObjectCount() const noexcept {
 }
 
 void Serve(CService& service, apigen::IIoDev& device) {
-    device.WriteString(service.Greeting());
-    while (true) {
-        std::string request;
-        try {
-            request = device.ReadString();
-        } catch (const apigen::PeerGoneError&) {
-            return;
+    try {
+        device.WriteString(service.Greeting());
+        while (true) {
+            device.WriteString(service.Answer(device.ReadString()));
         }
-        device.WriteString(service.Answer(request));
+    } catch (const apigen::PeerGoneError&) {
+        // The client has left, perhaps without waiting for the answers of its last releases.
     }
 }
 

@@ -41,7 +41,7 @@ private:
 };
 
 /// Greets the client at the other end of `device` and answers it until it closes the stream.
-/// \throws what the device throws for anything but the stream's orderly end.
+/// \throws what the device throws for anything but the end of the stream.
 void Serve(CService& service, apigen::IIoDev& device);
 
 /// Serves one client over the standard streams of this process until it closes them. For `main`.
