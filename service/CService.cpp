@@ -10,6 +10,7 @@
 
 #include "service/Dispatcher.h"
 #include "service/Failure.h"
+#include "src/AgentMethods.h"
 #include "src/InstallerMethods.h"
 
 namespace zamservice {
@@ -79,6 +80,9 @@ private:
 
 CService::CService(std::shared_ptr<zamclientlib::ITarvoInstaller> root)
     : m_impl(std::make_unique<Impl>(SObject{root, &CInterface::Of<zamclientlib::ITarvoInstaller>()})) {}
+
+CService::CService(std::shared_ptr<zamclientlib::IZamControl> root)
+    : m_impl(std::make_unique<Impl>(SObject{root, &CInterface::Of<zamclientlib::IZamControl>()})) {}
 
 CService::CService(CService&&) noexcept = default;
 CService& CService::operator=(CService&&) noexcept = default;

@@ -3,6 +3,7 @@
 #include <apigen/CProcess.h>
 #include <apigen/CXmlData.h>
 #include <apigen/Serialize.h>
+#include <zamclientlib/AgentProxies.h>
 #include <zamclientlib/ApiClient.h>
 #include <zamclientlib/CApiExceptionGenerator.h>
 #include <zamclientlib/CSimpleLogger.h>
@@ -73,6 +74,12 @@ SVersion GetApiVersion(std::string program, const std::vector<std::string>& argu
 }
 
 }  // namespace
+
+std::shared_ptr<IZamControl> GetZamControl(std::chrono::seconds timeout, bool enableLogging,
+                                           std::shared_ptr<apigen::ILogger> logger) {
+    return Connect<IZamControl_Proxy, IZamControl>(AgentService, AgentTool, timeout, enableLogging,
+                                                   std::move(logger));
+}
 
 std::shared_ptr<ITarvoInstaller> GetTarvoInstaller(std::string path, std::chrono::seconds timeout,
                                                    bool enableLogging,

@@ -5,6 +5,7 @@
 
 #include <apigen/Export.h>
 #include <apigen/ILogger.h>
+#include <zamclientlib/Control.h>
 #include <zamclientlib/Installer.h>
 
 #include <chrono>
@@ -13,16 +14,21 @@
 
 namespace zamclientlib APIGEN_API {
 
-/// Starts the installer tool and connects to it.
+/// Starts the agent's tool, "tarvoconfig" (looked up in `PATH`), and connects to it.
 ///
 /// The returned object and every object had from it share the connection and the tool's process, which
 /// lasts as long as any of them.
 ///
-/// \param path          file name (looked up in `PATH`) or path of the installer tool
 /// \param timeout       bound of the connecting and of every later call; 0 means none
 /// \param enableLogging when false nothing is logged, whatever `logger` is
-/// \param logger        may be empty: then a new file apiclient_installer.log in /var/log/tarvo/ is written
-/// \throws apigen::ProcessLaunchError, or another apigen::ApiInternalError, or what the tool reported.
+/// \param logger        may be empty: then a new file apiclient_control.log in /var/log/tarvo/config is
+/// written \throws apigen::ProcessLaunchError, or another apigen::ApiInternalError, or what the tool
+/// reported.
+std::shared_ptr<IZamControl> GetZamControl(std::chrono::seconds timeout, bool enableLogging,
+                                           std::shared_ptr<apigen::ILogger> logger);
+
+/// As `GetZamControl`, for the installer tool; its log is apiclient_installer.log in /var/log/tarvo/.
+/// \param path file name (looked up in `PATH`) or path of the installer tool
 std::shared_ptr<ITarvoInstaller> GetTarvoInstaller(std::string path, std::chrono::seconds timeout,
                                                    bool enableLogging,
                                                    std::shared_ptr<apigen::ILogger> logger);
@@ -35,4 +41,4 @@ bool IsControlApiCompatible();
 /// \throws apigen::ApiInternalError when the tool can't be asked; false always is the tool's own answer.
 bool IsInstallerApiCompatible(std::string path);
 
-}  // namespace APIGEN_API
+}  // namespace zamclientlib

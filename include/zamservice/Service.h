@@ -5,6 +5,7 @@
 
 #include <apigen/Export.h>
 #include <apigen/IIoDev.h>
+#include <zamclientlib/Control.h>
 #include <zamclientlib/Installer.h>
 
 #include <functional>
@@ -21,6 +22,7 @@ namespace zamservice APIGEN_API {
 class CService {
 public:
     CService(std::shared_ptr<zamclientlib::ITarvoInstaller> root);  // NOLINT: a root is a service
+    CService(std::shared_ptr<zamclientlib::IZamControl> root);      // NOLINT: likewise
     CService(CService&&) noexcept;
     CService& operator=(CService&&) noexcept;
     ~CService();
@@ -52,4 +54,4 @@ void Serve(CService& service, apigen::IIoDev& device);
 /// \return the exit code: 0 after an orderly end.
 int ServeStandardStreams(const std::function<CService()>& makeService);
 
-}  // namespace APIGEN_API
+}  // namespace zamservice

@@ -28,5 +28,5 @@ inline const std::string ReleaseMethod = "__dtr";  ///< the method that every ob
 void ThrowIfFailed(const IData& response, const IInvoker& invoker, std::string_view attempt,
                    std::string_view name);
 
-}  // namespace APIGEN_API
+}  // namespace apigen
 }  // namespace apigen

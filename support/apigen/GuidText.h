@@ -19,4 +19,4 @@ std::string_view FormatGuid(const Guid& guid, SGuidBuffer& buffer);
 /// As `Guid::Deserialize`.
 Guid ParseGuid(std::string_view text);
 
-}  // namespace APIGEN_API
+}  // namespace apigen

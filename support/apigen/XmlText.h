@@ -20,4 +20,4 @@ CDocument ParseXml(std::string text);
 /// \throws ApiInternalError when they are nested too deeply for a reader.
 void WriteXml(const CDocument& document, NodeId node, std::string& output);
 
-}  // namespace APIGEN_API
+}  // namespace apigen

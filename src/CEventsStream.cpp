@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <apigen/ApiException.h>
+#include <apigen/CXmlData.h>
+#include <apigen/Serialize.h>
+#include <zamclientlib/CEventsStream.h>
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "support/common/CDescriptor.h"
+
+namespace zamclientlib {
+namespace {
+
+using apigen::common::CDescriptor;
+
+[[noreturn]] void ThrowErrno(const char* text) {
+    throw std::system_error(errno, std::generic_category(), text);
+}
+
+CDescriptor ConnectTo(const std::string& path) {
+    sockaddr_un address{};
+    if (path.size() >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        ThrowErrno("Socket path to long.");
+    }
+    CDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!socket) ThrowErrno("Failed to open socket");
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    int result = -1;
+    do {
+        result = ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    } while (result != 0 && errno == EINTR);
+    if (result != 0) ThrowErrno("Failed to connect to event socket");
+    return socket;
+}
+
+/// A descriptor that is readable when one of the two is.
+CDescriptor EitherOf(int first, int second) {
+    CDescriptor both(::epoll_create1(EPOLL_CLOEXEC));
+    if (!both) ThrowErrno("Failed to watch the event socket");
+    for (const int each : {first, second}) {
+        epoll_event event{};
+        event.events = EPOLLIN;
+        if (::epoll_ctl(both.Get(), EPOLL_CTL_ADD, each, &event) != 0) {
+            ThrowErrno("Failed to watch the event socket");
+        }
+    }
+    return both;
+}
+
+}  // namespace
+
+CEventsStream::CEventsStream(const SEventConfig& config, std::shared_ptr<apigen::ILogger> logger)
+    : m_logger(std::move(logger)) {
+    const std::string& path = config.v1.Value().socketPath;
+    if (m_logger != nullptr) m_logger->Info("Connecting to unix socket event source: " + path);
+    CDescriptor socket = ConnectTo(path);
+    // An empty message opens the stream. Should it fail to go out, the first read says why.
+    const std::uint32_t openingWord = 0;
+    (void)::send(socket.Get(), &openingWord, sizeof openingWord, MSG_NOSIGNAL);
+
+    const int descriptor = socket.Get();
+    m_stopped = std::make_shared<apigen::io::event::CAtomicEvent>();
+    CDescriptor either = EitherOf(descriptor, m_stopped->Descriptor());
+    m_device = std::make_shared<apigen::CInterruptibleIoDev>(socket.Release());
+    m_device->AddEvent(m_stopped);
+    m_descriptor = either.Release();
+}
+
+CEventsStream::~CEventsStream() {
+    ::close(m_descriptor);
+}
+
+SBaseEvent CEventsStream::Read() {
+    m_device->SetDeadline(std::chrono::steady_clock::time_point::max());
+    return ReadNext();
+}
+
+SBaseEvent CEventsStream::ReadNext() {
+    SBaseEvent event;
+    apigen::Deserialize(*apigen::CXmlData::Unserialize(m_device->ReadString()), "Event", event);
+    return event;
+}
+
+apigen::Optional<SBaseEvent> CEventsStream::ReadUntil(std::chrono::steady_clock::time_point deadline) {
+    m_device->SetDeadline(deadline);
+    try {
+        return ReadNext();
+    } catch (const apigen::TimeoutError&) {
+        return {};
+    }
+}
+
+void CEventsStream::Stop() {
+    const std::string reason = "Event stream closed";
+    if (m_logger != nullptr) m_logger->Info("Closing event stream: " + reason);
+    m_stopped->Set(reason);
+}
+
+bool CEventsStream::IsStopped() const {
+    return m_stopped->IsSet();
+}
+
+}  // namespace zamclientlib
