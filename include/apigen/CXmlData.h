@@ -24,6 +24,8 @@ public:
     /// Parses a document.
     /// \throws ApiInternalError with the parser's reason and the offset, in bytes, of the fault.
     static std::shared_ptr<IData> Unserialize(const std::string& text);
+    /// \overload that takes the text over instead of copying it
+    static std::shared_ptr<IData> Unserialize(std::string&& text);
 
     /// The text form of the document that `data`, a node made by this class, is the root of.
     /// \throws ApiInternalError when `data` is no node of this class.
@@ -43,6 +45,8 @@ public:
     std::uint32_t Node() const noexcept { return m_node; }
 
 private:
+    CDocument& Indexed() const;
+
     std::shared_ptr<CDocument> m_document;
     std::uint32_t m_node;
 };

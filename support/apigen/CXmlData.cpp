@@ -30,7 +30,11 @@ std::shared_ptr<IData> CXmlData::CreateNew() {
 }
 
 std::shared_ptr<IData> CXmlData::Unserialize(const std::string& text) {
-    return Share(std::make_shared<CDocument>(ParseXml(text)), CDocument::Root);
+    return Unserialize(std::string(text));
+}
+
+std::shared_ptr<IData> CXmlData::Unserialize(std::string&& text) {
+    return Share(std::make_shared<CDocument>(ParseXml(std::move(text))), CDocument::Root);
 }
 
 std::string CXmlData::Serialize(const IData& data) {
@@ -38,51 +42,64 @@ std::string CXmlData::Serialize(const IData& data) {
     if (node == nullptr) {
         throw ApiInternalError("Only a container that CXmlData made has a text form");
     }
-    std::string text;
-    WriteXml(*node->m_document, node->m_node, text);
-    return text;
+    return WriteXml(*node->m_document, node->m_node);
 }
 
 bool CXmlData::HasValue(const std::string& key) const {
-    return m_document->Find(m_node, key) != CDocument::None;
+    return Indexed().Find(m_node, key) != CDocument::None;
 }
 
 std::shared_ptr<IData> CXmlData::CreateChild(const std::string& key) {
-    return Share(m_document, m_document->AppendNode(m_node, key));
+    return Share(m_document, Indexed().AppendNode(m_node, key));
 }
 
 std::vector<std::shared_ptr<IData>> CXmlData::GetChildren(const std::string& key) const {
+    const CDocument& document = Indexed();
     std::vector<std::shared_ptr<IData>> children;
-    NodeId child = m_document->Find(m_node, key);
+    NodeId child = document.Find(m_node, key);
     while (child != CDocument::None) {
         children.push_back(Share(m_document, child));
-        child = m_document->FindFrom(m_document->NextSibling(child), key);
+        child = document.FindFrom(document.NextSibling(child), key);
     }
     return children;
 }
 
 std::shared_ptr<IData> CXmlData::GetChild(const std::string& key) const {
-    return Share(m_document, Require(*m_document, m_node, key));
+    return Share(m_document, Require(Indexed(), m_node, key));
 }
 
 bool CXmlData::HasString(const std::string& key) const {
-    const NodeId found = m_document->Find(m_node, key);
-    return found != CDocument::None && !m_document->HasChildren(found);
+    const CDocument& document = Indexed();
+    const NodeId found = document.Find(m_node, key);
+    return found != CDocument::None && !document.HasChildren(found);
 }
 
 void CXmlData::SetString(const std::string& key, const std::string& value) {
-    const NodeId found = m_document->Find(m_node, key);
+    if (m_node == CDocument::Root && !m_document->HasRootEntry(key)) {
+        RequireKey(key);
+        m_document->AddTailKey(key);
+        m_document->TailWriter().Entry(key, value);
+        return;
+    }
+    CDocument& document = Indexed();
+    const NodeId found = document.Find(m_node, key);
     if (found == CDocument::None) {
-        m_document->AppendText(m_node, key, value);
+        document.AppendText(m_node, key, value);
     } else {
-        m_document->SetText(found, value);
+        document.SetText(found, value);
     }
 }
 
 std::string CXmlData::GetString(const std::string& key) const {
-    const NodeId found = Require(*m_document, m_node, key);
-    if (m_document->HasChildren(found)) m_document->ThrowNoText(found);
-    return std::string(m_document->Text(found));
+    const CDocument& document = Indexed();
+    const NodeId found = Require(document, m_node, key);
+    if (document.HasChildren(found)) document.ThrowNoText(found);
+    return std::string(document.Text(found));
+}
+
+CDocument& CXmlData::Indexed() const {
+    m_document->Index();
+    return *m_document;
 }
 
 }  // namespace apigen

@@ -6,21 +6,19 @@
 #include <algorithm>
 #include <limits>
 
+#include "support/apigen/XmlParser.h"
+
 namespace apigen {
-namespace {
-
-constexpr bool IsKeyStart(char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
-}
-
-constexpr bool IsKeyChar(char c) {
-    return IsKeyStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
-}
-
-}  // namespace
-
 bool IsKey(std::string_view text) {
     return !text.empty() && IsKeyStart(text.front()) && std::all_of(text.begin(), text.end(), IsKeyChar);
+}
+
+void RequireKey(std::string_view key) {
+    if (!IsKey(key)) {
+        throw ApiInternalError("\"" + std::string(key) +
+                               "\" can't be a key: a letter or \"_\" comes first, then letters, " +
+                               "digits, \"_\", \"-\" or \".\"");
+    }
 }
 
 CDocument::CDocument() {
@@ -28,11 +26,7 @@ CDocument::CDocument() {
 }
 
 NodeId CDocument::AppendNode(NodeId parent, std::string_view key) {
-    if (!IsKey(key)) {
-        throw ApiInternalError("\"" + std::string(key) +
-                               "\" can't be a key: a letter or \"_\" comes first, then letters, " +
-                               "digits, \"_\", \"-\" or \".\"");
-    }
+    RequireKey(key);
     return Link(parent, AppendBytes(key), static_cast<std::uint32_t>(key.size()));
 }
 
@@ -64,6 +58,22 @@ void CDocument::SetText(NodeId node, std::string_view text) {
     target.IsText = 1;
     target.FirstChild = None;
     target.LastChild = None;
+}
+
+void CDocument::AddTailKey(std::string_view key) {
+    if (std::find(m_tailKeys.begin(), m_tailKeys.end(), key) == m_tailKeys.end())
+        m_tailKeys.emplace_back(key);
+}
+
+bool CDocument::HasRootEntry(std::string_view key) const {
+    return std::find(m_tailKeys.begin(), m_tailKeys.end(), key) != m_tailKeys.end() ||
+           Find(Root, key) != None;
+}
+
+void CDocument::IndexTail() {
+    CXmlParser(*this).ParseBelowRoot(Tail());
+    m_tail = CXmlWriter();
+    m_tailKeys.clear();
 }
 
 std::uint32_t CDocument::AppendBytes(std::string_view bytes) {

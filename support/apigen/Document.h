@@ -5,11 +5,14 @@
 
 #include <apigen/Export.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "support/apigen/CXmlWriter.h"
 
 namespace apigen APIGEN_API {
 
@@ -19,6 +22,9 @@ using NodeId = std::uint32_t;
 ///
 /// A received document stays in the bytes it came in: keys and texts are views into them, decoded in place.
 /// Views are valid until something is added. No locking; one thread at a time.
+///
+/// What is appended to the root in order, as a request is built, need not be a tree for anybody: it is kept
+/// as the text that it will be sent as, the tail, until somebody asks for a node.
 class CDocument {
 public:
     static constexpr NodeId Root = 0;
@@ -77,6 +83,21 @@ public:
     /// \throws ApiInternalError that says that the entry holds child entries where a text was asked for.
     [[noreturn]] void ThrowNoText(NodeId node) const;
 
+    /// A writer for further entries of the root; their keys go to `AddTailKey`.
+    CXmlWriter& TailWriter() { return m_tail; }
+    void AddTailKey(std::string_view key);
+
+    /// The text of the root's entries that are not among the nodes.
+    std::string_view Tail() const { return m_tail.Text(); }
+
+    /// True when the root has an entry under `key`, in the tail or not.
+    bool HasRootEntry(std::string_view key) const;
+
+    /// Turns the tail into nodes. To be called before anything else than the root's tail is looked at.
+    void Index() {
+        if (!Tail().empty()) IndexTail();
+    }
+
 private:
     friend class CXmlParser;
 
@@ -98,11 +119,35 @@ private:
     std::uint32_t AppendBytes(std::string_view bytes);
     NodeId Link(NodeId parent, std::uint32_t keyOffset, std::uint32_t keyLength);
 
+    void IndexTail();
+
     std::string m_bytes;
     std::vector<SNode> m_nodes;
+    CXmlWriter m_tail;
+    std::vector<std::string> m_tailKeys;  // each once
 };
+
+constexpr bool IsKeyStart(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+}
+
+/// One of the characters of a key.
+inline bool IsKeyChar(char c) {
+    static constexpr auto Table = [] {
+        std::array<bool, 256> table{};
+        for (unsigned i = 0; i < 128; ++i) {
+            const char each = static_cast<char>(i);
+            table[i] = IsKeyStart(each) || (each >= '0' && each <= '9') || each == '-' || each == '.';
+        }
+        return table;
+    }();
+    return Table[static_cast<unsigned char>(c)];
+}
 
 /// True for a key: a letter or `_`, then letters, digits, `_`, `-`, `.` (all ASCII).
 bool IsKey(std::string_view text);
+
+/// \throws ApiInternalError when `key` is none.
+void RequireKey(std::string_view key);
 
 }  // namespace apigen

@@ -51,12 +51,34 @@ inline constexpr bool IsVector = false;
 template <class T>
 inline constexpr bool IsVector<std::vector<T>> = true;
 
+/// Writes below the root of a document, straight into its text.
+class CTextWriter {
+public:
+    explicit CTextWriter(CXmlWriter& writer) : m_writer(writer) {}
+    CTextWriter(CXmlWriter& writer, std::string_view key)
+        : m_writer(writer), m_key(key), m_opened(writer.Open(key)) {}
+    CTextWriter(const CTextWriter&) = delete;
+    CTextWriter& operator=(const CTextWriter&) = delete;
+
+    void Text(std::string_view key, std::string_view text) { m_writer.Entry(key, text); }
+    CTextWriter Child(std::string_view key) { return {m_writer, key}; }
+
+    /// To be called on a child when everything in it is written.
+    void End() { m_writer.Close(m_key, m_opened); }
+
+private:
+    CXmlWriter& m_writer;
+    std::string_view m_key;
+    std::size_t m_opened = 0;
+};
+
 class CDocumentWriter {
 public:
     CDocumentWriter(CDocument& document, NodeId node) : m_document(document), m_node(node) {}
 
     void Text(std::string_view key, std::string_view text) { m_document.AppendText(m_node, key, text); }
     CDocumentWriter Child(std::string_view key) { return {m_document, m_document.AppendNode(m_node, key)}; }
+    void End() {}
 
 private:
     CDocument& m_document;
@@ -77,6 +99,16 @@ public:
     }
 
     CDocumentReader Child(std::string_view key) { return {m_document, Take(key)}; }
+
+    /// How many entries a list has, for making room.
+    std::size_t Count(std::string_view key) const {
+        std::size_t count = 0;
+        for (NodeId node = Find(key); node != CDocument::None;
+             node = m_document.FindFrom(m_document.NextSibling(node), key)) {
+            ++count;
+        }
+        return count;
+    }
 
     template <class Visitor>
     void ForEachChild(std::string_view key, Visitor&& visit) {
@@ -121,6 +153,7 @@ public:
         m_data.SetString(std::string(key), std::string(text));
     }
     CDataWriter Child(std::string_view key) { return CDataWriter(m_data.CreateChild(std::string(key))); }
+    void End() {}
 
 private:
     IData& m_data;
@@ -135,6 +168,8 @@ public:
     bool Has(std::string_view key) const { return m_data.HasValue(std::string(key)); }
     std::string Text(std::string_view key) const { return m_data.GetString(std::string(key)); }
     CDataReader Child(std::string_view key) const { return CDataReader(m_data.GetChild(std::string(key))); }
+
+    std::size_t Count(std::string_view /*key*/) const { return 0; }
 
     template <class Visitor>
     void ForEachChild(std::string_view key, Visitor&& visit) const {
@@ -168,19 +203,23 @@ void Write(Writer& writer, std::string_view key, const T& value) {
         if (value.HasValue()) {
             auto child = writer.Child(key);
             Write(child, OptionalKey, *value);
+            child.End();
         }
     } else if constexpr (IsVector<T>) {
         for (const auto& element : value) {
             auto child = writer.Child(key);
             Write(child, ItemKey, element);
+            child.End();
         }
     } else if constexpr (Record<T>) {
         auto child = writer.Child(key);
         ForEachField(value,
                      [&child](const FieldInfo& info, const auto& field) { Write(child, info.Key, field); });
+        child.End();
     } else {
         auto child = writer.Child(key);
         Codec<T>::Write(child, value);
+        child.End();
     }
 }
 
@@ -207,10 +246,15 @@ void Read(Reader& reader, std::string_view key, T& value) {
             value = std::move(present);
         }
     } else if constexpr (IsVector<T>) {
+        value.reserve(value.size() + reader.Count(key));
         reader.ForEachChild(key, [&value](auto child) {
-            typename T::value_type element{};
-            Read(child, ItemKey, element);
-            value.push_back(std::move(element));
+            value.emplace_back();
+            try {
+                Read(child, ItemKey, value.back());
+            } catch (...) {
+                value.pop_back();
+                throw;
+            }
         });
     } else if constexpr (Record<T>) {
         auto child = reader.Child(key);
@@ -230,9 +274,26 @@ inline constexpr bool IsPlain =
 template <class T>
 void WriteTo(IData& data, const std::string& key, const T& value) {
     if constexpr (!IsPlain<T>) {
-        if (auto* const document = dynamic_cast<CXmlData*>(&data)) {
-            CDocumentWriter writer(document->Document(), document->Node());
-            return Write(writer, key, value);
+        if (auto* const node = dynamic_cast<CXmlData*>(&data)) {
+            CDocument& document = node->Document();
+            RequireKey(key);
+            if (node->Node() == CDocument::Root) {
+                CXmlWriter& tail = document.TailWriter();
+                const std::size_t size = tail.Text().size();
+                try {
+                    CTextWriter writer(tail);
+                    Write(writer, key, value);
+                } catch (...) {
+                    tail.CutTo(size);
+                    throw;
+                }
+                if (tail.Text().size() != size) document.AddTailKey(key);
+            } else {
+                document.Index();
+                CDocumentWriter writer(document, node->Node());
+                Write(writer, key, value);
+            }
+            return;
         }
     }
     CDataWriter writer(data);
@@ -242,6 +303,7 @@ void WriteTo(IData& data, const std::string& key, const T& value) {
 template <class T>
 void ReadFrom(const IData& data, const std::string& key, T& value) {
     if (const auto* const document = dynamic_cast<const CXmlData*>(&data)) {
+        document->Document().Index();
         CDocumentReader reader(document->Document(), document->Node());
         return Read(reader, key, value);
     }

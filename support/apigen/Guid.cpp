@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apigen/Guid.h>
 
-#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <ios>
 #include <locale>
 #include <sstream>
@@ -13,43 +14,45 @@
 namespace apigen {
 namespace {
 
-constexpr std::string_view HexDigits = "0123456789abcdef";
 constexpr std::string_view Shape = "00000000-0000-0000-0000-000000000000";
 
-constexpr int DigitValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
+constexpr std::uint8_t NoDigit = 0xFF;
+
+constexpr std::array DigitValues = [] {
+    std::array<std::uint8_t, 256> values{};
+    values.fill(NoDigit);
+    for (std::uint8_t i = 0; i < 10; ++i)
+        values['0' + i] = i;
+    for (std::uint8_t i = 0; i < 6; ++i)
+        values['a' + i] = values['A' + i] = 10 + i;
+    return values;
+}();
+
+/// Reads `count` bytes of two digits each; NoDigit bits in `bad` tell of a character that is no digit.
+template <std::size_t Count>
+std::uint64_t ReadBytes(const char* at, std::uint8_t& bad) {
+    std::uint64_t value = 0;
+    for (std::size_t i = 0; i < 2 * Count; ++i) {
+        const std::uint8_t digit = DigitValues[static_cast<unsigned char>(at[i])];
+        bad |= digit;
+        value = value << 4 | (digit & 0xF);
+    }
+    return value;
 }
 
 /// Reads the text that a writer makes, braces removed; says whether it was one.
 bool ReadCanonical(std::string_view text, Guid& guid) {
     if (text.size() != Shape.size()) return false;
-    std::array<std::uint8_t, 16> bytes{};
-    std::size_t digits = 0;
-    for (std::size_t i = 0; i < Shape.size(); ++i) {
-        if (Shape[i] == '-') {
-            if (text[i] != '-') return false;
-            continue;
-        }
-        const int digit = DigitValue(text[i]);
-        if (digit < 0) return false;
-        bytes[digits / 2] = static_cast<std::uint8_t>(bytes[digits / 2] << 4 | digit);
-        ++digits;
+    const char* const at = text.data();
+    std::uint8_t bad = 0;
+    guid.Data1 = static_cast<std::uint32_t>(ReadBytes<4>(at, bad));
+    guid.Data2 = static_cast<std::uint16_t>(ReadBytes<2>(at + 9, bad));
+    guid.Data3 = static_cast<std::uint16_t>(ReadBytes<2>(at + 14, bad));
+    const std::uint64_t tail = ReadBytes<2>(at + 19, bad) << 48 | ReadBytes<6>(at + 24, bad);
+    for (std::size_t i = 0; i < guid.Data4.size(); ++i) {
+        guid.Data4[i] = static_cast<std::uint8_t>(tail >> (56 - 8 * i));
     }
-    const auto number = [&](std::size_t first, std::size_t count) {
-        std::uint32_t value = 0;
-        for (std::size_t i = first; i < first + count; ++i) {
-            value = value << 8 | bytes[i];
-        }
-        return value;
-    };
-    guid.Data1 = number(0, 4);
-    guid.Data2 = static_cast<std::uint16_t>(number(4, 2));
-    guid.Data3 = static_cast<std::uint16_t>(number(6, 2));
-    std::copy(bytes.begin() + 8, bytes.end(), guid.Data4.begin());
-    return true;
+    return (bad & 0xF0) == 0 && at[8] == '-' && at[13] == '-' && at[18] == '-' && at[23] == '-';
 }
 
 /// Reads any text as far as it goes; what can't be read stays zero.
@@ -72,10 +75,11 @@ Guid ReadLeniently(std::string_view text) {
 }  // namespace
 
 std::string_view FormatGuid(const Guid& guid, SGuidBuffer& buffer) {
+    static constexpr std::string_view Digits = "0123456789abcdef";
     char* at = buffer.Chars;
-    const auto add = [&](std::uint32_t value, int digits) {
+    const auto add = [&at](std::uint32_t value, int digits) {
         while (digits-- > 0) {
-            *at++ = HexDigits[value >> 4 * digits & 0xF];
+            *at++ = Digits[value >> 4 * digits & 0xF];
         }
     };
     *at++ = '{';

@@ -4,7 +4,11 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstdint>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace apigen::xml {
 
@@ -31,6 +35,28 @@ inline EChar Classify(char c) {
 
 /// The first character in [at, end) that is not plain, or `end`.
 inline const char* SkipPlain(const char* at, const char* end) {
+#ifdef __SSE2__
+    // Sixteen at a time. Signed comparison finds both the controls and the bytes above ASCII; the few white
+    // space characters among the controls are sorted out below.
+    const __m128i space = _mm_set1_epi8(0x20);
+    const __m128i less = _mm_set1_epi8('<');
+    const __m128i greater = _mm_set1_epi8('>');
+    const __m128i ampersand = _mm_set1_epi8('&');
+    while (end - at >= 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+        const __m128i marked =
+            _mm_or_si128(_mm_or_si128(_mm_cmplt_epi8(bytes, space), _mm_cmpeq_epi8(bytes, less)),
+                         _mm_or_si128(_mm_cmpeq_epi8(bytes, greater), _mm_cmpeq_epi8(bytes, ampersand)));
+        const int mask = _mm_movemask_epi8(marked);
+        if (mask == 0) {
+            at += 16;
+            continue;
+        }
+        at += std::countr_zero(static_cast<unsigned>(mask));
+        if (Classify(*at) != EChar::Plain) return at;
+        ++at;
+    }
+#endif
     while (at != end && Classify(*at) == EChar::Plain) {
         ++at;
     }

@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "support/apigen/Base64.h"
+#include "support/apigen/LargeMemory.h"
 #include "support/apigen/XmlChars.h"
 #include "support/apigen/XmlText.h"
 
@@ -123,8 +124,20 @@ void CXmlParser::Fail(const std::string& reason, std::size_t offset) const {
 
 void CXmlParser::Adopt(std::string text) {
     m_document.m_bytes = std::move(text);
-    m_final = true;
+    // About what records need; memory that stays untouched costs nothing.
+    constexpr std::size_t BytesPerElement = 20;
+    auto& nodes = m_document.m_nodes;
+    nodes.reserve(Size() / BytesPerElement + 1);
+    PrepareLargeBlock(nodes.data(), nodes.capacity() * sizeof nodes.front());
     Finish();
+}
+
+void CXmlParser::ParseBelowRoot(std::string_view elements) {
+    m_at = m_document.AppendBytes(elements);
+    m_started = m_final = m_hasRoot = true;
+    m_depth = 1;
+    m_current = CDocument::Root;
+    Advance();
 }
 
 void CXmlParser::Feed(std::string_view piece) {
@@ -169,7 +182,45 @@ void CXmlParser::Advance() {
 }
 
 bool CXmlParser::Item() {
+    if (m_depth != 0 && PlainElement()) return true;
     return Base()[m_at] == '<' ? Markup() : TextRun();
+}
+
+/// Takes the form that nearly everything has, an element without attributes that holds plain text, in one go;
+/// or the start tag alone of one whose first child follows at once. False for anything else: then nothing has
+/// changed.
+bool CXmlParser::PlainElement() {
+    const char* at = Base() + m_at;
+    const char* const end = Base() + Size();
+    if (*at != '<' || m_depth == MaxXmlDepth) return false;
+    // The text ends with a NUL, which stops the search for the name's end.
+    const char* const name = ++at;
+    if (!IsKeyStart(*at)) return false;
+    while (IsKeyChar(*at)) {
+        ++at;
+    }
+    if (*at != '>') return false;
+    const auto length = static_cast<std::size_t>(at - name);
+    const char* const text = ++at;
+    at = xml::SkipPlain(at, end);
+    if (end - at < static_cast<std::ptrdiff_t>(length + 3) || *at != '<') return false;
+    const bool isLeaf = at[1] == '/' && std::memcmp(at + 2, name, length) == 0 && at[length + 2] == '>';
+    if (!isLeaf && (at != text || !IsKeyStart(at[1]))) return false;
+
+    const NodeId node = m_document.Link(m_current, static_cast<std::uint32_t>(Offset(name)),
+                                        static_cast<std::uint32_t>(length));
+    if (isLeaf) {
+        auto& leaf = m_document.m_nodes[node];
+        leaf.TextOffset = static_cast<std::uint32_t>(Offset(text));
+        leaf.TextLength = static_cast<std::uint32_t>(at - text);
+        leaf.IsText = 1;
+        m_at = Offset(at + length + 3);
+    } else {
+        m_current = node;
+        ++m_depth;
+        m_at = Offset(text);
+    }
+    return true;
 }
 
 bool CXmlParser::Markup() {

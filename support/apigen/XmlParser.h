@@ -21,6 +21,9 @@ public:
     /// Takes over the whole text at once.
     void Adopt(std::string text);
 
+    /// Adds well-formed elements as the last entries of the root.
+    void ParseBelowRoot(std::string_view elements);
+
     /// Adds a piece of the text and parses what is complete.
     void Feed(std::string_view piece);
 
@@ -37,6 +40,7 @@ private:
 
     void Advance();
     bool Item();
+    bool PlainElement();
     bool Markup();
     bool TextRun();
     bool StartTag();

@@ -5,8 +5,8 @@
 
 #include <utility>
 
-#include "support/apigen/Base64.h"
-#include "support/apigen/XmlChars.h"
+#include "support/apigen/CXmlWriter.h"
+#include "support/apigen/LargeMemory.h"
 #include "support/apigen/XmlParser.h"
 
 namespace apigen {
@@ -14,82 +14,23 @@ namespace {
 
 constexpr std::string_view RootName = "Data";
 
-/// True when every character is one that XML can carry.
-bool IsXmlText(std::string_view text) {
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    while ((at = xml::SkipPlain(at, end)) != end) {
-        const unsigned bytes = xml::XmlCharBytes(at, end);
-        if (bytes == 0) return false;
-        at += bytes;
-    }
-    return true;
-}
-
-void AppendEscaped(std::string& output, std::string_view text) {
-    for (const char c : text) {
-        switch (c) {
-            case '&':
-                output += "&amp;";
-                break;
-            case '<':
-                output += "&lt;";
-                break;
-            case '>':
-                output += "&gt;";
-                break;
-            case '\r':
-                output += "&#13;";
-                break;
-            default:
-                output += c;
-        }
-    }
-}
-
-void AppendTextEntry(std::string& output, std::string_view key, std::string_view text) {
-    output += '<';
-    output += key;
-    const char* const end = text.data() + text.size();
-    if (xml::SkipPlain(text.data(), end) == end) {
-        output += '>';
-        output += text;
-    } else if (IsXmlText(text)) {
-        output += '>';
-        AppendEscaped(output, text);
-    } else {
-        output += " encoding=\"base64\">";
-        base64::Append(output, text);
-    }
-    output += "</";
-    output += key;
-    output += '>';
-}
-
-void AppendElement(const CDocument& document, NodeId node, std::string_view name, unsigned depth,
-                   std::string& output) {
-    NodeId child = document.FirstChild(node);
-    if (depth == MaxXmlDepth && child != CDocument::None) {
+/// Writes what `node`, which stands `depth` levels deep, holds.
+void WriteChildren(const CDocument& document, NodeId node, unsigned depth, CXmlWriter& writer) {
+    const NodeId first = document.FirstChild(node);
+    if (depth == MaxXmlDepth && first != CDocument::None) {
         throw ApiInternalError("The document is nested deeper than " + std::to_string(MaxXmlDepth) +
                                " levels");
     }
-    output += '<';
-    output += name;
-    if (child == CDocument::None) {
-        output += "/>";
-        return;
-    }
-    output += '>';
-    for (; child != CDocument::None; child = document.NextSibling(child)) {
+    for (NodeId child = first; child != CDocument::None; child = document.NextSibling(child)) {
+        const std::string_view key = document.Key(child);
         if (document.IsText(child) && !document.HasChildren(child)) {
-            AppendTextEntry(output, document.Key(child), document.Text(child));
+            writer.Entry(key, document.Text(child));
         } else {
-            AppendElement(document, child, document.Key(child), depth + 1, output);
+            const std::size_t opened = writer.Open(key);
+            WriteChildren(document, child, depth + 1, writer);
+            writer.Close(key, opened);
         }
     }
-    output += "</";
-    output += name;
-    output += '>';
 }
 
 }  // namespace
@@ -100,8 +41,18 @@ CDocument ParseXml(std::string text) {
     return document;
 }
 
-void WriteXml(const CDocument& document, NodeId node, std::string& output) {
-    AppendElement(document, node, RootName, 1, output);
+std::string WriteXml(const CDocument& document, NodeId node) {
+    CXmlWriter writer;
+    WriteChildren(document, node, 1, writer);
+    const std::string_view tail = node == CDocument::Root ? document.Tail() : std::string_view();
+
+    std::string text;
+    if (writer.Text().empty() && tail.empty()) return text.append("<").append(RootName).append("/>");
+    text.reserve(2 * RootName.size() + 5 + writer.Text().size() + tail.size());
+    PrepareLargeBlock(text.data(), text.capacity());
+    text.append("<").append(RootName).append(">");
+    text.append(writer.Text()).append(tail);
+    return text.append("</").append(RootName).append(">");
 }
 
 }  // namespace apigen

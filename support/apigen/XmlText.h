@@ -16,8 +16,8 @@ inline constexpr unsigned MaxXmlDepth = 256;
 /// \throws BrokenMessageError with the reason and the offset of the fault in bytes.
 CDocument ParseXml(std::string text);
 
-/// Appends the text form of the entries below `node` to `output`, in a root element of their own.
+/// The text form of the entries below `node`, in a root element of their own.
 /// \throws ApiInternalError when they are nested too deeply for a reader.
-void WriteXml(const CDocument& document, NodeId node, std::string& output);
+std::string WriteXml(const CDocument& document, NodeId node);
 
 }  // namespace apigen
