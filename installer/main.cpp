@@ -51,7 +51,8 @@ int Serve(const std::string& root, const std::string& logName) {
 int Run(int argc, char** argv) {
     CLI::App app("Installs and removes the backup agent, and tells about the host.", "tarvoinstaller");
     app.set_version_flag("--version", "tarvoinstaller " ZAM_VERSION);
-    app.require_subcommand(1);
+    // Whether one was given is asked below: asked by the parser, a misspelt one would go unnamed.
+    app.require_subcommand(0, 1);
 
     std::string root = "/";
     app.add_option("--root", root, "Manage the system in this folder instead of the running one")
@@ -69,6 +70,7 @@ int Run(int argc, char** argv) {
 
     try {
         app.parse(argc, argv);
+        if (app.get_subcommands().empty()) throw CLI::RequiredError("A subcommand");
     } catch (const CLI::Success& request) {
         return app.exit(request);  // --help, --version
     } catch (const CLI::ParseError& error) {

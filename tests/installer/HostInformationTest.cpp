@@ -176,10 +176,13 @@ TEST(HostFacts, NetworkInterfacesAreThoseThatTheKernelLists) {
         std::string mac;
         std::ifstream("/sys/class/net/" + info.Name + "/address") >> mac;
         EXPECT_EQ(info.MacAddress, mac == "00:00:00:00:00:00" ? "" : mac) << info.Name;
-        const std::string flags = RunQuery({"ip", {"link", "show", "dev", info.Name}}).Output;
-        const bool isUp =
-            flags.find("UP") != std::string::npos && flags.find("LOWER_UP") != std::string::npos;
-        EXPECT_EQ(info.Status, isUp ? EthInterfaceStatus::Up : EthInterfaceStatus::Down) << flags;
+        const std::string link = RunQuery({"ip", {"-o", "link", "show", "dev", info.Name}}).Output;
+        const std::string flags =
+            "," + link.substr(link.find('<') + 1, link.find('>') - link.find('<') - 1) + ",";
+        std::string state;
+        std::ifstream("/sys/class/net/" + info.Name + "/operstate") >> state;
+        const bool isUp = flags.find(",UP,") != std::string::npos && (state == "up" || state == "unknown");
+        EXPECT_EQ(info.Status, isUp ? EthInterfaceStatus::Up : EthInterfaceStatus::Down) << link << state;
     }
     EXPECT_EQ(names, expectedNames);
 }

@@ -247,6 +247,29 @@ TEST_F(PackageManager, TheHostsDpkgLogIsNotTouchedForAnotherRoot) {
     EXPECT_EQ(ReadAll("/var/log/dpkg.log").find("zam-log-probe"), std::string::npos);
 }
 
+class CRecordingLog final : public apigen::ILogger {
+public:
+    void Info(const std::string& message) override { Text += message + "\n"; }
+    void Error(const std::string& message, std::exception& error) override {
+        Text += message + "\n" + error.what() + "\n";
+    }
+    std::string Text;
+};
+
+TEST_F(PackageManager, ChangesAreLoggedWithTheirOutcome) {
+    const auto log = std::make_shared<CRecordingLog>();
+    const CDebianPackageManager packages(MakeContext(m_system.Root(), log));
+    const auto file = m_system.Build({"foo"});
+    packages.InstalLocalPackages({file});
+    EXPECT_EQ(log->Text,
+              "Install packages: " + file.string() + "\nDone: Install packages: " + file.string() + "\n");
+    log->Text.clear();
+    EXPECT_THROW(
+        packages.InstalLocalPackages({m_system.Build({"needy", "1", "d", "Depends: missing-one\n"})}),
+        CGenericException);
+    EXPECT_NE(log->Text.find("dpkg failed with exit status 1"), std::string::npos) << log->Text;
+}
+
 // The running system's packages go through apt-get. It is the real one here, told by its own configuration to
 // work on a system in a folder.
 class PackageManagerOfTheRunningSystem : public testing::Test {
