@@ -96,7 +96,7 @@ public:
     }
 
 private:
-    sd_bus_error m_error = SD_BUS_ERROR_NULL;
+    sd_bus_error m_error{};
 };
 
 std::uint64_t Microseconds(std::chrono::nanoseconds duration) {
