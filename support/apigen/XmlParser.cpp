@@ -145,19 +145,7 @@ void CXmlParser::Advance() {
         constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
         if (!m_final && Size() < ByteOrderMark.size()) return;
         m_started = true;
-        if (StartsWith(ByteOrderMark)) m_at = ByteOrderMark.size();
-        if (!m_final && Size() < m_at + std::size("<?xml ")) {
-            m_started = false;
-            m_at = 0;
-            return;
-        }
-        if (StartsWith("<?xml") && Size() > m_at + 5 && IsSpace(Base()[m_at + 5])) {
-            if (!Declaration()) {
-                m_started = false;
-                m_at = 0;
-                return;
-            }
-        }
+        if (StartsWith(ByteOrderMark)) m_at = m_start = ByteOrderMark.size();
     }
     while (m_at != Size()) {
         if (!Item()) {
@@ -169,7 +157,8 @@ void CXmlParser::Advance() {
 }
 
 bool CXmlParser::Item() {
-    return Base()[m_at] == '<' ? Markup() : TextRun();
+    if (Base()[m_at] == '<') return Markup();
+    return m_depth == 0 ? Blank() : TextRun();
 }
 
 bool CXmlParser::Markup() {
@@ -185,6 +174,15 @@ bool CXmlParser::Markup() {
     if (std::string_view("<![CDATA[").substr(0, rest.size()) == rest) return false;
     if (std::string_view("<!DOCTYPE").substr(0, rest.size()) == rest) return false;
     Fail("unknown markup", m_at);
+}
+
+/// Only white space may stand outside the root element; it need not be kept for more to come.
+bool CXmlParser::Blank() {
+    SCursor cursor = Cursor(0);
+    SkipSpace(cursor.At, cursor.End);
+    if (cursor.At != cursor.End && *cursor.At != '<') Fail("text outside the root element", cursor.At);
+    m_at = Offset(cursor.At);
+    return true;
 }
 
 bool CXmlParser::TextRun() {
@@ -212,15 +210,8 @@ bool CXmlParser::TextRun() {
             at += bytes;
         }
     }
-    if (m_depth == 0) {
-        // Only white space may stand outside the root element; it need not be kept for more to come.
-        const char* space = from;
-        SkipSpace(space, at);
-        if (space != at) Fail("text outside the root element", space);
-    } else {
-        if (at == end) return false;
-        StoreText(m_at, Offset(at), isPlain);
-    }
+    if (at == end) return false;
+    StoreText(m_at, Offset(at), isPlain);
     m_at = Offset(at);
     return true;
 }
@@ -415,15 +406,15 @@ bool CXmlParser::EndTag() {
     const std::string_view rest = Rest();
     if (m_depth == 0) Fail("an end tag without its start tag", m_at);
     const std::string_view name = m_document.Key(m_current);
-    if (rest.size() < name.size() + 3) {
-        if (!m_final) return false;
-        Fail("unexpected end of the text", Size());
-    }
-    const char* at = rest.data() + 2 + name.size();
-    const char* const end = rest.data() + rest.size();
-    if (rest.substr(2, name.size()) != name || (*at != '>' && !IsSpace(*at))) {
+    const std::string_view came = rest.substr(2, name.size() + 1);
+    const std::string_view cameName = came.substr(0, name.size());
+    if (cameName != name.substr(0, cameName.size()) ||
+        (came.size() > name.size() && came.back() != '>' && !IsSpace(came.back()))) {
         Fail("an end tag that does not match <" + std::string(name.substr(0, 64)) + ">", m_at);
     }
+    if (came.size() <= name.size()) return false;
+    const char* at = rest.data() + 2 + name.size();
+    const char* const end = rest.data() + rest.size();
     SkipSpace(at, end);
     if (at == end) return false;
     if (*at != '>') Fail("\">\" was expected", at);
@@ -472,7 +463,10 @@ bool CXmlParser::Instruction() {
     SCursor cursor = Cursor(2);
     std::string_view target;
     if (!Name(cursor, target)) return false;
-    if (EqualsIgnoringCase(target, "xml")) Fail("an XML declaration that is not at the start", m_at);
+    if (EqualsIgnoringCase(target, "xml")) {
+        if (target == "xml" && m_at == m_start && IsSpace(*cursor.At)) return Declaration();
+        Fail("an XML declaration that is not at the start", m_at);
+    }
     const std::string_view rest(cursor.At, static_cast<std::size_t>(cursor.End - cursor.At));
     const std::size_t stop = rest.find("?>");
     if (stop == std::string_view::npos) return false;
@@ -498,6 +492,7 @@ bool CXmlParser::Declaration() {
         std::string_view name;
         if (!hasSpace) Fail("white space was expected", from);
         if (!Attribute(cursor, name, value)) return false;
+        if (std::find(from, cursor.At, '&') != cursor.At) Fail("a reference in the XML declaration", from);
         if (name == "version" && parts == 0) {
             if (!isVersion(value)) Fail("an XML version other than 1.0", from);
             parts = 1;
