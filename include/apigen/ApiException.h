@@ -74,4 +74,4 @@ public:
     using ApiInternalError::ApiInternalError;
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

@@ -41,4 +41,4 @@ private:
     Handle m_rootHandle;
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

@@ -46,6 +46,6 @@ private:
     std::unique_ptr<Impl> m_impl;
 };
 
-}  // namespace APIGEN_API
+}  // namespace event
 }  // namespace io
 }  // namespace apigen

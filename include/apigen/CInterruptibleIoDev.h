@@ -33,4 +33,4 @@ private:
     std::unique_ptr<Impl> m_impl;
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

@@ -47,4 +47,4 @@ private:
     std::uint32_t m_node;
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

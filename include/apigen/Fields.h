@@ -38,4 +38,4 @@ constexpr void ForEachField(const Record& record, Visitor&& visit) {
     Record::Fields([&](const FieldInfo& info, auto member) { visit(info, record.*member); });
 }
 
-}  // namespace APIGEN_API
+}  // namespace apigen

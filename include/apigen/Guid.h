@@ -36,4 +36,4 @@ struct Guid {
     }
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

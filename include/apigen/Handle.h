@@ -29,4 +29,4 @@ public:
     static Handle FromData(const std::shared_ptr<IData>& data) { return FromData(*data); }
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

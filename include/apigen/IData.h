@@ -43,4 +43,4 @@ public:
     virtual ~IData() = default;
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

@@ -33,4 +33,4 @@ public:
     virtual ~IInvoker() = default;
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

@@ -40,4 +40,4 @@ public:
     virtual void SetDeadline(Clock::time_point deadline) = 0;
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

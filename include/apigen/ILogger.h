@@ -28,4 +28,4 @@ public:
     void Error(const std::string& /*message*/, std::exception& /*error*/) override {}
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

@@ -59,4 +59,4 @@ private:
     T m_value{};
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

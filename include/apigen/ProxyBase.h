@@ -39,4 +39,4 @@ private:
     Handle m_handle;
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

@@ -42,4 +42,4 @@ void SerializeVector(IData& data, const std::string& key, const std::vector<T>& 
 template <class T>
 void DeserializeVector(const IData& data, const std::string& key, std::vector<T>& values);
 
-}  // namespace APIGEN_API
+}  // namespace apigen

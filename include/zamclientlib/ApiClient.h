@@ -23,16 +23,16 @@ namespace zamclientlib APIGEN_API {
 /// \param enableLogging when false nothing is logged, whatever `logger` is
 /// \param logger        may be empty: then a new file apiclient_installer.log in /var/log/tarvo/ is written
 /// \throws apigen::ProcessLaunchError, or another apigen::ApiInternalError, or what the tool reported.
-std::shared_ptr<ITarvoInstaller> GetTarvoInstaller(std::string path, std::chrono::seconds timeout,
-                                                   bool enableLogging,
-                                                   std::shared_ptr<apigen::ILogger> logger);
+APIGEN_API std::shared_ptr<ITarvoInstaller> GetTarvoInstaller(std::string path, std::chrono::seconds timeout,
+                                                              bool enableLogging,
+                                                              std::shared_ptr<apigen::ILogger> logger);
 
 /// Whether the installed agent tool, "tarvoconfig", speaks this library's major protocol version.
 /// \throws apigen::ApiInternalError when the tool can't be asked; false always is the tool's own answer.
-bool IsControlApiCompatible();
+APIGEN_API bool IsControlApiCompatible();
 
 /// Whether the installer tool at `path` speaks this library's major protocol version.
 /// \throws apigen::ApiInternalError when the tool can't be asked; false always is the tool's own answer.
-bool IsInstallerApiCompatible(std::string path);
+APIGEN_API bool IsInstallerApiCompatible(std::string path);
 
-}  // namespace APIGEN_API
+}  // namespace zamclientlib

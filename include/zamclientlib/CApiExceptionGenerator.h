@@ -27,4 +27,4 @@ private:
     std::shared_ptr<apigen::ILogger> m_logger;
 };
 
-}  // namespace APIGEN_API
+}  // namespace zamclientlib

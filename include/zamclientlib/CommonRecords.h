@@ -59,4 +59,4 @@ struct STimeSpan {
     }
 };
 
-}  // namespace APIGEN_API
+}  // namespace zamclientlib

@@ -395,4 +395,4 @@ apigen::Optional<Enum> MemberNamed(std::string_view name);
 template <class Enum>
 const std::vector<Enum>& MembersOf();
 
-}  // namespace APIGEN_API
+}  // namespace zamclientlib

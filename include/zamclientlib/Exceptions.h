@@ -43,4 +43,4 @@ public:
     EIndexingDependency MissedPackage{};  ///< what is missing
 };
 
-}  // namespace APIGEN_API
+}  // namespace zamclientlib

@@ -99,4 +99,4 @@ public:
     virtual ~ITarvoInstaller() = default;
 };
 
-}  // namespace APIGEN_API
+}  // namespace zamclientlib

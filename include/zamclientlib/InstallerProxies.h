@@ -59,4 +59,4 @@ public:
     std::shared_ptr<IZAMDeployer> GetZAMDeployer() override;
 };
 
-}  // namespace APIGEN_API
+}  // namespace zamclientlib

@@ -91,4 +91,4 @@ struct SPackageInfo {
     }
 };
 
-}  // namespace APIGEN_API
+}  // namespace zamclientlib

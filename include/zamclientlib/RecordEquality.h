@@ -30,4 +30,4 @@ bool operator!=(const Record& left, const Record& right) {
     return !(left == right);
 }
 
-}  // namespace APIGEN_API
+}  // namespace zamclientlib

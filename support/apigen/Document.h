@@ -103,6 +103,6 @@ private:
 };
 
 /// True for a key: a letter or `_`, then letters, digits, `_`, `-`, `.` (all ASCII).
-bool IsKey(std::string_view text);
+APIGEN_API bool IsKey(std::string_view text);
 
-}  // namespace APIGEN_API
+}  // namespace apigen

@@ -42,4 +42,4 @@ T ParseNumber(std::string_view text) {
     return error == std::errc{} && end == text.data() + text.size() ? value : ExtractNumber<T>(text);
 }
 
-}  // namespace APIGEN_API
+}  // namespace apigen

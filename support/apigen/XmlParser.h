@@ -81,4 +81,4 @@ private:
     NodeId m_base64 = CDocument::None;   // it too, when its text is in base64
 };
 
-}  // namespace APIGEN_API
+}  // namespace apigen

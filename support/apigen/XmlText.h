@@ -14,10 +14,10 @@ inline constexpr unsigned MaxXmlDepth = 256;
 
 /// Parses `text`, which becomes the storage of the document.
 /// \throws BrokenMessageError with the reason and the offset of the fault in bytes.
-CDocument ParseXml(std::string text);
+APIGEN_API CDocument ParseXml(std::string text);
 
 /// Appends the text form of the entries below `node` to `output`, in a root element of their own.
 /// \throws ApiInternalError when they are nested too deeply for a reader.
-void WriteXml(const CDocument& document, NodeId node, std::string& output);
+APIGEN_API void WriteXml(const CDocument& document, NodeId node, std::string& output);
 
-}  // namespace APIGEN_API
+}  // namespace apigen
