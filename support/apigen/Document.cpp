@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "support/common/Text.h"
+
 namespace apigen {
 namespace {
 
@@ -29,8 +31,8 @@ CDocument::CDocument() {
 
 NodeId CDocument::AppendNode(NodeId parent, std::string_view key) {
     if (!IsKey(key)) {
-        throw ApiInternalError("\"" + std::string(key) +
-                               "\" can't be a key: a letter or \"_\" comes first, then letters, " +
+        throw ApiInternalError(common::Quoted(key) +
+                               " can't be a key: a letter or \"_\" comes first, then letters, " +
                                "digits, \"_\", \"-\" or \".\"");
     }
     return Link(parent, AppendBytes(key), static_cast<std::uint32_t>(key.size()));
@@ -97,7 +99,7 @@ std::string CDocument::Path(NodeId node) const {
 
 void CDocument::ThrowMissing(NodeId parent, std::string_view key) const {
     const std::string path = Path(parent);
-    throw ApiInternalError((path.empty() ? "top level" : path) + ": no \"" + std::string(key) + "\"");
+    throw ApiInternalError((path.empty() ? "top level" : path) + ": no " + common::Quoted(key));
 }
 
 void CDocument::ThrowNoText(NodeId node) const {

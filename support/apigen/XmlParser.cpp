@@ -12,6 +12,7 @@
 #include "support/apigen/Base64.h"
 #include "support/apigen/XmlChars.h"
 #include "support/apigen/XmlText.h"
+#include "support/common/Text.h"
 
 namespace apigen {
 namespace {
@@ -410,7 +411,7 @@ bool CXmlParser::EndTag() {
     const std::string_view cameName = came.substr(0, name.size());
     if (cameName != name.substr(0, cameName.size()) ||
         (came.size() > name.size() && came.back() != '>' && !IsSpace(came.back()))) {
-        Fail("an end tag that does not match <" + std::string(name.substr(0, 64)) + ">", m_at);
+        Fail("an end tag that does not match <" + common::Escaped(name.substr(0, 64)) + ">", m_at);
     }
     if (came.size() <= name.size()) return false;
     const char* at = rest.data() + 2 + name.size();
