@@ -63,6 +63,9 @@ public:
     /// call, finishes the work.
     void Abandon() noexcept;
 
+    /// As `Abandon`, with SIGKILL: for a child that has no work worth finishing.
+    void Kill() noexcept;
+
     /// The process id; meaningful until the child is reaped.
     int Pid() const noexcept;
 
