@@ -35,6 +35,7 @@ public:
 private:
     CApiClientInvoker(std::unique_ptr<CProcess> process, std::shared_ptr<IApiExceptionGenerator> generator,
                       std::chrono::seconds timeout, std::shared_ptr<ILogger> logger);
+    void TakeGreeting(const std::string& program);
     void OnStreamLost() noexcept override;
 
     std::unique_ptr<CProcess> m_process;

@@ -12,7 +12,8 @@
 
 namespace apigen APIGEN_API {
 
-/// How a child process ended. True when it exited with 0.
+/// How a child process ended. True when it exited with 0. A caller that ignores SIGCHLD, or collects every
+/// child itself, makes that unknown, which counts as a failure.
 class CProcessExitCode {
 public:
     /// \param waitStatus the status as `waitpid` reports it; -1 when it is not known
@@ -38,7 +39,7 @@ private:
 /// output) and a pipe (standard error), whose last lines are kept for error messages.
 class CProcess {
 public:
-    /// Starts `program`, looked up in `PATH` unless its name holds a `/`.
+    /// Starts `program`, looked up in the caller's `PATH` unless its name holds a `/`.
     /// \param environment variables added to the caller's environment
     /// \param logger      may be empty
     /// \throws ProcessLaunchError when it can't be started.
@@ -61,6 +62,9 @@ public:
     /// Gives the child up without waiting: closes its streams and sends SIGTERM. The destructor, or a later
     /// call, finishes the work.
     void Abandon() noexcept;
+
+    /// As `Abandon`, with SIGKILL: for a child that has no work worth finishing.
+    void Kill() noexcept;
 
     /// The process id; meaningful until the child is reaped.
     int Pid() const noexcept;

@@ -11,7 +11,9 @@ namespace apigen APIGEN_API {
 /// A byte stream to another process, with the framing of messages on it: a 4-byte little-endian length,
 /// then that many bytes.
 ///
-/// One thread at a time. Waiting is bounded by the device's deadline.
+/// One thread at a time. Waiting is bounded by the device's deadline. A read that was ended by the deadline
+/// or by an event may be repeated and goes on where it stopped; a message that was sent by half, or a
+/// BrokenMessageError, makes every later operation fail with PeerGoneError.
 class IIoDev {
 public:
     /// The largest message in bytes, either way.

@@ -21,24 +21,23 @@ namespace zamclientlib APIGEN_API {
 ///
 /// \param timeout       bound of the connecting and of every later call; 0 means none
 /// \param enableLogging when false nothing is logged, whatever `logger` is
-/// \param logger        may be empty: then a new file apiclient_control.log in /var/log/tarvo/config is
-/// written \throws apigen::ProcessLaunchError, or another apigen::ApiInternalError, or what the tool
-/// reported.
-std::shared_ptr<IZamControl> GetZamControl(std::chrono::seconds timeout, bool enableLogging,
-                                           std::shared_ptr<apigen::ILogger> logger);
+/// \param logger        may be empty: then a new file apiclient_control.log in /var/log/tarvo/config is written
+/// \throws apigen::ProcessLaunchError, or another apigen::ApiInternalError, or what the tool reported.
+APIGEN_API std::shared_ptr<IZamControl> GetZamControl(std::chrono::seconds timeout, bool enableLogging,
+                                                      std::shared_ptr<apigen::ILogger> logger);
 
 /// As `GetZamControl`, for the installer tool; its log is apiclient_installer.log in /var/log/tarvo/.
 /// \param path file name (looked up in `PATH`) or path of the installer tool
-std::shared_ptr<ITarvoInstaller> GetTarvoInstaller(std::string path, std::chrono::seconds timeout,
-                                                   bool enableLogging,
-                                                   std::shared_ptr<apigen::ILogger> logger);
+APIGEN_API std::shared_ptr<ITarvoInstaller> GetTarvoInstaller(std::string path, std::chrono::seconds timeout,
+                                                              bool enableLogging,
+                                                              std::shared_ptr<apigen::ILogger> logger);
 
 /// Whether the installed agent tool, "tarvoconfig", speaks this library's major protocol version.
 /// \throws apigen::ApiInternalError when the tool can't be asked; false always is the tool's own answer.
-bool IsControlApiCompatible();
+APIGEN_API bool IsControlApiCompatible();
 
 /// Whether the installer tool at `path` speaks this library's major protocol version.
 /// \throws apigen::ApiInternalError when the tool can't be asked; false always is the tool's own answer.
-bool IsInstallerApiCompatible(std::string path);
+APIGEN_API bool IsInstallerApiCompatible(std::string path);
 
 }  // namespace zamclientlib

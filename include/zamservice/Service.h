@@ -44,7 +44,7 @@ private:
 
 /// Greets the client at the other end of `device` and answers it until it closes the stream.
 /// \throws what the device throws for anything but the end of the stream.
-void Serve(CService& service, apigen::IIoDev& device);
+APIGEN_API void Serve(CService& service, apigen::IIoDev& device);
 
 /// Serves one client over the standard streams of this process until it closes them. For `main`.
 ///
@@ -52,6 +52,6 @@ void Serve(CService& service, apigen::IIoDev& device);
 /// prints on standard output goes to standard error, never into the stream.
 /// \param makeService makes the service; when it throws, the client is greeted with the failure
 /// \return the exit code: 0 after an orderly end.
-int ServeStandardStreams(const std::function<CService()>& makeService);
+APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService);
 
 }  // namespace zamservice

@@ -25,14 +25,24 @@ std::shared_ptr<CApiClientInvoker> CApiClientInvoker::CreateByProcess(
     const std::shared_ptr<CApiClientInvoker> invoker(
         new CApiClientInvoker(std::move(process), std::move(generator), timeout, std::move(logger)));
 
-    const auto greeting = invoker->Receive();
-    envelope::ThrowIfFailed(*greeting, *invoker, "Connecting to ", "\"" + program + "\"");
-    if (greeting->HasString(envelope::HandleKey)) invoker->m_rootHandle = HandleUtils::FromData(greeting);
-    if (!invoker->m_rootHandle) {
+    try {
+        invoker->TakeGreeting(program);
+    } catch (...) {
+        // It has been asked for nothing yet, so nothing is lost and the caller need not wait for its end.
+        invoker->m_process->Kill();
+        throw;
+    }
+    return invoker;
+}
+
+void CApiClientInvoker::TakeGreeting(const std::string& program) {
+    const auto greeting = Receive();
+    envelope::ThrowIfFailed(*greeting, *this, "Connecting to ", "\"" + program + "\"");
+    if (greeting->HasString(envelope::HandleKey)) m_rootHandle = HandleUtils::FromData(greeting);
+    if (!m_rootHandle) {
         throw BrokenMessageError("\"" + program +
                                  "\" greeted without a root object: is it a tool that serves calls?");
     }
-    return invoker;
 }
 
 void CApiClientInvoker::OnStreamLost() noexcept {

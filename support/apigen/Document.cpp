@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "support/apigen/XmlParser.h"
+#include "support/common/Text.h"
 
 namespace apigen {
 bool IsKey(std::string_view text) {
@@ -15,8 +16,8 @@ bool IsKey(std::string_view text) {
 
 void RequireKey(std::string_view key) {
     if (!IsKey(key)) {
-        throw ApiInternalError("\"" + std::string(key) +
-                               "\" can't be a key: a letter or \"_\" comes first, then letters, " +
+        throw ApiInternalError(common::Quoted(key) +
+                               " can't be a key: a letter or \"_\" comes first, then letters, " +
                                "digits, \"_\", \"-\" or \".\"");
     }
 }
@@ -107,7 +108,7 @@ std::string CDocument::Path(NodeId node) const {
 
 void CDocument::ThrowMissing(NodeId parent, std::string_view key) const {
     const std::string path = Path(parent);
-    throw ApiInternalError((path.empty() ? "top level" : path) + ": no \"" + std::string(key) + "\"");
+    throw ApiInternalError((path.empty() ? "top level" : path) + ": no " + common::Quoted(key));
 }
 
 void CDocument::ThrowNoText(NodeId node) const {

@@ -145,9 +145,9 @@ inline bool IsKeyChar(char c) {
 }
 
 /// True for a key: a letter or `_`, then letters, digits, `_`, `-`, `.` (all ASCII).
-bool IsKey(std::string_view text);
+APIGEN_API bool IsKey(std::string_view text);
 
 /// \throws ApiInternalError when `key` is none.
-void RequireKey(std::string_view key);
+APIGEN_API void RequireKey(std::string_view key);
 
 }  // namespace apigen

@@ -25,8 +25,8 @@ inline const std::string ReleaseMethod = "__dtr";  ///< the method that every ob
 /// before an internal error.
 /// \param attempt, name what was attempted, for the message of an internal error: "Method call ", "void
 /// Start()"
-void ThrowIfFailed(const IData& response, const IInvoker& invoker, std::string_view attempt,
-                   std::string_view name);
+APIGEN_API void ThrowIfFailed(const IData& response, const IInvoker& invoker, std::string_view attempt,
+                              std::string_view name);
 
 }  // namespace apigen
 }  // namespace apigen

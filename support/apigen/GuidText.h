@@ -14,9 +14,9 @@ struct SGuidBuffer {
     char Chars[38];
 };
 
-std::string_view FormatGuid(const Guid& guid, SGuidBuffer& buffer);
+APIGEN_API std::string_view FormatGuid(const Guid& guid, SGuidBuffer& buffer);
 
 /// As `Guid::Deserialize`.
-Guid ParseGuid(std::string_view text);
+APIGEN_API Guid ParseGuid(std::string_view text);
 
 }  // namespace apigen

@@ -13,6 +13,7 @@
 #include "support/apigen/LargeMemory.h"
 #include "support/apigen/XmlChars.h"
 #include "support/apigen/XmlText.h"
+#include "support/common/Text.h"
 
 namespace apigen {
 namespace {
@@ -158,19 +159,7 @@ void CXmlParser::Advance() {
         constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
         if (!m_final && Size() < ByteOrderMark.size()) return;
         m_started = true;
-        if (StartsWith(ByteOrderMark)) m_at = ByteOrderMark.size();
-        if (!m_final && Size() < m_at + std::size("<?xml ")) {
-            m_started = false;
-            m_at = 0;
-            return;
-        }
-        if (StartsWith("<?xml") && Size() > m_at + 5 && IsSpace(Base()[m_at + 5])) {
-            if (!Declaration()) {
-                m_started = false;
-                m_at = 0;
-                return;
-            }
-        }
+        if (StartsWith(ByteOrderMark)) m_at = m_start = ByteOrderMark.size();
     }
     while (m_at != Size()) {
         if (!Item()) {
@@ -183,7 +172,8 @@ void CXmlParser::Advance() {
 
 bool CXmlParser::Item() {
     if (m_depth != 0 && PlainElement()) return true;
-    return Base()[m_at] == '<' ? Markup() : TextRun();
+    if (Base()[m_at] == '<') return Markup();
+    return m_depth == 0 ? Blank() : TextRun();
 }
 
 /// Takes the form that nearly everything has, an element without attributes that holds plain text, in one go;
@@ -238,6 +228,15 @@ bool CXmlParser::Markup() {
     Fail("unknown markup", m_at);
 }
 
+/// Only white space may stand outside the root element; it need not be kept for more to come.
+bool CXmlParser::Blank() {
+    SCursor cursor = Cursor(0);
+    SkipSpace(cursor.At, cursor.End);
+    if (cursor.At != cursor.End && *cursor.At != '<') Fail("text outside the root element", cursor.At);
+    m_at = Offset(cursor.At);
+    return true;
+}
+
 bool CXmlParser::TextRun() {
     const char* const from = Base() + m_at;
     const char* const end = Base() + Size();
@@ -263,15 +262,8 @@ bool CXmlParser::TextRun() {
             at += bytes;
         }
     }
-    if (m_depth == 0) {
-        // Only white space may stand outside the root element; it need not be kept for more to come.
-        const char* space = from;
-        SkipSpace(space, at);
-        if (space != at) Fail("text outside the root element", space);
-    } else {
-        if (at == end) return false;
-        StoreText(m_at, Offset(at), isPlain);
-    }
+    if (at == end) return false;
+    StoreText(m_at, Offset(at), isPlain);
     m_at = Offset(at);
     return true;
 }
@@ -466,15 +458,15 @@ bool CXmlParser::EndTag() {
     const std::string_view rest = Rest();
     if (m_depth == 0) Fail("an end tag without its start tag", m_at);
     const std::string_view name = m_document.Key(m_current);
-    if (rest.size() < name.size() + 3) {
-        if (!m_final) return false;
-        Fail("unexpected end of the text", Size());
+    const std::string_view came = rest.substr(2, name.size() + 1);
+    const std::string_view cameName = came.substr(0, name.size());
+    if (cameName != name.substr(0, cameName.size()) ||
+        (came.size() > name.size() && came.back() != '>' && !IsSpace(came.back()))) {
+        Fail("an end tag that does not match <" + common::Escaped(name.substr(0, 64)) + ">", m_at);
     }
+    if (came.size() <= name.size()) return false;
     const char* at = rest.data() + 2 + name.size();
     const char* const end = rest.data() + rest.size();
-    if (rest.substr(2, name.size()) != name || (*at != '>' && !IsSpace(*at))) {
-        Fail("an end tag that does not match <" + std::string(name.substr(0, 64)) + ">", m_at);
-    }
     SkipSpace(at, end);
     if (at == end) return false;
     if (*at != '>') Fail("\">\" was expected", at);
@@ -523,7 +515,10 @@ bool CXmlParser::Instruction() {
     SCursor cursor = Cursor(2);
     std::string_view target;
     if (!Name(cursor, target)) return false;
-    if (EqualsIgnoringCase(target, "xml")) Fail("an XML declaration that is not at the start", m_at);
+    if (EqualsIgnoringCase(target, "xml")) {
+        if (target == "xml" && m_at == m_start && IsSpace(*cursor.At)) return Declaration();
+        Fail("an XML declaration that is not at the start", m_at);
+    }
     const std::string_view rest(cursor.At, static_cast<std::size_t>(cursor.End - cursor.At));
     const std::size_t stop = rest.find("?>");
     if (stop == std::string_view::npos) return false;
@@ -549,6 +544,7 @@ bool CXmlParser::Declaration() {
         std::string_view name;
         if (!hasSpace) Fail("white space was expected", from);
         if (!Attribute(cursor, name, value)) return false;
+        if (std::find(from, cursor.At, '&') != cursor.At) Fail("a reference in the XML declaration", from);
         if (name == "version" && parts == 0) {
             if (!isVersion(value)) Fail("an XML version other than 1.0", from);
             parts = 1;

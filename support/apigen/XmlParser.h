@@ -3,6 +3,8 @@
 /// The reader of the text form, strict about well-formedness (XML 1.0, fifth edition).
 #pragma once
 
+#include <apigen/Export.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -10,7 +12,7 @@
 
 #include "support/apigen/Document.h"
 
-namespace apigen {
+namespace apigen APIGEN_API {
 
 /// Indexes a document while its text arrives. The text becomes the document's storage: keys and texts stay
 /// where they are, and what has to be decoded (entities, CDATA, base64) shrinks in place.
@@ -42,6 +44,7 @@ private:
     bool Item();
     bool PlainElement();
     bool Markup();
+    bool Blank();
     bool TextRun();
     bool StartTag();
     bool EndTag();
@@ -73,7 +76,8 @@ private:
     CDocument& m_document;
     std::size_t m_at = 0;       // where the next item begins
     std::size_t m_retryAt = 0;  // how many bytes must have come before an incomplete item is tried again
-    bool m_started = false;     // past the byte order mark
+    std::size_t m_start = 0;    // behind the byte order mark
+    bool m_started = false;     // m_start is known
     bool m_final = false;       // no more bytes will come
     bool m_hasRoot = false;
     unsigned m_depth = 0;

@@ -14,10 +14,10 @@ inline constexpr unsigned MaxXmlDepth = 256;
 
 /// Parses `text`, which becomes the storage of the document.
 /// \throws BrokenMessageError with the reason and the offset of the fault in bytes.
-CDocument ParseXml(std::string text);
+APIGEN_API CDocument ParseXml(std::string text);
 
 /// The text form of the entries below `node`, in a root element of their own.
 /// \throws ApiInternalError when they are nested too deeply for a reader.
-std::string WriteXml(const CDocument& document, NodeId node);
+APIGEN_API std::string WriteXml(const CDocument& document, NodeId node);
 
 }  // namespace apigen

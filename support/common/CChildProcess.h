@@ -3,13 +3,13 @@
 /// Starting, watching and collecting a child process.
 #pragma once
 
-#include "support/common/CDescriptor.h"
-
 #include <sys/types.h>
 
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+#include "support/common/CDescriptor.h"
 
 namespace apigen::common {
 

@@ -184,7 +184,7 @@ std::size_t CFrameStream::Receive(char* into, std::size_t room) {
     for (;;) {
         if (std::exchange(m_continued, true)) {  // a peer that trickles must not outlast the deadline
             m_owner.Check();
-            if (IsPast(m_deadline)) ThrowTimeout();
+            if (IsPast(m_deadline)) ThrowTimeout(Progress());
         }
         const ssize_t count = ::recv(m_readFd, into, room, flags);
         if (count >= 0) {
@@ -224,8 +224,9 @@ bool CFrameStream::Wait(bool forWriting) {
         const bool readable = ready > 0 && m_pollSet[0].revents != 0;
         const bool writable = ready > 0 && m_pollSet[1].revents != 0;
         if (ready > 0) m_owner.Woken();
-        if (readable || writable) return readable;
-        if (IsPast(m_deadline)) ThrowTimeout();
+        if (forWriting ? writable : readable) return readable;
+        if (IsPast(m_deadline)) ThrowTimeout(forWriting ? std::string() : Progress());
+        if (readable) return true;
         m_owner.Check();
         m_pollSet.resize(2);
         m_owner.Watch(m_pollSet);
@@ -253,8 +254,8 @@ std::string CFrameStream::Progress() const {
     return text + ')';
 }
 
-void CFrameStream::ThrowTimeout() {
-    throw TimeoutError(Cannot("it did not respond in time" + Progress() + m_owner.LastWords()));
+void CFrameStream::ThrowTimeout(const std::string& progress) {
+    throw TimeoutError(Cannot("it did not respond in time" + progress + m_owner.LastWords()));
 }
 
 void CFrameStream::ThrowGone(const std::string& why) {

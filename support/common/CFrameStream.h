@@ -3,9 +3,6 @@
 /// Framed messages on stream sockets.
 #pragma once
 
-#include "support/common/CByteQueue.h"
-#include "support/common/Waiting.h"
-
 #include <apigen/Export.h>
 
 #include <poll.h>
@@ -14,6 +11,9 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "support/common/CByteQueue.h"
+#include "support/common/Waiting.h"
 
 namespace apigen::common {
 
@@ -81,12 +81,12 @@ private:
     std::size_t ReceiveIntoQueue();
     void ReceiveAhead();
 
-    /// Waits until the stream can go on; true when something can be read.
+    /// Waits until the stream can go on, or, while it writes, until something can be read; true in that case.
     bool Wait(bool forWriting);
 
     std::string Cannot(std::string_view why) const;
     std::string Progress() const;
-    [[noreturn]] void ThrowTimeout();
+    [[noreturn]] void ThrowTimeout(const std::string& progress);
     [[noreturn]] void ThrowGone(const std::string& why);
 
     int m_readFd;

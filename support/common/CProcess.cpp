@@ -64,11 +64,10 @@ public:
         return {m_device->Child().WaitStatus(), m_program, m_device->ErrorTail()};
     }
 
-    void Abandon() noexcept {
-        if (m_abandoned) return;
-        m_abandoned = Clock::now();
+    void GiveUp(int signal) noexcept {
         m_device->CloseAll("the process has been given up");
-        m_device->Child().Signal(SIGTERM);
+        m_device->Child().Signal(signal);
+        if (!m_abandoned) m_abandoned = Clock::now();
     }
 
 private:
@@ -120,7 +119,11 @@ CProcessExitCode CProcess::GetExitCode() {
 }
 
 void CProcess::Abandon() noexcept {
-    m_impl->Abandon();
+    m_impl->GiveUp(SIGTERM);
+}
+
+void CProcess::Kill() noexcept {
+    m_impl->GiveUp(SIGKILL);
 }
 
 int CProcess::Pid() const noexcept {

@@ -3,10 +3,6 @@
 /// The device on a child's standard streams.
 #pragma once
 
-#include "support/common/CChildProcess.h"
-#include "support/common/CFrameStream.h"
-#include "support/common/COutputTail.h"
-
 #include <apigen/IIoDev.h>
 
 #include <memory>
@@ -14,6 +10,10 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "support/common/CChildProcess.h"
+#include "support/common/CFrameStream.h"
+#include "support/common/COutputTail.h"
 
 namespace apigen::common {
 

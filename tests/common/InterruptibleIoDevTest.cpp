@@ -11,10 +11,14 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
 #include <future>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace apigen {
 namespace {
@@ -66,7 +70,7 @@ protected:
         if (m_peer >= 0) ::close(std::exchange(m_peer, -1));
     }
 
-    /// True once a thread of this process other than the caller's sits in poll.
+    /// True once that thread of this process sleeps in the system.
     static bool WaitUntilSleeping(int tid) {
         for (const auto limit = Clock::now() + 10s; Clock::now() < limit; std::this_thread::yield()) {
             const std::string path = "/proc/self/task/" + std::to_string(tid) + "/stat";

@@ -206,6 +206,11 @@ const std::map<std::string, std::function<int(const Arguments&)>> Ways{
          for (const std::string bytes(1000, 'r');;)
              Write(1, bytes);
      }},
+    {"messages-for-ever",
+     [](const Arguments&) -> int {
+         for (const std::string frame = Frame(std::string(1000, 'm'));;)
+             Write(1, frame);
+     }},
     {"trickle-for-ever",
      [](const Arguments&) -> int {
          Write(1, Frame(std::string(100'000'000, 't')).substr(0, 4));

@@ -7,23 +7,30 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
+#include <typeinfo>
+#include <unordered_map>
+#include <utility>
+#include <vector>
 
 namespace apigen {
 namespace {
@@ -399,6 +406,7 @@ TEST_F(Process, ATrickleDoesNotOutlastTheDeadline) {
     device->SetDeadline(Clock::now() + 200ms);
     const auto duration = Duration([&] { MessageOf<TimeoutError>([&] { device->ReadString(); }); });
     EXPECT_LT(duration, 5s);
+    m_process->Abandon();
 }
 
 TEST_F(Process, AToolThatNeverReadsRunsIntoTheDeadlineOfAWrite) {
@@ -411,6 +419,15 @@ TEST_F(Process, AToolThatNeverReadsRunsIntoTheDeadlineOfAWrite) {
     device->SetDeadline(Clock::time_point::max());
     EXPECT_THAT(MessageOf<PeerGoneError>([&] { device->WriteString("x"); }), HasSubstr("in time"))
         << "after half a message the stream can't be used";
+    m_process->Abandon();
+}
+
+TEST_F(Process, AToolThatSendsOnWithoutReadingRunsIntoTheDeadlineOfAWrite) {
+    const auto device = Start({"messages-for-ever"});
+    device->SetDeadline(Clock::now() + 50ms);
+    const std::string big(10'000'000, 'x');
+    const auto duration = Duration([&] { MessageOf<TimeoutError>([&] { device->WriteString(big); }); });
+    EXPECT_LT(duration, 5s);
     m_process->Abandon();
 }
 
@@ -482,10 +499,8 @@ TEST_F(Process, EndlessOutputIsCutAndTheToolEndsWithItsStream) {
     bool ended = true;
     EXPECT_EQ(device->ReadRawText(100'000, ended).size(), 100'000u);
     EXPECT_FALSE(ended);
-    const auto exitCode = m_process->GetExitCode();
-    EXPECT_FALSE(exitCode);
-    EXPECT_THAT(MessageOf<ProcessFailedError>([&] { exitCode.GenerateException(); }),
-                HasSubstr("was ended by signal 13 (Broken pipe)"));
+    // By SIGPIPE, or by what it does after a failed write: the system does not promise which.
+    EXPECT_FALSE(m_process->GetExitCode());
 }
 
 TEST_F(Process, ReadingOutputHonoursTheDeadline) {
@@ -621,6 +636,29 @@ TEST_F(Process, ACallerThatCollectsEveryChildIsServedWithoutAnExitStatus) {
             if (process.GetExitCode()) return false;
         }
         return true;
+    }));
+}
+
+TEST_F(Process, AKernelThatDoesNotAnnounceTheEndOfProcessesIsFine) {
+    EXPECT_TRUE(HoldsInAProcessOfItsOwn([] {
+        sock_filter refusePidfd[] = {
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_pidfd_open, 0, 1),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        };
+        const sock_fprog program{static_cast<unsigned short>(std::size(refusePidfd)), refusePidfd};
+        if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
+        if (::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) return false;
+        if (::syscall(SYS_pidfd_open, ::getpid(), 0) != -1 || errno != ENOSYS) return false;
+
+        CProcess failing(OddToolPath, {"exit", "3"}, {}, nullptr);
+        if (failing.GetExitCode()) return false;
+        CProcess stubborn(OddToolPath, {"ignore-term"}, {}, nullptr);
+        if (stubborn.GetIoDev()->ReadString() != "ready") return false;
+        stubborn.Abandon();
+        stubborn.GetExitCode();
+        return ::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
     }));
 }
 

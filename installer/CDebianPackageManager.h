@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+// The host's packages through dpkg and apt-get.
+#pragma once
+
+#include <zamclientlib/Installer.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "installer/CommandRunner.h"
+#include "installer/SInstallerContext.h"
+
+namespace installer {
+
+// On the running system apt-get changes packages, and so finds dependencies; in another root dpkg alone does.
+//
+// Everything that can be known beforehand is checked before anything changes: names, files (readable whole,
+// real packages, none older than what is installed), presence of what is updated or removed, the lock.
+// A change that has begun goes on to its end, even when the tool is ended meanwhile.
+class CDebianPackageManager final : public zamclientlib::IPackageManager {
+public:
+    explicit CDebianPackageManager(SInstallerContext context) : m_context(std::move(context)) {}
+
+    apigen::Optional<zamclientlib::SPackageInfo> FindInstalledPackage(std::string packageName) const override;
+    void InstalLocalPackages(std::vector<std::string> pkgPaths) const override;
+    void UpdateLocalPackages(std::vector<std::string> pkgPaths) const override;
+    void RemovePackages(std::vector<std::string> pkgNames) const override;
+    std::string GetPackageNameFromFile(std::string pkgPath) const override;
+
+    // Whether anything of the package but its configuration is there, in whatever state.
+    bool IsPresent(const std::string& packageName) const;
+
+private:
+    struct SDatabaseEntry {
+        std::string Status;
+        zamclientlib::SPackageInfo Info;
+
+        bool IsInstalled() const { return Status == "installed"; }
+        bool IsPresent() const { return Status != "not-installed" && Status != "config-files"; }
+    };
+    struct SPackageFile {
+        std::filesystem::path Path;  // absolute
+        std::string Name;
+        std::string Version;
+    };
+    enum class EPurpose {
+        Install,
+        Update
+    };
+
+    std::optional<SDatabaseEntry> Look(const std::string& packageName) const;
+    std::vector<SPackageFile> CheckFiles(const std::vector<std::string>& paths, EPurpose purpose) const;
+    void RequireNoDowngrade(const SPackageFile& file, const SDatabaseEntry& installed) const;
+    void InstallFiles(const std::vector<std::string>& paths, EPurpose purpose) const;
+    void Change(const std::string& what, const SCommand& command) const;
+    SCommand Dpkg(std::vector<std::string> arguments) const;
+
+    SInstallerContext m_context;
+};
+
+}  // namespace installer

@@ -1,0 +1,283 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "installer/CommandRunner.h"
+
+#include <zamclientlib/Exceptions.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+
+#include "installer/SmallFile.h"
+#include "support/common/CDescriptor.h"
+#include "support/common/Text.h"
+#include "support/common/Waiting.h"
+
+namespace installer {
+namespace {
+
+using apigen::common::CDescriptor;
+using apigen::common::RetryInterrupted;
+using zamclientlib::CGenericException;
+
+constexpr off_t outputLimit = 4 * 1024 * 1024;
+constexpr off_t errorTextLimit = 64 * 1024;
+constexpr std::size_t failureLines = 8;
+
+// dpkg insists on finding ldconfig and start-stop-daemon, which the PATH of a plain user lacks.
+constexpr std::string_view systemFolders = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+
+// What the tools are told by the environment must come from us alone.
+constexpr std::array<std::string_view, 9> ownVariables{
+    "PATH=",          "LC_ALL=",          "LANG=",
+    "LANGUAGE=",      "DEBIAN_FRONTEND=", "DPKG_ROOT=",
+    "DPKG_ADMINDIR=", "DPKG_FORCE=",      "DPKG_FRONTEND_LOCKED="};
+
+[[noreturn]] void ThrowCannotRun(const SCommand& command, int error) {
+    throw CGenericException("Can't run '" + command.Program + "': " + apigen::common::ErrorText(error) + ".");
+}
+
+std::string SearchPath() {
+    const char* const path = std::getenv("PATH");
+    if (path == nullptr || *path == '\0') return std::string(systemFolders);
+    return std::string(path) + ":" + std::string(systemFolders);
+}
+
+std::vector<std::string> CommandEnvironment() {
+    std::vector<std::string> environment;
+    for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+        const std::string_view text = *variable;
+        const bool isOurs = std::any_of(ownVariables.begin(), ownVariables.end(),
+                                        [&](std::string_view name) { return text.starts_with(name); });
+        if (!isOurs) environment.emplace_back(text);
+    }
+    environment.push_back("PATH=" + SearchPath());
+    environment.emplace_back("LC_ALL=C");
+    environment.emplace_back("DEBIAN_FRONTEND=noninteractive");
+    return environment;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (std::string& text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// The settings of one posix_spawn.
+class CSpawnPlan {
+public:
+    CSpawnPlan() {
+        posix_spawn_file_actions_init(&m_actions);
+        posix_spawnattr_init(&m_attributes);
+    }
+    CSpawnPlan(const CSpawnPlan&) = delete;
+    CSpawnPlan& operator=(const CSpawnPlan&) = delete;
+    ~CSpawnPlan() {
+        posix_spawn_file_actions_destroy(&m_actions);
+        posix_spawnattr_destroy(&m_attributes);
+    }
+
+    posix_spawn_file_actions_t m_actions;
+    posix_spawnattr_t m_attributes;
+};
+
+// A running command.
+class CCommand {
+public:
+    enum class EWatch {
+        No,
+        Yes,  // its end can be waited for with a limit, by a descriptor that it holds open
+    };
+
+    CCommand(const SCommand& command, EWatch watch) : m_command(command) {
+        // Files rather than pipes: a command whose reader is gone must not die of it.
+        m_output = CDescriptor(m_command.DropOutput ? open("/dev/null", O_WRONLY | O_CLOEXEC)
+                                                    : memfd_create("output", MFD_CLOEXEC));
+        m_errorText = CDescriptor(memfd_create("errors", MFD_CLOEXEC));
+        if (!m_output || !m_errorText) ThrowCannotRun(m_command, errno);
+        std::array<int, 2> life{-1, -1};
+        if (watch == EWatch::Yes && pipe2(life.data(), O_CLOEXEC) != 0) ThrowCannotRun(m_command, errno);
+        m_life = CDescriptor(life[0]);
+        Spawn(CDescriptor(life[1]));
+    }
+    CCommand(const CCommand&) = delete;
+    CCommand& operator=(const CCommand&) = delete;
+
+    // False when it still runs after `limit`.
+    bool Wait(std::chrono::milliseconds limit) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        for (;;) {
+            const auto left =
+                std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0) return false;
+            // The pipe has no writer any more when the command has ended.
+            pollfd end{m_life.Get(), POLLIN, 0};
+            if (poll(&end, 1, static_cast<int>(left.count())) > 0) return true;
+        }
+    }
+
+    void Kill() noexcept { kill(m_pid, SIGKILL); }
+
+    int Reap() noexcept {
+        int status = 0;
+        RetryInterrupted([&] { return waitpid(m_pid, &status, 0); });
+        return status;
+    }
+
+    SCommandResult Finish() {
+        SCommandResult result;
+        result.WaitStatus = Reap();
+        if (!m_command.DropOutput) {
+            result.Output = ReadFrom(m_output, 0, outputLimit);
+        }
+        const off_t size = SizeOf(m_errorText);
+        result.ErrorText = ReadFrom(m_errorText, std::max<off_t>(0, size - errorTextLimit), errorTextLimit);
+        return result;
+    }
+
+    bool SaidTooMuch() const { return !m_command.DropOutput && SizeOf(m_output) > outputLimit; }
+
+private:
+    void Spawn(const CDescriptor& lifeWriter) {
+        const std::string path = FindProgram(m_command.Program);
+        if (path.empty()) ThrowCannotRun(m_command, ENOENT);
+
+        CSpawnPlan plan;
+        sigset_t all;
+        sigset_t none;
+        sigfillset(&all);
+        sigemptyset(&none);
+        posix_spawnattr_setsigdefault(&plan.m_attributes, &all);
+        posix_spawnattr_setsigmask(&plan.m_attributes, &none);
+        posix_spawnattr_setflags(&plan.m_attributes,
+                                 POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSID);
+        // Numbers below 4 are targets here; a source among them would be overwritten before its turn.
+        const CDescriptor output = Raised(m_output);
+        const CDescriptor errorText = Raised(m_errorText);
+        const CDescriptor life = lifeWriter ? Raised(lifeWriter) : CDescriptor();
+        auto* const actions = &plan.m_actions;
+        posix_spawn_file_actions_addopen(actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_adddup2(actions, output.Get(), STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(actions, errorText.Get(), STDERR_FILENO);
+        if (life) posix_spawn_file_actions_adddup2(actions, life.Get(), 3);
+        posix_spawn_file_actions_addclosefrom_np(actions, life ? 4 : 3);
+        posix_spawn_file_actions_addchdir_np(actions, "/");
+
+        std::vector<std::string> arguments = m_command.Arguments;
+        arguments.insert(arguments.begin(), m_command.Program);
+        std::vector<std::string> environment = CommandEnvironment();
+        const int error = posix_spawn(&m_pid, path.c_str(), actions, &plan.m_attributes,
+                                      Pointers(arguments).data(), Pointers(environment).data());
+        if (error != 0) ThrowCannotRun(m_command, error);
+    }
+
+    CDescriptor Raised(const CDescriptor& descriptor) const {
+        CDescriptor copy(fcntl(descriptor.Get(), F_DUPFD_CLOEXEC, 4));
+        if (!copy) ThrowCannotRun(m_command, errno);
+        return copy;
+    }
+
+    static off_t SizeOf(const CDescriptor& file) {
+        struct stat status {};
+        return fstat(file.Get(), &status) == 0 ? status.st_size : 0;
+    }
+
+    static std::string ReadFrom(const CDescriptor& file, off_t offset, off_t limit) {
+        std::string text(static_cast<std::size_t>(std::clamp<off_t>(SizeOf(file) - offset, 0, limit)), '\0');
+        std::size_t done = 0;
+        while (done < text.size()) {
+            const ssize_t count = RetryInterrupted([&] {
+                return pread(file.Get(), text.data() + done, text.size() - done,
+                             offset + static_cast<off_t>(done));
+            });
+            if (count <= 0) break;
+            done += static_cast<std::size_t>(count);
+        }
+        text.resize(done);
+        return text;
+    }
+
+    SCommand m_command;
+    CDescriptor m_output;
+    CDescriptor m_errorText;
+    CDescriptor m_life;
+    pid_t m_pid = -1;
+};
+
+// The last lines of `text`.
+std::string LastLines(const std::string& text) {
+    const std::string trimmed = Trimmed(text);
+    std::size_t start = trimmed.size();
+    for (std::size_t lines = 0; lines < failureLines && start != std::string::npos && start > 0; ++lines) {
+        start = trimmed.rfind('\n', start - 1);
+    }
+    return start == std::string::npos || start == 0 ? trimmed : trimmed.substr(start + 1);
+}
+
+}  // namespace
+
+std::optional<int> SCommandResult::ExitStatus() const noexcept {
+    if (!WIFEXITED(WaitStatus)) return std::nullopt;
+    return WEXITSTATUS(WaitStatus);
+}
+
+std::string SCommandResult::Failure() const {
+    const std::string end = WIFSIGNALED(WaitStatus)
+                                ? "ended by signal " + std::to_string(WTERMSIG(WaitStatus))
+                                : "exit status " + std::to_string(WEXITSTATUS(WaitStatus));
+    const std::string words = LastLines(Trimmed(ErrorText).empty() ? Output : ErrorText);
+    return words.empty() ? end : end + ": " + words;
+}
+
+SCommandResult RunQuery(const SCommand& command, std::chrono::milliseconds limit) {
+    CCommand running(command, CCommand::EWatch::Yes);
+    if (!running.Wait(limit)) {
+        running.Kill();
+        running.Reap();
+        throw CGenericException("'" + command.Program + "' did not answer within " +
+                                std::to_string(limit.count()) + " ms and was ended.");
+    }
+    SCommandResult result = running.Finish();
+    if (running.SaidTooMuch()) {
+        throw CGenericException("'" + command.Program + "' gave more than " + std::to_string(outputLimit) +
+                                " bytes of output.");
+    }
+    return result;
+}
+
+SCommandResult RunChange(const SCommand& command) {
+    return CCommand(command, CCommand::EWatch::No).Finish();
+}
+
+std::string FindProgram(std::string_view name) {
+    if (name.find('/') != std::string_view::npos) return std::string(name);
+    const std::string path = SearchPath();
+    for (std::size_t start = 0; start <= path.size();) {
+        const std::size_t end = std::min(path.find(':', start), path.size());
+        const std::string folder = path.substr(start, end - start);
+        start = end + 1;
+        // A relative folder would mean another place in the child than here.
+        if (!folder.starts_with('/')) continue;
+        std::string candidate = folder + "/" + std::string(name);
+        struct stat status {};
+        if (stat(candidate.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+            access(candidate.c_str(), X_OK) == 0) {
+            return candidate;
+        }
+    }
+    return {};
+}
+
+}  // namespace installer

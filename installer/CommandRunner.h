@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// Runs the host's own tools (dpkg, apt-get, ...) and collects what they say.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace installer {
+
+// How a command ended and what it said.
+struct SCommandResult {
+    int WaitStatus = 0;  // as waitpid reports it
+    std::string Output;
+    std::string ErrorText;  // the end of it, when it is long
+
+    bool Succeeded() const noexcept { return WaitStatus == 0; }
+    std::optional<int> ExitStatus() const noexcept;  // empty when a signal ended it
+
+    // "exit status 100: E: Unable to locate package x": for a message, never empty.
+    std::string Failure() const;
+};
+
+struct SCommand {
+    std::string Program;  // looked up in PATH, and in the system's usual folders
+    std::vector<std::string> Arguments;
+    bool DropOutput = false;
+};
+
+// Runs a command that only looks. It is killed when it takes longer than `limit`.
+// Throws CGenericException when it can't be started, takes too long or says more than 4 MiB.
+SCommandResult RunQuery(const SCommand& command, std::chrono::milliseconds limit = std::chrono::minutes(1));
+
+// Runs a command that changes the host, and waits for its end however long that takes. It has its own
+// session and writes to files, not to pipes: it finishes its work also when this process is killed meanwhile.
+SCommandResult RunChange(const SCommand& command);
+
+// The path of a program as the functions above find it; empty when there is none.
+std::string FindProgram(std::string_view name);
+
+}  // namespace installer

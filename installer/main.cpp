@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command line of tarvoinstaller.
+//
+// No signal is handled here: SIGTERM ends the tool at once, and a package operation that is under way goes
+// on to its end in its own session.
+#include <apigen/CXmlData.h>
+#include <apigen/Serialize.h>
+#include <zamclientlib/CSimpleLogger.h>
+#include <zamclientlib/CommonRecords.h>
+#include <zamservice/Service.h>
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "installer/CInstaller.h"
+#include "installer/ProductNames.h"
+
+namespace {
+
+constexpr int usageError = 2;
+constexpr zamclientlib::SVersion protocolVersion{2, 0, 0, 0};
+
+// A bare name: the log stands in the product's own folder and nowhere else.
+std::string CheckLogName(const std::string& name) {
+    const bool isBare = !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+    return isBare ? "" : "it must be a file name without a folder";
+}
+
+int PrintProtocolVersion() {
+    const auto document = apigen::CXmlData::CreateNew();
+    apigen::Serialize(*document, "SCompatibilityInfo", zamclientlib::SCompatibilityInfo{protocolVersion});
+    const std::string text = apigen::CXmlData::Serialize(*document);
+    const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    return isWritten && std::fflush(stdout) == 0 ? 0 : 1;
+}
+
+int Serve(const std::string& root, const std::string& logName) {
+    // What is wrong with the root reaches the client as the greeting's error.
+    return zamservice::ServeStandardStreams([&] {
+        const auto log = std::make_shared<zamclientlib::CSimpleLogger>(installer::logFolder, logName);
+        return zamservice::CService(
+            std::make_shared<installer::CInstaller>(installer::MakeContext(root, log)));
+    });
+}
+
+int Run(int argc, char** argv) {
+    CLI::App app("Installs and removes the backup agent, and tells about the host.", "tarvoinstaller");
+    app.set_version_flag("--version", "tarvoinstaller " ZAM_VERSION);
+    // Whether one was given is asked below: asked by the parser, a misspelt one would go unnamed.
+    app.require_subcommand(0, 1);
+
+    std::string root = "/";
+    app.add_option("--root", root, "Manage the system in this folder instead of the running one")
+        ->type_name("DIR");
+
+    std::string logName;
+    CLI::App* const serve =
+        app.add_subcommand("start-command-invoker", "Serve calls on the standard streams until they close");
+    serve->add_option("--log-name", logName, "Name of the log file in " + std::string(installer::logFolder))
+        ->required()
+        ->check(CheckLogName)
+        ->type_name("NAME");
+    CLI::App* const version =
+        app.add_subcommand("protocol-version", "Print the version of the protocol as a document");
+
+    try {
+        app.parse(argc, argv);
+        if (app.get_subcommands().empty()) throw CLI::RequiredError("A subcommand");
+    } catch (const CLI::Success& request) {
+        return app.exit(request);  // --help, --version
+    } catch (const CLI::ParseError& error) {
+        std::cerr << "tarvoinstaller: " << error.what() << "\n\n" << app.help();
+        return usageError;
+    }
+    return version->parsed() ? PrintProtocolVersion() : Serve(root, logName);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << "tarvoinstaller: " << error.what() << "\n";
+        return 1;
+    }
+}

@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: Apache-2.0
+// The log file: its name, its lines, and what happens where none can be written.
+#include <zamclientlib/CSimpleLogger.h>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <regex>
+#include <set>
+#include <stdexcept>
+
+#include "tests/api/OwnProcess.h"
+#include "tests/api/TemporaryFolder.h"
+
+namespace zamtest {
+namespace {
+
+using testing::ElementsAre;
+using zamclientlib::CSimpleLogger;
+
+const std::string Banner(std::string(31, '=') + " Log has been started " + std::string(33, '='));
+
+/// The texts behind the time stamps, which are checked on the way.
+std::vector<std::string> Messages(const std::string& path) {
+    static const std::regex line(R"(\[\d\d\.\d\d\.\d\d \d\d:\d\d:\d\d\.(0|[1-9]\d{0,2})\]    (.*))");
+    std::vector<std::string> messages;
+    for (const std::string& text : LinesOf(path)) {
+        std::smatch match;
+        EXPECT_TRUE(std::regex_match(text, match, line)) << text;
+        messages.push_back(match[2]);
+    }
+    return messages;
+}
+
+class SimpleLogger : public testing::Test {
+protected:
+    CTemporaryFolder m_folder;
+};
+
+TEST_F(SimpleLogger, BeginsItsFileWithTheBanner) {
+    EXPECT_EQ(Banner.size(), 86U);
+    CSimpleLogger logger(m_folder.Path(), "a.log");
+    EXPECT_THAT(Messages(m_folder.Path("a.log")), ElementsAre(Banner));
+}
+
+TEST_F(SimpleLogger, HasEachLineOnDiskWhenTheCallReturns) {
+    CSimpleLogger logger(m_folder.Path(), "a.log");
+    std::runtime_error error("boom");
+    logger.Info(" two words ");
+    logger.Error("Failed", error);
+    logger.Info("");
+    EXPECT_THAT(Messages(m_folder.Path("a.log")),
+                ElementsAre(Banner, " two words ", "ERROR: Failed", "boom", ""));
+}
+
+TEST_F(SimpleLogger, WritesMessagesUnchanged) {
+    const std::string odd("<\xff\t\0\r>", 6);
+    { CSimpleLogger(m_folder.Path(), "a.log").Info(odd); }
+    std::ifstream file(m_folder.Path("a.log"), std::ios::binary);
+    const std::string all((std::istreambuf_iterator<char>(file)), {});
+    EXPECT_EQ(all.substr(all.size() - odd.size() - 6), "]    " + odd + '\n');
+}
+
+TEST_F(SimpleLogger, WritesNoLineWhenItEnds) {
+    { CSimpleLogger logger(m_folder.Path(), "a.log"); }
+    EXPECT_EQ(LinesOf(m_folder.Path("a.log")).size(), 1U);
+}
+
+TEST_F(SimpleLogger, TakesTheFolderWithAndWithoutASlash) {
+    EXPECT_EQ(CSimpleLogger::MakeFileName("/var/log/tarvo/config", "apiclient_control.log"),
+              "/var/log/tarvo/config/apiclient_control.log");
+    EXPECT_EQ(CSimpleLogger::MakeFileName("/var/log/tarvo/", "apiclient_installer.log"),
+              "/var/log/tarvo/apiclient_installer.log");
+    EXPECT_EQ(CSimpleLogger::MakeFileName(m_folder.Path(), "x"),
+              CSimpleLogger::MakeFileName(m_folder.Path() + '/', "x"));
+}
+
+TEST_F(SimpleLogger, NumbersItsFileBesideExistingOnes) {
+    for (const char* const name : {"a.log", "a_1.log", "a_2.log"})
+        m_folder.Write(name, "old\n");
+    CSimpleLogger logger(m_folder.Path(), "a.log");
+    EXPECT_THAT(Messages(m_folder.Path("a_3.log")), ElementsAre(Banner));
+    EXPECT_THAT(LinesOf(m_folder.Path("a.log")), ElementsAre("old"));
+    EXPECT_THAT(LinesOf(m_folder.Path("a_2.log")), ElementsAre("old"));
+}
+
+TEST_F(SimpleLogger, FillsTheFirstGapOfTheNumbers) {
+    m_folder.Write("a.log", "");
+    m_folder.Write("a_2.log", "");
+    EXPECT_EQ(CSimpleLogger::MakeFileName(m_folder.Path(), "a.log"), m_folder.Path("a_1.log"));
+}
+
+TEST_F(SimpleLogger, NumbersALongRowOfFiles) {
+    m_folder.Write("a.log", "");
+    for (int i = 1; i < 1200; ++i)
+        m_folder.Write("a_" + std::to_string(i) + ".log", "");
+    EXPECT_EQ(CSimpleLogger::MakeFileName(m_folder.Path(), "a.log"), m_folder.Path("a_1200.log"));
+}
+
+TEST_F(SimpleLogger, PutsTheNumberBeforeTheLastDot) {
+    for (const auto& [name, numbered] :
+         std::vector<std::pair<std::string, std::string>>{{"x.tar.log", "x.tar_1.log"},
+                                                          {"trace", "trace_1"},
+                                                          {".hidden", "_1.hidden"},
+                                                          {"end.", "end_1."},
+                                                          {"a_1.log", "a_1_1.log"}}) {
+        EXPECT_EQ(CSimpleLogger::MakeFileName(m_folder.Path(), name), m_folder.Path(name));
+        m_folder.Write(name, "");
+        EXPECT_EQ(CSimpleLogger::MakeFileName(m_folder.Path(), name), m_folder.Path(numbered)) << name;
+    }
+}
+
+TEST_F(SimpleLogger, BeginsTheSearchAtTheGivenNumber) {
+    const std::string folder = m_folder.Path() + '/';
+    EXPECT_EQ(CSimpleLogger::GetFirstNonexistentFileName(folder, "a", ".log", 0), folder + "a.log");
+    EXPECT_EQ(CSimpleLogger::GetFirstNonexistentFileName(folder, "a", ".log", 7), folder + "a_7.log");
+    m_folder.Write("a_7.log", "");
+    EXPECT_EQ(CSimpleLogger::GetFirstNonexistentFileName(folder, "a", ".log", 7), folder + "a_8.log");
+    EXPECT_EQ(CSimpleLogger::GetFirstNonexistentFileName(folder, "a", "", -1), folder + "a");
+}
+
+TEST_F(SimpleLogger, MakesNoFileWhileItLooksForAName) {
+    CSimpleLogger::MakeFileName(m_folder.Path(), "a.log");
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder.Path()));
+}
+
+TEST_F(SimpleLogger, DropsItsLinesWithoutAFolder) {
+    const std::string missing = m_folder.Path("missing");
+    CSimpleLogger logger(missing, "a.log");
+    std::runtime_error error("x");
+    EXPECT_NO_THROW(logger.Info("lost"));
+    EXPECT_NO_THROW(logger.Error("lost", error));
+    EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+TEST_F(SimpleLogger, TakesAFolderOfTheFilesNameForNoFileAndDropsItsLines) {
+    std::filesystem::create_directory(m_folder.Path("a.log"));
+    EXPECT_EQ(CSimpleLogger::MakeFileName(m_folder.Path(), "a.log"), m_folder.Path("a.log"));
+    CSimpleLogger logger(m_folder.Path(), "a.log");
+    EXPECT_NO_THROW(logger.Info("lost"));
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder.Path("a.log")));
+}
+
+TEST_F(SimpleLogger, TakesAFileThatItMayNotWriteForNoneAndLeavesItAlone) {
+    m_folder.Write("a.log", "old\n");
+    ::chmod(m_folder.Path("a.log").c_str(), 0444);
+    EXPECT_EQ(ResultInAProcessOfItsOwn([&] {
+                  constexpr uid_t Nobody = 65534;  // root may write everything
+                  if (::geteuid() == 0 && ::setuid(Nobody) != 0) return 2;
+                  if (CSimpleLogger::MakeFileName(m_folder.Path(), "a.log") != m_folder.Path("a.log"))
+                      return 3;
+                  CSimpleLogger(m_folder.Path(), "a.log").Info("lost");
+                  return 0;
+              }),
+              0);
+    EXPECT_THAT(LinesOf(m_folder.Path("a.log")), ElementsAre("old"));
+}
+
+TEST_F(SimpleLogger, DropsWhatFindsNoRoom) {
+    EXPECT_EQ(ResultInAProcessOfItsOwn([&] {
+                  ::signal(SIGXFSZ, SIG_IGN);
+                  const rlimit limit{50, 50};
+                  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 2;
+                  CSimpleLogger(m_folder.Path(), "a.log").Info("lost");
+                  return 0;
+              }),
+              0);
+    EXPECT_EQ(std::filesystem::file_size(m_folder.Path("a.log")), 50U);
+}
+
+TEST_F(SimpleLogger, StaysUsableAfterAnErrorWithoutAText) {
+    class CNoText final : public std::exception {
+        const char* what() const noexcept override { return nullptr; }
+    } error;
+    CSimpleLogger logger(m_folder.Path(), "a.log");
+    try {
+        logger.Error("Failed", error);
+        ADD_FAILURE();
+    } catch (const std::logic_error& thrown) {
+        EXPECT_STREQ(thrown.what(), "basic_string::_M_construct null not valid");
+    }
+    logger.Info("next");
+    EXPECT_THAT(Messages(m_folder.Path("a.log")), ElementsAre(Banner, "ERROR: Failed", "next"));
+}
+
+TEST_F(SimpleLogger, WritesMillisecondsUnpadded) {
+    // Stamps are taken until one of each width has been seen, within a second in the normal course.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    std::set<std::size_t> widths;
+    while (widths.size() < 3 && std::chrono::steady_clock::now() < deadline) {
+        const std::string stamp = CSimpleLogger::GetLocalTime();
+        static const std::regex form(R"(\d\d\.\d\d\.\d\d \d\d:\d\d:\d\d\.(0|[1-9]\d{0,2}))");
+        std::smatch match;
+        ASSERT_TRUE(std::regex_match(stamp, match, form)) << stamp;
+        widths.insert(static_cast<std::size_t>(match[1].length()));
+    }
+    EXPECT_EQ(widths, (std::set<std::size_t>{1, 2, 3}));
+}
+
+TEST_F(SimpleLogger, StampsTheLocalTime) {
+    EXPECT_EQ(ResultInAProcessOfItsOwn([] {
+                  ::setenv("TZ", "XXX-11:30", 1);
+                  ::tzset();
+                  const std::time_t before = std::time(nullptr);
+                  const std::string stamp = CSimpleLogger::GetLocalTime();
+                  const std::time_t after = std::time(nullptr);
+                  for (std::time_t t = before; t <= after; ++t) {
+                      char text[32];
+                      const std::time_t shifted = t + 11 * 3600 + 30 * 60;
+                      std::tm utc{};
+                      ::gmtime_r(&shifted, &utc);
+                      std::strftime(text, sizeof text, "%d.%m.%y %H:%M:%S.", &utc);
+                      if (stamp.rfind(text, 0) == 0) return 0;
+                  }
+                  return 1;
+              }),
+              0);
+}
+
+TEST_F(SimpleLogger, LeaksItsFileIntoNoChild) {
+    CSimpleLogger logger(m_folder.Path(), "a.log");
+    const auto path = std::filesystem::canonical(m_folder.Path("a.log"));
+    int found = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        if (std::filesystem::read_symlink(entry, error) != path) continue;
+        ++found;
+        EXPECT_NE(::fcntl(std::stoi(entry.path().filename()), F_GETFD) & FD_CLOEXEC, 0);
+    }
+    EXPECT_EQ(found, 1);
+}
+
+}  // namespace
+}  // namespace zamtest

@@ -1,0 +1,352 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <zamclientlib/Exceptions.h>
+
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "CTestSystem.h"
+#include "TestFolder.h"
+#include "installer/CDebianPackageManager.h"
+#include "installer/CommandRunner.h"
+#include "installer/PackageLock.h"
+
+namespace installer::test {
+namespace {
+
+using zamclientlib::CGenericException;
+using zamclientlib::CPackageManagerIsLocked;
+
+constexpr const char* frontendLock = "var/lib/dpkg/lock-frontend";
+constexpr const char* databaseLock = "var/lib/dpkg/lock";
+
+class PackageManager : public testing::Test {
+protected:
+    // Where a package is as the database tells and the file system shows.
+    void ExpectInstalled(const std::string& name, const std::string& version) const {
+        EXPECT_EQ(m_system.DpkgStatus(name), "install ok installed " + version);
+        EXPECT_EQ(ReadAll(m_system.Root() / "usr/share" / name / "version"), version);
+    }
+    void ExpectAbsent(const std::string& name) const {
+        EXPECT_EQ(m_system.DpkgStatus(name).find("installed"), std::string::npos);
+        EXPECT_FALSE(std::filesystem::exists(m_system.Root() / "usr/share" / name));
+    }
+
+    CTestSystem m_system;
+    CDebianPackageManager m_packages{m_system.Context()};
+};
+
+TEST_F(PackageManager, InstallsUpdatesFindsAndRemoves) {
+    const std::string description = "First line\n Second line\n .\n  indented <&> Käse";
+    m_packages.InstalLocalPackages({m_system.Build({"foo", "1:1.0-1", description})});
+    ExpectInstalled("foo", "1:1.0-1");
+    const auto found = m_packages.FindInstalledPackage("foo");
+    ASSERT_TRUE(found.HasValue());
+    EXPECT_EQ(found->Name, "foo");
+    EXPECT_EQ(found->VersionRaw, "1:1.0-1");
+    EXPECT_EQ(found->Description, description);
+
+    m_packages.UpdateLocalPackages({m_system.Build({"foo", "1:1.10-1"})});
+    ExpectInstalled("foo", "1:1.10-1");
+    EXPECT_EQ(m_packages.FindInstalledPackage("foo")->VersionRaw, "1:1.10-1");
+
+    m_packages.RemovePackages({"foo"});
+    ExpectAbsent("foo");
+    EXPECT_FALSE(m_packages.FindInstalledPackage("foo").HasValue());
+}
+
+TEST_F(PackageManager, SeveralPackagesGoInOneOperation) {
+    m_packages.InstalLocalPackages(
+        {m_system.Build({"needy", "1", "Needs the other", "Depends: other (>= 2)\n"}),
+         m_system.Build({"other", "2"})});
+    ExpectInstalled("needy", "1");
+    ExpectInstalled("other", "2");
+    m_packages.RemovePackages({"other", "needy"});
+    ExpectAbsent("needy");
+    ExpectAbsent("other");
+}
+
+TEST_F(PackageManager, OddFileNamesAreFilesAndNothingElse) {
+    m_packages.InstalLocalPackages({m_system.Build({"dash"}, "--force-all name with 'blanks' $(id).deb")});
+    ExpectInstalled("dash", "1.0");
+    m_packages.InstalLocalPackages({m_system.Build({"plain"}, "no suffix")});
+    ExpectInstalled("plain", "1.0");
+
+    const auto file = m_system.Build({"relative"}, "-relative.deb");
+    const auto old = std::filesystem::current_path();
+    std::filesystem::current_path(file.parent_path());
+    m_packages.InstalLocalPackages({"-relative.deb"});
+    EXPECT_EQ(m_packages.GetPackageNameFromFile("-relative.deb"), "relative");
+    std::filesystem::current_path(old);
+    ExpectInstalled("relative", "1.0");
+}
+
+TEST_F(PackageManager, EmptyListsChangeNothing) {
+    const std::string before = ReadAll(m_system.Root() / "var/lib/dpkg/status");
+    const CLockHolder lock(m_system.Root() / frontendLock);
+    m_packages.InstalLocalPackages({});
+    m_packages.UpdateLocalPackages({});
+    m_packages.RemovePackages({});
+    EXPECT_EQ(ReadAll(m_system.Root() / "var/lib/dpkg/status"), before);
+}
+
+TEST_F(PackageManager, UpdateRefusesAPackageThatIsNotInstalled) {
+    m_packages.InstalLocalPackages({m_system.Build({"there", "1"})});
+    EXPECT_THROW_WITH(
+        m_packages.UpdateLocalPackages({m_system.Build({"there", "2"}), m_system.Build({"absent"})}),
+        CGenericException, "Can't update the package 'absent'");
+    ExpectInstalled("there", "1");
+    ExpectAbsent("absent");
+}
+
+TEST_F(PackageManager, AnOlderVersionIsRefused) {
+    m_packages.InstalLocalPackages({m_system.Build({"foo", "1.10"})});
+    const auto older = m_system.Build({"foo", "1.9"});
+    EXPECT_THROW_WITH(m_packages.UpdateLocalPackages({older}), CGenericException,
+                      "its version 1.9 of the package 'foo' is older than the installed 1.10");
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({older}), CGenericException, "is older");
+    ExpectInstalled("foo", "1.10");
+    m_packages.UpdateLocalPackages({m_system.Build({"foo", "1.10"})});
+    ExpectInstalled("foo", "1.10");
+}
+
+TEST_F(PackageManager, AFailedDependencyIsReportedInDpkgsWords) {
+    EXPECT_THROW_WITH(
+        m_packages.InstalLocalPackages({m_system.Build({"needy", "1", "Needs", "Depends: missing-one\n"})}),
+        CGenericException, "missing-one");
+    EXPECT_FALSE(m_packages.FindInstalledPackage("needy").HasValue());
+    EXPECT_TRUE(m_packages.IsPresent("needy"));
+    m_packages.RemovePackages({"needy"});
+    ExpectAbsent("needy");
+}
+
+TEST_F(PackageManager, BadFilesAreRefusedBeforeAnythingChanges) {
+    const CTestFolder folder;
+    const auto good = m_system.Build({"good"});
+    const std::string bytes = ReadAll(m_system.Build({"damaged"}));
+    std::string flipped = bytes;
+    flipped[flipped.size() - 20] ^= '\x55';
+    std::filesystem::create_directory(folder.Path() / "folder");
+    ASSERT_EQ(mkfifo((folder.Path() / "fifo").c_str(), 0600), 0);
+    const auto path = [&](const char* name) { return (folder.Path() / name).string(); };
+    folder.Write("text.deb", "hello");
+    folder.Write("empty.deb", "");
+    folder.Write("cut.deb", bytes.substr(0, bytes.size() - 30));
+    folder.Write("head.deb", bytes.substr(0, 40));
+    folder.Write("flipped.deb", flipped);
+
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {path("missing.deb"), "No such file or directory"},
+        {path("folder"), "it is no regular file"},
+        {path("fifo"), "it is no regular file"},
+        {"/dev/null", "it is no regular file"},
+        {path("text.deb"), "it is no Debian package"},
+        {path("empty.deb"), "it is no Debian package"},
+        {path("head.deb"), "it is no Debian package"},
+        {path("cut.deb"), "it is damaged"},
+        {path("flipped.deb"), "it is damaged"},
+        {"", "is empty"},
+        {std::string("/tmp\0/x", 7), "NUL"},
+    };
+    for (const auto& [bad, reason] : cases) {
+        EXPECT_THROW_WITH(m_packages.InstalLocalPackages({good.string(), bad}), CGenericException, reason);
+    }
+    EXPECT_THROW_WITH(m_packages.GetPackageNameFromFile(path("missing.deb")), CGenericException,
+                      "missing.deb\": No such file");
+    EXPECT_THROW(m_packages.GetPackageNameFromFile(path("text.deb")), CGenericException);
+    EXPECT_THROW(m_packages.UpdateLocalPackages({path("cut.deb")}), CGenericException);
+    ExpectAbsent("good");
+    EXPECT_EQ(ReadAll(m_system.Root() / "var/lib/dpkg/status"), "");
+}
+
+TEST_F(PackageManager, NamesThatDebianForbidsAreRefused) {
+    for (const std::string name :
+         {"", "a", "*", "fo?", "foo*", "Foo", "-foo", "--admindir", "foo bar", "foo:amd64", "foo/bar",
+          "foo\n", "foo,bar", "f\xc3\xb6\xc3\xb6", "+foo", "[a]b"}) {
+        EXPECT_THROW_WITH(m_packages.FindInstalledPackage(name), CGenericException, "is no package name");
+        EXPECT_THROW_WITH(m_packages.RemovePackages({name}), CGenericException, "is no package name");
+    }
+    EXPECT_THROW(m_packages.FindInstalledPackage(std::string("foo\0bar", 7)), CGenericException);
+    EXPECT_FALSE(m_packages.FindInstalledPackage("g++-12.x").HasValue());
+}
+
+TEST_F(PackageManager, RemovalOfWhatIsNotInstalledIsRefusedAsAWhole) {
+    m_packages.InstalLocalPackages({m_system.Build({"there"})});
+    EXPECT_THROW_WITH(m_packages.RemovePackages({"there", "absent"}), CGenericException,
+                      "Can't remove the package 'absent': it is not installed");
+    ExpectInstalled("there", "1.0");
+}
+
+TEST_F(PackageManager, RemovalOfWhatOthersNeedIsReportedInDpkgsWords) {
+    m_packages.InstalLocalPackages(
+        {m_system.Build({"needy", "1", "Needs", "Depends: base-one\n"}), m_system.Build({"base-one"})});
+    EXPECT_THROW_WITH(m_packages.RemovePackages({"base-one"}), CGenericException, "needy");
+    EXPECT_TRUE(m_packages.FindInstalledPackage("base-one").HasValue());
+}
+
+TEST_F(PackageManager, OnlyInstalledPackagesAreFound) {
+    const std::string fields = "Version: 3\nArchitecture: all\nMaintainer: x\nDescription: d\n";
+    std::string status;
+    for (const char* const state : {"config-files", "half-installed", "unpacked", "half-configured"}) {
+        status +=
+            std::string("Package: pkg-") + state + "\nStatus: deinstall ok " + state + "\n" + fields + "\n";
+    }
+    status += "Package: pkg-held\nStatus: hold ok installed\n" + fields + "\n";
+    m_system.Folder().Write("var/lib/dpkg/status", status);
+    EXPECT_FALSE(m_packages.FindInstalledPackage("pkg-config-files").HasValue());
+    EXPECT_FALSE(m_packages.FindInstalledPackage("pkg-half-installed").HasValue());
+    EXPECT_FALSE(m_packages.FindInstalledPackage("pkg-unpacked").HasValue());
+    EXPECT_FALSE(m_packages.FindInstalledPackage("pkg-half-configured").HasValue());
+    EXPECT_TRUE(m_packages.FindInstalledPackage("pkg-held").HasValue());
+    EXPECT_FALSE(m_packages.IsPresent("pkg-config-files"));
+    EXPECT_TRUE(m_packages.IsPresent("pkg-unpacked"));
+}
+
+TEST_F(PackageManager, ABrokenDatabaseIsAnErrorAndNoAbsence) {
+    m_system.Folder().Write("var/lib/dpkg/status", "this is no database\n");
+    EXPECT_THROW_WITH(m_packages.FindInstalledPackage("foo"), CGenericException,
+                      "Can't look up the package 'foo'");
+}
+
+TEST_F(PackageManager, ALockOfAnotherProgramIsReportedByType) {
+    const auto file = m_system.Build({"foo"});
+    for (const char* const lockFile : {frontendLock, databaseLock}) {
+        const CLockHolder holder(m_system.Root() / lockFile);
+        EXPECT_THROW_WITH(m_packages.InstalLocalPackages({file}), CPackageManagerIsLocked,
+                          "process " + std::to_string(holder.Pid()));
+    }
+    ExpectAbsent("foo");
+    m_packages.InstalLocalPackages({file});
+    for (const char* const lockFile : {frontendLock, databaseLock}) {
+        const CLockHolder holder(m_system.Root() / lockFile);
+        EXPECT_THROW(m_packages.UpdateLocalPackages({file}), CPackageManagerIsLocked);
+        EXPECT_THROW(m_packages.RemovePackages({"foo"}), CPackageManagerIsLocked);
+        EXPECT_TRUE(m_packages.FindInstalledPackage("foo").HasValue()) << "looking needs no lock";
+    }
+    ExpectInstalled("foo", "1.0");
+}
+
+TEST_F(PackageManager, TheToolsOwnWordsAboutALockAreRecognised) {
+    const auto file = m_system.Build({"foo"});
+    for (const char* const lockFile : {frontendLock, databaseLock}) {
+        const CLockHolder holder(m_system.Root() / lockFile);
+        const SCommandResult result = RunChange(
+            {"dpkg", {"--root=" + m_system.Root().string(), "--log=/dev/null", "-i", file.string()}});
+        EXPECT_FALSE(result.Succeeded());
+        EXPECT_TRUE(TellsOfLock(result.ErrorText)) << result.ErrorText;
+    }
+    EXPECT_FALSE(TellsOfLock("dpkg: error: you do not have permission to lock the dpkg database directory"));
+    EXPECT_FALSE(TellsOfLock("E: Unable to acquire the dpkg frontend lock (/x), are you root?"));
+    EXPECT_FALSE(TellsOfLock(""));
+}
+
+TEST_F(PackageManager, TheHostsDpkgLogIsNotTouchedForAnotherRoot) {
+    m_packages.InstalLocalPackages({m_system.Build({"zam-log-probe"})});
+    EXPECT_NE(ReadAll(m_system.Root() / "var/log/dpkg.log").find("zam-log-probe"), std::string::npos);
+    EXPECT_EQ(ReadAll("/var/log/dpkg.log").find("zam-log-probe"), std::string::npos);
+}
+
+class CRecordingLog final : public apigen::ILogger {
+public:
+    void Info(const std::string& message) override { Text += message + "\n"; }
+    void Error(const std::string& message, std::exception& error) override {
+        Text += message + "\n" + error.what() + "\n";
+    }
+    std::string Text;
+};
+
+TEST_F(PackageManager, ChangesAreLoggedWithTheirOutcome) {
+    const auto log = std::make_shared<CRecordingLog>();
+    const CDebianPackageManager packages(MakeContext(m_system.Root(), log));
+    const auto file = m_system.Build({"foo"});
+    packages.InstalLocalPackages({file});
+    EXPECT_EQ(log->Text,
+              "Install packages: " + file.string() + "\nDone: Install packages: " + file.string() + "\n");
+    log->Text.clear();
+    EXPECT_THROW(
+        packages.InstalLocalPackages({m_system.Build({"needy", "1", "d", "Depends: missing-one\n"})}),
+        CGenericException);
+    EXPECT_NE(log->Text.find("dpkg failed with exit status 1"), std::string::npos) << log->Text;
+}
+
+// The running system's packages go through apt-get. It is the real one here, told by its own configuration to
+// work on a system in a folder.
+class PackageManagerOfTheRunningSystem : public testing::Test {
+protected:
+    void SetUp() override {
+        for (const char* const folder :
+             {"etc/apt", "var/lib/apt/lists/partial", "var/cache/apt/archives/partial"}) {
+            std::filesystem::create_directories(m_system.Root() / folder);
+        }
+        const std::string root = m_system.Root().string();
+        m_configuration = m_system.Folder().Write(
+            "apt.conf", "Dir \"" + root + "/\";\nDir::State::status \"" + root +
+                            "/var/lib/dpkg/status\";\nDPkg::Options { \"--root=" + root +
+                            "\"; \"--log=/dev/null\"; };\nAPT::Sandbox::User \"root\";\n");
+        // Somebody else on this machine may be installing something just now.
+        ASSERT_TRUE(Eventually([&] {
+            try {
+                RequireUnlocked(m_running);
+                return true;
+            } catch (const CPackageManagerIsLocked&) {
+                return false;
+            }
+        }));
+    }
+
+    // Puts a program in front of the real apt-get.
+    void FakeAptGet(const std::string& script) {
+        const auto fake = m_system.Folder().WriteScript("fake/apt-get", script);
+        m_path.emplace("PATH", fake.parent_path().string() + ":" + std::getenv("PATH"));
+        ASSERT_EQ(FindProgram("apt-get"), fake.string());
+    }
+
+    CTestSystem m_system;
+    std::filesystem::path m_configuration;
+    std::optional<CEnvironmentVariable> m_path;
+    SInstallerContext m_running = MakeContext("/", nullptr);
+    CDebianPackageManager m_packages{m_running};
+};
+
+TEST_F(PackageManagerOfTheRunningSystem, InstallsFilesThroughAptGet) {
+    const CEnvironmentVariable configuration("APT_CONFIG", m_configuration.string());
+    m_packages.InstalLocalPackages(
+        {m_system.Build({"zam-probe-one", "1", "d", "Depends: zam-probe-two\n"}, "-one with blanks.deb"),
+         m_system.Build({"zam-probe-two", "2"}, "two%20.deb")});
+    EXPECT_EQ(m_system.DpkgStatus("zam-probe-one"), "install ok installed 1");
+    EXPECT_EQ(m_system.DpkgStatus("zam-probe-two"), "install ok installed 2");
+
+    const CLockHolder holder(m_system.Root() / frontendLock);
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({m_system.Build({"zam-probe-three"}, "three.deb")}),
+                      CPackageManagerIsLocked, "E: Could not get lock");
+    EXPECT_EQ(m_system.DpkgStatus("zam-probe-three"), "");
+}
+
+TEST_F(PackageManagerOfTheRunningSystem, AptGetsRefusalIsReportedInItsWords) {
+    const CEnvironmentVariable configuration("APT_CONFIG", m_configuration.string());
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({m_system.Build(
+                          {"zam-probe-one", "1", "d", "Depends: zam-not-to-be-had\n"}, "one.deb")}),
+                      CGenericException, "apt-get failed with exit status 100: ");
+    EXPECT_EQ(m_system.DpkgStatus("zam-probe-one"), "");
+}
+
+TEST_F(PackageManagerOfTheRunningSystem, AptGetTakesOnlyFilesWithItsSuffix) {
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({m_system.Build({"zam-probe-one"}, "one.package")}),
+                      CGenericException, "ends in .deb");
+}
+
+TEST_F(PackageManagerOfTheRunningSystem, AptGetIsGivenPathsAndNamesBehindItsOptions) {
+    FakeAptGet("printf '%s\\n' \"$@\" > " + (m_system.Root() / "arguments").string() + "\n");
+    const auto file = m_system.Build({"zam-probe-one"}, "-one with blanks.deb");
+    m_packages.InstalLocalPackages({file});
+    EXPECT_EQ(ReadAll(m_system.Root() / "arguments"),
+              "install\n-y\n--no-install-recommends\n-oDpkg::Options::=--force-confdef\n"
+              "-oDpkg::Options::=--force-confold\n--\n" +
+                  file.string() + "\n");
+    m_packages.RemovePackages({"dpkg"});
+    EXPECT_EQ(ReadAll(m_system.Root() / "arguments"), "remove\n-y\n--\ndpkg\n");
+}
+
+}  // namespace
+}  // namespace installer::test
