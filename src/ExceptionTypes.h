@@ -5,12 +5,10 @@
 
 #include <zamclientlib/Exceptions.h>
 
-#include <string>
-
 namespace zamclientlib::exceptions {
 
-inline const std::string TypeKey = "type";          ///< one of the names below
-inline const std::string ContentKey = "Exception";  ///< the exception itself
+inline constexpr const char* TypeKey = "type";          ///< one of the names below
+inline constexpr const char* ContentKey = "Exception";  ///< the exception itself
 
 /// Calls `visit.operator()<E>(name)` for every exception class E, in the order in which names are compared.
 template <class Visitor>

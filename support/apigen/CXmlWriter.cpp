@@ -94,14 +94,16 @@ void CXmlWriter::AppendEscaped(std::string_view text) {
 
 void CXmlWriter::Grow(std::size_t count) {
     constexpr std::size_t Least = 256;
-    const std::size_t capacity = std::max({Least, m_size + count, 2 * m_capacity});
-    // For large blocks the allocator moves pages instead of bytes.
+    constexpr std::size_t Large = 1U << 20;
+    // Small blocks double. Large ones grow by less, so as not to hold much that is never used: the allocator
+    // extends them in place, or moves pages instead of bytes.
+    const std::size_t more = m_capacity < Large ? m_capacity : m_capacity / 8;
+    const std::size_t capacity = std::max({Least, m_size + count, m_capacity + more});
     void* const grown = std::realloc(m_buffer.get(), capacity);
     if (grown == nullptr) throw std::bad_alloc();
     (void)m_buffer.release();
     m_buffer.reset(static_cast<char*>(grown));
     m_capacity = capacity;
-    PrepareLargeBlock(grown, capacity);
 }
 
 }  // namespace apigen

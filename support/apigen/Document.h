@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +18,27 @@
 namespace apigen APIGEN_API {
 
 using NodeId = std::uint32_t;
+
+/// Whether two keys of the same length are the same. Keys are short: a call of the library's function would
+/// cost more than the comparison.
+inline bool IsSameKey(const char* left, const char* right, std::size_t length) {
+    std::uint64_t a = 0;
+    std::uint64_t b = 0;
+    while (length >= sizeof a) {
+        std::memcpy(&a, left, sizeof a);
+        std::memcpy(&b, right, sizeof b);
+        if (a != b) return false;
+        left += sizeof a;
+        right += sizeof a;
+        length -= sizeof a;
+    }
+    while (length != 0 && *left == *right) {
+        ++left;
+        ++right;
+        --length;
+    }
+    return length == 0;
+}
 
 /// A tree of keyed nodes. Nodes are named by their index, so the tree can grow without moving a reference.
 ///
@@ -68,7 +90,7 @@ public:
 
     /// The first entry called `key` among `node` and its later siblings, or None. `node` may be None.
     NodeId FindFrom(NodeId node, std::string_view key) const {
-        while (node != None && Key(node) != key) {
+        while (node != None && !HasKey(m_nodes[node], key)) {
             node = m_nodes[node].Next;
         }
         return node;
@@ -113,6 +135,10 @@ private:
         NodeId Next = None;
     };
 
+    bool HasKey(const SNode& node, std::string_view key) const {
+        return node.KeyLength == key.size() &&
+               IsSameKey(m_bytes.data() + node.KeyOffset, key.data(), key.size());
+    }
     std::string_view View(std::uint32_t offset, std::uint32_t length) const {
         return {m_bytes.data() + offset, length};
     }

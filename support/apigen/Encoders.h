@@ -121,11 +121,10 @@ public:
     }
 
 private:
-    /// The first entry under `key`. Fields mostly come in the order in which they are asked for, so the
-    /// place behind the previous one is looked at before all are searched.
+    /// The first entry under `key`. Fields mostly come in the order in which they are asked for, and as no
+    /// field is read twice, what has been passed in that order needs no second look.
     NodeId Find(std::string_view key) const {
-        if (m_next != CDocument::None && m_document.Key(m_next) == key) return m_next;
-        return m_document.Find(m_node, key);
+        return m_document.FindFrom(m_isInOrder ? m_next : m_document.FirstChild(m_node), key);
     }
 
     NodeId Take(std::string_view key) {
@@ -135,13 +134,16 @@ private:
         return node;
     }
 
-    /// Once an entry was taken out of turn, what comes next might be the second of its name: from then on
-    /// every search begins at the start.
-    void Pass(NodeId taken) { m_next = taken == m_next ? m_document.NextSibling(taken) : CDocument::None; }
+    /// Once an entry was taken out of turn, every search begins at the start.
+    void Pass(NodeId taken) {
+        m_isInOrder = m_isInOrder && taken == m_next;
+        m_next = m_document.NextSibling(taken);
+    }
 
     const CDocument& m_document;
     NodeId m_node;
-    NodeId m_next;
+    NodeId m_next;  // behind the entry that was taken last
+    bool m_isInOrder = true;
 };
 
 class CDataWriter {

@@ -13,13 +13,14 @@
 namespace apigen {
 namespace envelope APIGEN_API {
 
-inline const std::string HandleKey = "__handle";  ///< the target of a request, the object in a response
-inline const std::string MethodKey = "__method";  ///< the method identifier of a request
-inline const std::string ResultKey = "__result";  ///< the value that a method returned
-inline const std::string ExceptionKey = "__exception_obj";         ///< a typed exception of the service
-inline const std::string InternalErrorKey = "__api_internal_err";  ///< a failure of the service's machinery
-inline const std::string InternalErrorTextKey = "msg";             ///< its text
-inline const std::string ReleaseMethod = "__dtr";  ///< the method that every object has: its release
+inline constexpr const char* HandleKey = "__handle";  ///< the target of a request, the object in a response
+inline constexpr const char* MethodKey = "__method";  ///< the method identifier of a request
+inline constexpr const char* ResultKey = "__result";  ///< the value that a method returned
+inline constexpr const char* ExceptionKey = "__exception_obj";  ///< a typed exception of the service
+inline constexpr const char* InternalErrorKey =
+    "__api_internal_err";                                   ///< a failure of the service's machinery
+inline constexpr const char* InternalErrorTextKey = "msg";  ///< its text
+inline constexpr const char* ReleaseMethod = "__dtr";       ///< the method that every object has: its release
 
 /// Throws the failure that `response`, an answer from `invoker`, reports, if it does; a typed exception goes
 /// before an internal error.

@@ -73,7 +73,7 @@ private:
             const auto request = CXmlData::CreateNew();
             request->SetString(envelope::MethodKey, envelope::ReleaseMethod);
             const std::string whole = CXmlData::Serialize(*request);
-            return whole.substr(whole.find("<" + envelope::MethodKey));
+            return whole.substr(whole.find(std::string("<") + envelope::MethodKey));
         }();
         return text.ends_with(ending);
     }

@@ -194,7 +194,7 @@ bool CXmlParser::PlainElement() {
     const char* const text = ++at;
     at = xml::SkipPlain(at, end);
     if (end - at < static_cast<std::ptrdiff_t>(length + 3) || *at != '<') return false;
-    const bool isLeaf = at[1] == '/' && std::memcmp(at + 2, name, length) == 0 && at[length + 2] == '>';
+    const bool isLeaf = at[1] == '/' && IsSameKey(at + 2, name, length) && at[length + 2] == '>';
     if (!isLeaf && (at != text || !IsKeyStart(at[1]))) return false;
 
     const NodeId node = m_document.Link(m_current, static_cast<std::uint32_t>(Offset(name)),
