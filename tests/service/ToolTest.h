@@ -82,6 +82,8 @@ protected:
         EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "a child was left";
         EXPECT_EQ(errno, ECHILD);
         EXPECT_EQ(OpenDescriptors(), m_descriptors) << "a descriptor was lost";
+        while (!m_variables.empty())
+            m_variables.pop_back();  // the last first, so that the oldest value comes back
     }
 
     void Set(const std::string& name, const std::string& value) { m_variables.emplace_back(name, value); }
