@@ -5,28 +5,17 @@ include(CMakePackageConfigHelpers)
 
 set(libraries CommonLib ApiGenLib ZamClientLib ZamServiceLib)
 set(programs tarvoinstaller)
-foreach(kind libraries programs)
-    foreach(target IN LISTS ${kind})
-        if(NOT TARGET ${target})
-            list(REMOVE_ITEM ${kind} ${target})
-        endif()
-    endforeach()
-endforeach()
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/zamclientlib")
 
 # Relative run paths: an installed tree works from wherever it stands. A distribution's package, whose
 # libraries stand on the system's path, configures with -DCMAKE_SKIP_INSTALL_RPATH=ON.
 file(RELATIVE_PATH bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
 set_target_properties(${libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
-if(programs)
 set_target_properties(${programs} PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
-endif()
 
 install(TARGETS ${libraries} EXPORT zamclientlibTargets
         LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
-if(programs)
 install(TARGETS ${programs} RUNTIME COMPONENT runtime)
-endif()
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/" TYPE INCLUDE COMPONENT development
         FILES_MATCHING PATTERN "*.h")
 

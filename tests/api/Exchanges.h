@@ -6,6 +6,7 @@
 
 #include <zamclientlib/Installer.h>
 
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -182,6 +183,10 @@ inline const std::vector<SExchange> Exchanges{
     {"Uninstall", Request("", 4, "Uninstall_18146462495559910883"), Response(""), "Uninstall()",
      ZAM_ACT_VOID(Deployer->Uninstall()), ""},
 };
+
+inline std::ostream& operator<<(std::ostream& out, const SExchange& exchange) {
+    return out << exchange.Name;
+}
 
 struct SExchangeName {
     template <class Info>

@@ -14,17 +14,10 @@
 #include "src/ProxyCall.h"
 #include "tests/api/CScriptedInvoker.h"
 #include "tests/api/Exchanges.h"
+#include "tests/api/Folder.h"
 #include "tests/api/TypeNames.h"
 
 namespace zamtest {
-
-/// A tree of objects: an interface whose methods return lists of objects.
-class IFolder {
-public:
-    virtual std::vector<std::shared_ptr<IFolder>> GetFolders() const = 0;
-    virtual std::vector<zamclientlib::SVersion> GetVersions(std::vector<zamclientlib::SVersion> known) = 0;
-    virtual ~IFolder() = default;
-};
 
 class IFolder_Proxy final : public IFolder, public apigen::ProxyBase {
 public:
@@ -32,14 +25,6 @@ public:
     std::vector<std::shared_ptr<IFolder>> GetFolders() const override;
     std::vector<zamclientlib::SVersion> GetVersions(std::vector<zamclientlib::SVersion> known) override;
 };
-
-namespace folder {
-constexpr auto GetFolders = zamclientlib::Describe(
-    &IFolder::GetFolders, "GetFolders_1", "std::vector< std::shared_ptr< IFolder > > GetFolders() const");
-constexpr auto GetVersions =
-    zamclientlib::Describe(&IFolder::GetVersions, "GetVersions_2",
-                           "std::vector< SVersion > GetVersions(std::vector< SVersion > known)", "known");
-}  // namespace folder
 
 }  // namespace zamtest
 

@@ -1,0 +1,367 @@
+// SPDX-License-Identifier: Apache-2.0
+// Our reader against expat and pugixml, and against itself when the text comes in pieces.
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/apigen/XmlOracles.h"
+
+namespace apigen::test {
+namespace {
+
+using Random = std::mt19937_64;
+
+std::size_t Below(Random& random, std::size_t bound) {
+    return random() % bound;
+}
+
+template <class List>
+std::string Pick(Random& random, const List& list) {
+    return std::string(list[Below(random, std::size(list))]);
+}
+
+/// Together, one of everything that a document may hold.
+const std::string_view Samples[] = {
+    "\xEF\xBB\xBF<?xml version=\"1.0\" encoding='UTF-8' standalone=\"yes\" ?>\r\n"
+    "<!-- first - a comment -->\n<?tool some ? > data?><Any:root xmlns:a = 'u\"&lt;' b=\"\">"
+    "<Name>a&amp;b&lt;&#x41;&#66;\r\n\r</Name><e/><e></e><e  x='1'\n/><Bin encoding=\"base64\">AAE=</Bin>"
+    "<Mix>text<In><![CDATA[<&]]]]><![CDATA[>\r\n]]>tail</In>more &gt; text<!-- c --><?p?></Mix >"
+    "<Text>\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80<!--x-->\xED\x9F\xBF</Text>"
+    "</Any:root\t> <!--end--><?last?>\n",
+    "<?xml version='1.0'?><a b='&#98;&amp;' c=\"'\"><d>]] ]&gt;&#10;&#x10FFFF;</d><d> </d></a>",
+    "<Data><k encoding='&#98;ase64'>YQ<!--x-->==</k><k encoding=\"base64\"/><k>\t\n</k></Data>",
+};
+
+const std::string_view Fragments[] = {
+    "<",
+    ">",
+    "&",
+    "</",
+    "/>",
+    "<!--",
+    "-->",
+    "--",
+    "<![CDATA[",
+    "]]>",
+    "]]",
+    "<?",
+    "?>",
+    "<?xml ",
+    "<?xml",
+    "&lt;",
+    "&#0;",
+    "&#xD;",
+    "&#xD800;",
+    "&bogus;",
+    "&#65;",
+    "&#X41;",
+    "&#;",
+    "&#x;",
+    "&;",
+    "=",
+    "\"",
+    "'",
+    " ",
+    "\r\n",
+    "\r",
+    "\n",
+    "\t",
+    ":",
+    "<a>",
+    "</a>",
+    "<a/>",
+    "<1>",
+    "<\xC3\xA9>",
+    "x='1'",
+    " x='1'",
+    " encoding=\"base64\"",
+    "\xEF\xBB\xBF",
+    "\xEF\xBF\xBE",
+    "\xED\xA0\x80",
+    "\xC0\x80",
+    "\xF4\x90\x80\x80",
+    "\xC3",
+    "\x80",
+    "<!DOCTYPE a>",
+    "<!",
+    "AAE=",
+    "version='1.0'",
+    "standalone='no'",
+    "encoding='latin1'",
+    "&#x10FFFF;",
+    "&#x110000;",
+    "&#xFFFE;",
+    "\x7F",
+    "\x01",
+    "<a b='1' b='2'/>",
+};
+
+std::string Mutated(Random& random, std::string text) {
+    for (std::size_t changes = 1 + Below(random, 2); changes != 0; --changes) {
+        const std::size_t at = Below(random, text.size() + 1);
+        const std::size_t length = std::min(text.size() - at, Below(random, 8));
+        switch (Below(random, 5)) {
+            case 0:
+                text.erase(at, length);
+                break;
+            case 1:
+                text.insert(at, Pick(random, Fragments));
+                break;
+            case 2:
+                text.replace(at, length, Pick(random, Fragments));
+                break;
+            case 3:
+                text.insert(at, text.substr(Below(random, text.size() + 1), Below(random, 20)));
+                break;
+            default:
+                if (at != text.size()) text[at] = static_cast<char>(random());
+        }
+    }
+    return text;
+}
+
+/// Well-formed documents, of every feature.
+class CDocumentMaker {
+public:
+    explicit CDocumentMaker(Random& random) : m_random(random) {}
+
+    std::string Make() {
+        m_text.clear();
+        if (Below(m_random, 4) == 0) m_text += "\xEF\xBB\xBF";
+        if (Below(m_random, 3) == 0) m_text += Pick(m_random, Declarations);
+        Misc();
+        Element(Pick(m_random, RootNames), 0);
+        Misc();
+        return m_text;
+    }
+
+private:
+    static constexpr std::string_view Declarations[] = {
+        "<?xml version='1.0'?>", "<?xml version=\"1.0\" encoding=\"utf-8\"?>",
+        "<?xml\tversion = '1.0'\nencoding='Utf-8' standalone='no' ?>"};
+    static constexpr std::string_view RootNames[] = {"Data", "a:b", "x", ":"};
+    static constexpr std::string_view Keys[] = {"a", "_", "Name", "k-1.x", "a"};
+    static constexpr std::string_view Attributes[] = {" x='1'", " x=\"\"", "\ny = '&#10;>\"'",
+                                                      " a:b='\xC3\xA9'"};
+    static constexpr std::string_view Texts[] = {"text",
+                                                 " ",
+                                                 "\r\n",
+                                                 "\r",
+                                                 "&amp;",
+                                                 "&quot;",
+                                                 "&apos;",
+                                                 "&#13;",
+                                                 "&#x20AC;",
+                                                 "]]",
+                                                 "]",
+                                                 ">",
+                                                 "\xE2\x82\xAC",
+                                                 "\xF0\x9F\x98\x80",
+                                                 "<![CDATA[]]>",
+                                                 "<![CDATA[&lt;<>\r\n\r]]>",
+                                                 "\"",
+                                                 "'",
+                                                 "\x7F"};
+    static constexpr std::string_view Miscellany[] = {"<!---->", "<!-- - < & -->", "<?p?>",
+                                                      "<?p q ? >\xC3\xA9?>"};
+
+    void Misc() {
+        while (Below(m_random, 3) == 0) {
+            m_text += Below(m_random, 2) == 0 ? "\n " : Pick(m_random, Miscellany);
+        }
+    }
+
+    void Text() {
+        for (std::size_t count = Below(m_random, 4); count != 0; --count) {
+            std::string part = Pick(m_random, Texts);
+            // Two of them must not make "]]>".
+            if (part == ">" && !m_text.empty() && m_text.back() == ']') part = " ";
+            m_text += part;
+            if (Below(m_random, 6) == 0) m_text += Pick(m_random, Miscellany);
+        }
+    }
+
+    void Element(const std::string& name, int depth) {
+        m_text += "<" + name;
+        if (Below(m_random, 3) == 0) m_text += Pick(m_random, Attributes);
+        const std::size_t kind = Below(m_random, 6);
+        if (kind == 0) {
+            m_text += Below(m_random, 2) == 0 ? "/>" : " />";
+            return;
+        }
+        if (kind == 1) {
+            m_text += " encoding='base64'>" + Pick(m_random, Base64Texts);
+        } else {
+            m_text += ">";
+            Text();
+            for (std::size_t count = depth < 5 && kind > 2 ? Below(m_random, 5) : 0; count != 0; --count) {
+                Element(Pick(m_random, Keys), depth + 1);
+                if (Below(m_random, 4) == 0) Text();
+            }
+        }
+        m_text += "</" + name + (Below(m_random, 5) == 0 ? " >" : ">");
+    }
+
+    static constexpr std::string_view Base64Texts[] = {
+        "", "AAE=", "AA==", "YWJj", "/+8<!-- -->=", "&#65;A=="};
+
+    Random& m_random;
+    std::string m_text;
+};
+
+std::vector<std::size_t> RandomCuts(Random& random, std::size_t size) {
+    std::vector<std::size_t> cuts(Below(random, 6));
+    for (auto& cut : cuts) {
+        cut = Below(random, size + 1);
+    }
+    std::sort(cuts.begin(), cuts.end());
+    return cuts;
+}
+
+std::vector<std::size_t> EveryByte(std::size_t size) {
+    std::vector<std::size_t> cuts(size);
+    for (std::size_t i = 0; i < size; ++i) {
+        cuts[i] = i;
+    }
+    return cuts;
+}
+
+TEST(XmlReader, AgreesWithTheOraclesOnTheSamples) {
+    for (const auto sample : Samples) {
+        EXPECT_TRUE(ReadWhole(sample).IsAccepted) << ReadWhole(sample).Message;
+        EXPECT_EQ(FindDisagreement(sample), "") << sample;
+    }
+}
+
+TEST(XmlReader, AgreesWithTheOraclesOnGeneratedDocuments) {
+    Random random(1);
+    for (int i = 0; i < 5000; ++i) {
+        const std::string text = CDocumentMaker(random).Make();
+        ASSERT_TRUE(ReadWhole(text).IsAccepted) << text << '\n' << ReadWhole(text).Message;
+        ASSERT_EQ(FindDisagreement(text), "") << text;
+    }
+}
+
+TEST(XmlReader, AgreesWithTheOraclesOnMutatedDocuments) {
+    Random random(2);
+    int accepted = 0;
+    for (int i = 0; i < 30000; ++i) {
+        const std::string from = i % 2 == 0 ? Pick(random, Samples) : CDocumentMaker(random).Make();
+        const std::string text = Mutated(random, from);
+        ASSERT_EQ(FindDisagreement(text), "") << text;
+        accepted += ReadWhole(text).IsAccepted ? 1 : 0;
+    }
+    // Mutations that always break the document, or never, would show little.
+    EXPECT_GT(accepted, 2000);
+    EXPECT_LT(accepted, 28000);
+}
+
+TEST(XmlReader, RefusesEveryBeginningOfADocument) {
+    for (const auto sample : Samples) {
+        const std::size_t end = sample.rfind("</");
+        for (std::size_t length = 0; length <= end; ++length) {
+            const SOutcome outcome = ReadWhole(sample.substr(0, length));
+            ASSERT_FALSE(outcome.IsAccepted) << sample.substr(0, length);
+            ASSERT_NE(outcome.Message.find(" at offset "), std::string::npos) << outcome.Message;
+        }
+    }
+}
+
+TEST(XmlReader, ReadsADocumentInTwoPiecesAsTheWhole) {
+    for (const auto sample : Samples) {
+        for (std::size_t cut = 0; cut <= sample.size(); ++cut) {
+            ASSERT_EQ(FindDifferenceInPieces(sample, {cut}), "") << "cut at " << cut;
+        }
+    }
+}
+
+TEST(XmlReader, ReadsADocumentByteByByteAsTheWhole) {
+    Random random(3);
+    for (const auto sample : Samples) {
+        EXPECT_EQ(FindDifferenceInPieces(sample, EveryByte(sample.size())), "");
+    }
+    for (int i = 0; i < 5000; ++i) {
+        const std::string text = Mutated(random, CDocumentMaker(random).Make());
+        ASSERT_EQ(FindDifferenceInPieces(text, EveryByte(text.size())), "") << text;
+    }
+}
+
+TEST(XmlReader, RefusesInPiecesForTheSameReasonAtTheSameOffset) {
+    Random random(4);
+    for (int i = 0; i < 30000; ++i) {
+        const std::string text = Mutated(random, Pick(random, Samples));
+        ASSERT_EQ(FindDifferenceInPieces(text, RandomCuts(random, text.size())), "") << text;
+    }
+}
+
+double Seconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+/// A begun construct that takes the most of a document, and how it ends.
+struct SLongPart {
+    const char* Name;
+    std::string_view Before;
+    std::string_view Repeated;
+    std::string_view After;
+    std::size_t Size = 4 * 1024 * 1024;
+};
+
+void PrintTo(const SLongPart& part, std::ostream* stream) {
+    *stream << part.Name;
+}
+
+class XmlReaderOfLongParts : public testing::TestWithParam<SLongPart> {};
+
+TEST_P(XmlReaderOfLongParts, TakesLinearTimeInSmallPieces) {
+    constexpr std::size_t Piece = 4096;
+    const SLongPart& part = GetParam();
+    std::string text(part.Before);
+    while (text.size() < part.Size) {
+        text += part.Repeated;
+    }
+    text += part.After;
+    std::vector<std::size_t> cuts;
+    for (std::size_t cut = Piece; cut < text.size(); cut += Piece) {
+        cuts.push_back(cut);
+    }
+    const double start = Seconds();
+    const SOutcome whole = ReadWhole(text);
+    const double afterWhole = Seconds();
+    const SOutcome pieces = ReadInPieces(text, cuts);
+    const double end = Seconds();
+    EXPECT_EQ(whole.Message, pieces.Message);
+    EXPECT_TRUE(whole.Tree == pieces.Tree);
+    // Reading again from the start with every piece would take thousands of times as long.
+    EXPECT_LT(end - afterWhole, 20 * (afterWhole - start) + 0.5);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Xml, XmlReaderOfLongParts,
+    testing::Values(
+        SLongPart{"Text", "<a>", "x", "</a>", 16 * 1024 * 1024},
+        SLongPart{"Entities", "<a>", "&lt;\r", "</a>"},
+        SLongPart{"Attribute", "<a b='", "x", "'/>", 16 * 1024 * 1024},
+        SLongPart{"Attributes", "<a", " \t\n ", "b=''/>"}, SLongPart{"Comment", "<a><!--", "- ", "--></a>"},
+        SLongPart{"CData", "<a><![CDATA[", "]]\r\n", "]]></a>"},
+        SLongPart{"Instruction", "<?a ", "x?", "?><a/>"},
+        SLongPart{"Declaration", "<?xml version='1.", "0", "'?><a/>"},
+        SLongPart{"DeclarationBlanks", "<?xml version='1.0'", "  ", "?><a/>"},
+        SLongPart{"Name", "<", "n", "/>"}, SLongPart{"BlankOutside", "<a/>", " \n", ""},
+        SLongPart{"BlankInTheEndTag", "<a></a", "  ", ">"},
+        SLongPart{"CommentedText", "<a>", "x<!---->", "</a>"},
+        SLongPart{"CDataSections", "<a>", "<![CDATA[x]]>", "</a>"},
+        SLongPart{"Children", "<a>", "<b/>", "</a>"}, SLongPart{"OpenComment", "<a><!--", "- ", ""},
+        SLongPart{"Reference", "<a>&#", "0", "65;</a>"}, SLongPart{"AttributeList", "<a ", "&", "/>"}),
+    [](const auto& test) { return std::string(test.param.Name); });
+
+}  // namespace
+}  // namespace apigen::test

@@ -1,0 +1,253 @@
+// SPDX-License-Identifier: Apache-2.0
+// The service's end: golden requests reach the implementation, its results and failures become golden
+// responses, and nothing that a client sends does more harm than an error.
+#include <apigen/ApiException.h>
+#include <zamclientlib/Exceptions.h>
+#include <zamservice/Service.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "service/Dispatcher.h"
+#include "tests/api/Exchanges.h"
+#include "tests/api/FakeInstaller.h"
+#include "tests/api/Folder.h"
+
+namespace zamtest {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using zamservice::CService;
+
+std::string Released(int handle) {
+    return "<Data><__handle>" + std::to_string(handle) + "</__handle><__method>__dtr</__method></Data>";
+}
+
+class Service : public testing::Test {
+protected:
+    std::string Ask(const std::string& request) { return m_service.Answer(request); }
+
+    /// The message of the internal error that answers `request`.
+    std::string Refusal(const std::string& request) {
+        const std::string answer = Ask(request);
+        EXPECT_THAT(answer, StartsWith("<Data><__api_internal_err><msg>")) << request;
+        return answer;
+    }
+
+    /// Makes the objects with the handles 2 to 4.
+    void MakeObjects() {
+        Ask(Request("", 1, "GetPackageManager_1628991831313356514"));
+        Ask(Request("", 1, "GetZAMService_7046161401573418507"));
+        Ask(Request("", 1, "GetZAMDeployer_6155923443671149866"));
+        m_journal->Calls.clear();
+    }
+
+    Journal m_journal = std::make_shared<SJournal>();
+    CService m_service{std::make_shared<CFakeInstaller>(m_journal)};
+};
+
+class ServiceMethod : public Service, public testing::WithParamInterface<SExchange> {};
+INSTANTIATE_TEST_SUITE_P(Of, ServiceMethod, testing::ValuesIn(Exchanges), SExchangeName());
+
+TEST_P(ServiceMethod, IsCalledByItsRequestAndAnsweredByItsResponse) {
+    MakeObjects();
+    EXPECT_EQ(Ask(GetParam().Request), GetParam().Response);
+    EXPECT_THAT(m_journal->Calls, ElementsAre(GetParam().Call));
+}
+
+TEST_P(ServiceMethod, AnswersAFailureOfItsImplementationAndGoesOn) {
+    MakeObjects();
+    m_journal->OnCall = [](const std::string&) { throw zamclientlib::CJobIsRunning("not now"); };
+    EXPECT_EQ(Ask(GetParam().Request),
+              "<Data><__exception_obj><type>CJobIsRunning</type><Exception><ApiException>"
+              "<exc_msg>not now</exc_msg></ApiException></Exception></__exception_obj></Data>");
+    EXPECT_EQ(m_service.ObjectCount(), 4U);
+    m_journal->OnCall = nullptr;
+    EXPECT_EQ(Ask(GetParam().Request), GetParam().Response);
+}
+
+TEST_F(Service, GreetsWithItsRoot) {
+    EXPECT_EQ(m_service.Greeting(), "<Data><__handle>1</__handle></Data>");
+    EXPECT_EQ(m_service.ObjectCount(), 1U);
+}
+
+TEST_F(Service, ReportsEachTypeOfFailureByItsName) {
+    const auto answerTo = [this](auto failure) {
+        m_journal->OnCall = [failure](const std::string&) { throw failure; };
+        return Ask(Request("", 1, "IsSystemSupported_6523745946180482134"));
+    };
+    const auto plain = [](const std::string& type) {
+        return "<Data><__exception_obj><type>" + type +
+               "</type><Exception><ApiException><exc_msg>a &lt; b</exc_msg></ApiException></Exception>"
+               "</__exception_obj></Data>";
+    };
+    EXPECT_EQ(answerTo(zamclientlib::CGenericException("a < b")), plain("CGenericException"));
+    EXPECT_EQ(answerTo(zamclientlib::CJobIsRunning("a < b")), plain("CJobIsRunning"));
+    EXPECT_EQ(answerTo(zamclientlib::CPackageManagerIsLocked("a < b")), plain("CPackageManagerIsLocked"));
+    EXPECT_EQ(
+        answerTo(zamclientlib::CIndexingUnmetDependencies("a < b", zamclientlib::EIndexingDependency::Gzip)),
+        "<Data><__exception_obj><type>CIndexingUnmetDependencies</type><Exception><ApiException>"
+        "<exc_msg>a &lt; b</exc_msg></ApiException><MissedPackage>3</MissedPackage></Exception>"
+        "</__exception_obj></Data>");
+    EXPECT_EQ(answerTo(std::runtime_error("a < b")), plain("CGenericException"));
+    EXPECT_EQ(answerTo(apigen::ApiException("a < b")), plain("CGenericException"));
+    EXPECT_EQ(answerTo(apigen::ApiInternalError("a < b")), plain("CGenericException"));
+    EXPECT_THAT(answerTo(17), AllOf(StartsWith("<Data><__exception_obj><type>CGenericException</type>"),
+                                    HasSubstr("<exc_msg>")));
+    EXPECT_THAT(answerTo(std::runtime_error(std::string("\1"))),
+                HasSubstr("<exc_msg encoding=\"base64\">AQ==</exc_msg>"));
+}
+
+TEST_F(Service, ReportsAFailureOfADerivedClassAsItsBase) {
+    class CBusy final : public zamclientlib::CJobIsRunning {
+    public:
+        CBusy() : CJobIsRunning("busy") {}
+    };
+    m_journal->OnCall = [](const std::string&) { throw CBusy(); };
+    EXPECT_THAT(Ask(Request("", 1, "IsSystemSupported_6523745946180482134")),
+                HasSubstr("<type>CJobIsRunning</type>"));
+}
+
+TEST_F(Service, AnswersWhatIsNoRequestWithAnError) {
+    for (const std::string& text :
+         {std::string(), std::string("Usage: foo"), std::string("<Data>"), std::string("\0\0", 2),
+          std::string("<Data/>"), std::string("<Data><__handle>1</__handle></Data>"),
+          std::string("<Data><__method>__dtr</__method></Data>"), std::string("<!DOCTYPE a><Data/>"),
+          std::string("<Data><__handle><item>1</item></__handle><__method>__dtr</__method></Data>"),
+          std::string("<Data><__handle>1</__handle><__method><a>x</a></__method></Data>")}) {
+        Refusal(text);
+    }
+    EXPECT_EQ(m_service.ObjectCount(), 1U);
+    EXPECT_THAT(m_journal->Calls, IsEmpty());
+}
+
+TEST_F(Service, NamesTheHandleOrMethodThatItDoesNotKnow) {
+    EXPECT_THAT(Refusal(Request("", 7, "GetName_12671373201279964889")), HasSubstr("handle 7"));
+    EXPECT_THAT(Refusal(Request("", 0, "GetName_12671373201279964889")), HasSubstr("handle 0"));
+    EXPECT_THAT(Refusal("<Data><__handle>x</__handle><__method>a</__method></Data>"), HasSubstr("handle 0"));
+    EXPECT_THAT(Refusal(Request("", 1, "GetToolVersion_1")), HasSubstr("GetToolVersion_1"));
+    EXPECT_THAT(Refusal(Request("", 1, "")), HasSubstr("handle 1"));
+    EXPECT_THAT(Refusal(Request("", 1, "gettoolversion_9650153311793924748")), HasSubstr("gettoolversion"));
+}
+
+TEST_F(Service, CallsNoMethodOfAnotherInterface) {
+    Refusal(Request("", 1, "Start_11243714758416590425"));
+    MakeObjects();
+    Refusal(Request("", 2, "Start_11243714758416590425"));
+    Refusal(Request("", 3, "GetToolVersion_9650153311793924748"));
+    EXPECT_THAT(m_journal->Calls, IsEmpty());
+}
+
+TEST_F(Service, NamesAnArgumentThatIsMissingAndCallsNothing) {
+    MakeObjects();
+    EXPECT_THAT(Refusal(Request("", 1, "FindService_15620865180769635232")), HasSubstr("serviceName"));
+    EXPECT_THAT(Refusal(Request("<pkgpath>a</pkgpath>", 2, "GetPackageNameFromFile_2448479667004574270")),
+                HasSubstr("pkgPath"));
+    EXPECT_THAT(
+        Refusal(Request("<pkgPath><a>b</a></pkgPath>", 2, "GetPackageNameFromFile_2448479667004574270")),
+        HasSubstr("pkgPath"));
+    EXPECT_THAT(Refusal(Request("<pkgPaths>a</pkgPaths>", 2, "InstalLocalPackages_18177456428110118300")),
+                HasSubstr("item"));
+    EXPECT_THAT(m_journal->Calls, IsEmpty());
+}
+
+TEST_F(Service, TakesArgumentsInAnyPlaceAndIgnoresUnknownOnes) {
+    EXPECT_EQ(Ask("<R><__method>FindService_15620865180769635232</__method><x/><serviceName>nothing"
+                  "</serviceName><serviceName>second</serviceName><__handle>1</__handle></R>"),
+              "<Data><__handle>0</__handle></Data>");
+    EXPECT_THAT(m_journal->Calls, ElementsAre("FindService(nothing)"));
+}
+
+TEST_F(Service, GivesEachReturnedObjectAHandleOfItsOwnForEver) {
+    for (int handle = 2; handle < 6; ++handle) {
+        EXPECT_EQ(Ask(Request("", 1, "GetZAMService_7046161401573418507")),
+                  "<Data><__handle>" + std::to_string(handle) + "</__handle></Data>");
+        EXPECT_EQ(Ask(Released(handle)), "<Data/>");
+    }
+    EXPECT_EQ(m_service.ObjectCount(), 1U);
+}
+
+TEST_F(Service, DestroysAnObjectWithItsReleaseAndOnlyThat) {
+    MakeObjects();
+    EXPECT_EQ(Ask(Released(3)), "<Data/>");
+    EXPECT_THAT(m_journal->Ends, ElementsAre("IService"));
+    EXPECT_EQ(m_service.ObjectCount(), 3U);
+    EXPECT_THAT(Refusal(Released(3)), HasSubstr("handle 3"));
+    EXPECT_THAT(Refusal(Request("", 3, "GetName_12671373201279964889")), HasSubstr("handle 3"));
+    EXPECT_EQ(Ask(Released(1)), "<Data/>") << "the root is an object like any other";
+    EXPECT_EQ(Ask(Request("<pkgPath>p</pkgPath>", 2, "GetPackageNameFromFile_2448479667004574270")),
+              "<Data><__result>name of p</__result></Data>");
+    EXPECT_EQ(m_service.ObjectCount(), 2U);
+}
+
+TEST_F(Service, DestroysWhatIsLeftWithItself) {
+    MakeObjects();
+    m_service = CService(std::make_shared<CFakeInstaller>(std::make_shared<SJournal>()));
+    EXPECT_THAT(m_journal->Ends, testing::UnorderedElementsAre("ITarvoInstaller", "IPackageManager",
+                                                               "IService", "IZAMDeployer"));
+}
+
+/// Objects in memory, for results that the API's interfaces do not have.
+class CFolder final : public IFolder {
+public:
+    std::vector<std::shared_ptr<IFolder>> Folders;
+    std::vector<std::shared_ptr<IFolder>> GetFolders() const override { return Folders; }
+    std::vector<zamclientlib::SVersion> GetVersions(std::vector<zamclientlib::SVersion> known) override {
+        known.push_back({1, 2, 3, 4});
+        return known;
+    }
+};
+
+class CTable final : public zamservice::IObjectTable {
+public:
+    apigen::Handle Add(zamservice::SObject object) override {
+        Objects.push_back(object);
+        return {10 + Objects.size()};
+    }
+    std::vector<zamservice::SObject> Objects;
+};
+
+std::string Dispatched(CFolder& folder, const std::string& method, const std::string& request,
+                       CTable& table) {
+    const auto* const handler = zamservice::CInterface::Of<IFolder>().Find(method);
+    if (handler == nullptr) return "no method";
+    const auto response = apigen::CXmlData::CreateNew();
+    IFolder* const object = &folder;
+    (*handler)(object, *apigen::CXmlData::Unserialize(request))(*response, table);
+    return apigen::CXmlData::Serialize(*response);
+}
+
+TEST(Dispatcher, WritesAListOfObjectsInOrderWithZeroForNone) {
+    CFolder root;
+    CTable table;
+    EXPECT_EQ(Dispatched(root, "GetFolders_1", "<Data/>", table), "<Data/>");
+    const auto one = std::make_shared<CFolder>();
+    root.Folders = {one, nullptr, one};
+    EXPECT_EQ(Dispatched(root, "GetFolders_1", "<Data/>", table),
+              "<Data><__handle><item>11</item></__handle><__handle><item>0</item></__handle>"
+              "<__handle><item>12</item></__handle></Data>");
+    ASSERT_EQ(table.Objects.size(), 2U);
+    EXPECT_EQ(table.Objects[0].Object, table.Objects[1].Object);
+    EXPECT_EQ(table.Objects[0].Interface, &zamservice::CInterface::Of<IFolder>());
+}
+
+TEST(Dispatcher, CarriesListsOfRecordsBothWays) {
+    CFolder root;
+    CTable table;
+    const std::string version =
+        "<item><major>9</major><minor>8</minor><revision>7</revision><build>6</build></item>";
+    EXPECT_EQ(Dispatched(root, "GetVersions_2", "<Data><known>" + version + "</known></Data>", table),
+              "<Data><__result>" + version +
+                  "</__result><__result><item><major>1</major><minor>2</minor>"
+                  "<revision>3</revision><build>4</build></item></__result></Data>");
+    EXPECT_EQ(Dispatched(root, "GetVersions_3", "<Data/>", table), "no method");
+}
+
+}  // namespace
+}  // namespace zamtest
