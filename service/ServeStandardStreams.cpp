@@ -142,6 +142,10 @@ private:
 }  // namespace
 
 int ServeStandardStreams(const std::function<CService()>& makeService) {
+    return ServeStandardStreams(makeService, &CService::Answer);
+}
+
+int ServeStandardStreams(const std::function<CService()>& makeService, const AnswerFunction& answer) {
     try {
         // A client that goes away shows as a failed write, not as the death of the service in mid-work.
         std::signal(SIGPIPE, SIG_IGN);
@@ -157,7 +161,7 @@ int ServeStandardStreams(const std::function<CService()>& makeService) {
         streams.Write(service->Greeting());
         std::string request;
         while (streams.Read(request)) {
-            streams.Write(service->Answer(request));
+            streams.Write(answer(*service, request));
         }
         return 0;
     } catch (const std::exception& error) {

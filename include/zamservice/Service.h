@@ -54,4 +54,11 @@ APIGEN_API void Serve(CService& service, apigen::IIoDev& device);
 /// \return the exit code: 0 after an orderly end.
 APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService);
 
+/// Answers one request in place of `CService::Answer`, which it may call.
+using AnswerFunction = std::function<std::string(CService& service, const std::string& request)>;
+
+/// As above, for a service that has a say in its answers: to watch, to delay, to change them.
+/// \param answer when it throws, the connection ends
+int ServeStandardStreams(const std::function<CService()>& makeService, const AnswerFunction& answer);
+
 }  // namespace zamservice

@@ -1,0 +1,395 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "testagent/CAgent.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <system_error>
+#include <utility>
+
+#include "testagent/Secrets.h"
+
+namespace testagent {
+
+using namespace zamclientlib;  // NOLINT: this file speaks of nothing else
+
+namespace {
+
+constexpr unsigned long FullSize = 64UL * 1024 * 1024;
+constexpr unsigned long IncrementSize = 4UL * 1024 * 1024;
+
+void AddDetail(SSession& session, ELogDetailType type, const std::string& message) {
+    session.Info.JobDetails.push_back({type, CAgent::NewGuid(), message});
+}
+
+/// How many attempts may follow the first one.
+unsigned long Retries(const SJob& job, const SJobStartOptions& options) {
+    const bool isForbidden = options.Retries && *options.Retries == EJobStartRetriesMode::Disabled;
+    return job.Config.RetriesInfo && !isForbidden ? job.Config.RetriesInfo->AttemptsNum : 0;
+}
+
+unsigned long AttemptOf(const SSession& session) {
+    return session.Info.RetriesInfo ? session.Info.RetriesInfo->CurrentAttemptNumber : 0;
+}
+
+}  // namespace
+
+CPrivateDirectory::CPrivateDirectory() {
+    const char* const base = std::getenv("TMPDIR");
+    m_path = std::string(base != nullptr && *base == '/' ? base : "/tmp") + "/testagent-XXXXXX";
+    if (::mkdtemp(m_path.data()) == nullptr) {
+        throw std::system_error(errno, std::generic_category(), "Making the directory " + m_path + " failed");
+    }
+}
+
+CPrivateDirectory::~CPrivateDirectory() {
+    ::rmdir(m_path.c_str());
+}
+
+Guid CAgent::NewGuid() {
+    static std::random_device random;
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
+    Guid guid;
+    guid.Data1 = random();
+    guid.Data2 = static_cast<std::uint16_t>(random());
+    guid.Data3 = static_cast<std::uint16_t>((random() & 0x0fffU) | 0x4000U);
+    for (auto& byte : guid.Data4) {
+        byte = static_cast<std::uint8_t>(random());
+    }
+    guid.Data4[0] = static_cast<std::uint8_t>((guid.Data4[0] & 0x3fU) | 0x80U);
+    return guid;
+}
+
+SDateTime Now() {
+    using namespace std::chrono;
+    const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+    return {now / 1000, static_cast<unsigned short>(now % 1000)};
+}
+
+CAgent::CAgent(SScript script, std::string logName)
+    : Owner(script.Owner), m_script(std::move(script)), m_logName(std::move(logName)) {
+    m_directory.emplace();
+    m_events.emplace(m_directory->Path());
+    for (auto repository : m_script.Repositories) {
+        if (repository.Id == Guid{}) repository.Id = NewGuid();
+        Repositories.push_back(repository);
+    }
+    for (const auto& scripted : m_script.Jobs) {
+        auto config = scripted.Config;
+        for (const auto& repository : Repositories) {
+            if (repository.Name == scripted.RepositoryName) config.RepositoryId = repository.Id;
+        }
+        CreateJob(config)->IsEnabled = scripted.IsEnabled;
+    }
+    if (m_script.Clock != EClock::Calls) m_clock = std::thread([this] { RunClock(); });
+}
+
+CAgent::~CAgent() {
+    {
+        const auto lock = Lock();
+        m_isEnding = true;
+    }
+    m_end.notify_all();
+    if (m_clock.joinable()) m_clock.join();
+}
+
+void CAgent::RemoveTraces() noexcept {
+    m_events->Stop();
+    m_directory.reset();
+}
+
+void CAgent::Log(const std::string& line) {
+    constexpr std::size_t MaxLines = 10000;
+    const auto lock = Lock();
+    if (m_log.size() == MaxLines) m_log.pop_front();
+    m_log.push_back(line);
+}
+
+std::string CAgent::LogText() const {
+    std::string text = "Log of " + m_logName + "\n";
+    for (const auto& line : m_log) {
+        text += line + "\n";
+    }
+    return text;
+}
+
+// Control
+
+void CAgent::RequestControl(const SZamControlOwnerInfo& owner, bool isForced) {
+    if (owner.Id == Guid{}) throw CGenericException("An owner needs an id");
+    if (Owner.Id == Guid{} || Owner.Id == owner.Id || isForced) {
+        Owner = owner;
+    } else if (Owner.Mode != ZAMOwnerMode::Shared && Owner.Mode != ZAMOwnerMode::ReadOnly) {
+        throw CGenericException("The agent is controlled by " + Owner.Name +
+                                "; ask it to give control back, or take it by force");
+    }
+}
+
+void CAgent::ReleaseControl(const Guid& owner) {
+    if (Owner.Id == Guid{} || Owner.Id != owner) {
+        throw CGenericException("The owner " + owner.Serialize() + " does not control the agent");
+    }
+    Owner = {};
+}
+
+void CAgent::RequireChangeBy(const Guid& owner) const {
+    if (Owner.Id == owner) return;
+    if (Owner.Id == Guid{}) {
+        throw CGenericException("Control was given back; request it again");
+    }
+    if (Owner.Mode != ZAMOwnerMode::Shared) {
+        throw CGenericException("The agent is controlled by " + Owner.Name +
+                                ", who shares it to look at most");
+    }
+}
+
+// Jobs
+
+std::shared_ptr<SJob> CAgent::FindJob(const Guid& id) const {
+    for (const auto& job : Jobs) {
+        if (job->Id == id) return job;
+    }
+    return nullptr;
+}
+
+void CAgent::CheckConfig(const SBackupJobConfigurationInfo& config, const Guid& self) const {
+    if (config.JobName.empty()) throw CGenericException("A job needs a name");
+    for (const auto& other : Jobs) {
+        if (other->Config.JobName == config.JobName && other->Id != self) {
+            throw CGenericException("There is a job called " + config.JobName + " already");
+        }
+    }
+}
+
+std::shared_ptr<SJob> CAgent::CreateJob(const SBackupJobConfigurationInfo& config) {
+    CheckConfig(config, {});
+    auto job = std::make_shared<SJob>();
+    job->Id = NewGuid();
+    job->Config = config;
+    Jobs.push_back(job);
+    PublishJobEvent(EEventType::BackupJobCreated, &SBaseEvent::eventBackupJobCreated, *job);
+    return job;
+}
+
+bool CAgent::DeleteJob(const Guid& id) {
+    const auto job = FindJob(id);
+    if (job == nullptr) return false;
+    if (job->Active != nullptr) throw CJobIsRunning("The job " + job->Config.JobName + " is running");
+    job->IsDeleted = true;
+    std::erase(Jobs, job);
+    PublishJobEvent(EEventType::BackupJobDeleted, &SBaseEvent::eventBackupJobDeleted, *job);
+    return true;
+}
+
+void CAgent::UpdateJob(SJob& job, SBackupJobConfigurationInfo config) {
+    if (job.Active != nullptr) throw CJobIsRunning("The job " + job.Config.JobName + " is running");
+    CheckConfig(config, job.Id);
+    KeepSecrets(config, job.Config);
+    auto oldSource = job.Config.Source;
+    const bool hasOtherMode = oldSource.BackupMode != config.Source.BackupMode;
+    oldSource.BackupMode = config.Source.BackupMode;
+    const bool hasOtherSource = oldSource != config.Source;
+    job.Config = std::move(config);
+    PublishJobEvent(EEventType::BackupJobModified, &SBaseEvent::eventBackupJobModified, job);
+    if (hasOtherSource) {
+        PublishJobEvent(EEventType::BackupSourceUpdated, &SBaseEvent::eventBackupSourceUpdated, job);
+    }
+    if (hasOtherMode) {
+        PublishJobEvent(EEventType::BackupModeChanged, &SBaseEvent::eventBackupModeChanged, job);
+    }
+}
+
+bool CAgent::SetEnabled(SJob& job, bool isEnabled) {
+    if (std::exchange(job.IsEnabled, isEnabled) == isEnabled) return false;
+    PublishJobEvent(EEventType::BackupJobModified, &SBaseEvent::eventBackupJobModified, job);
+    return true;
+}
+
+void CAgent::SetUserData(SJob& job, const std::string& userData) {
+    job.Config.UserData = userData;
+    PublishJobEvent(EEventType::BackupJobModified, &SBaseEvent::eventBackupJobModified, job);
+}
+
+// Sessions
+
+std::shared_ptr<SSession> CAgent::Start(SJob& job, const SJobStartOptions& options) {
+    if (job.Active != nullptr) throw CJobIsRunning("The job " + job.Config.JobName + " is running");
+    if (FindById(Repositories, job.Config.RepositoryId) == nullptr) {
+        throw CGenericException("The job " + job.Config.JobName + " has no repository to write to");
+    }
+    auto session = NewSession(job, options, nullptr);
+    PublishStarted(job, *session);
+    return session;
+}
+
+std::shared_ptr<SSession> CAgent::NewSession(SJob& job, const SJobStartOptions& options,
+                                             const SSession* previous) {
+    auto session = std::make_shared<SSession>();
+    session->Options = options;
+    auto& info = session->Info;
+    info.Uid = NewGuid();
+    info.JobUid = job.Id;
+    info.PointId = NewGuid();
+    info.OibId = NewGuid();
+    info.JobName = job.Config.JobName;
+    info.State = JobState::Starting;
+    info.StartTimeUtc = Now();
+    const bool isFull = job.RestorePoints.empty() ||
+                        (options.ActiveFull && *options.ActiveFull == EJobStartActiveFullMode::Enabled);
+    info.SessionAlgorithm = isFull ? JobSessionAlgorithm::Full : JobSessionAlgorithm::Increment;
+    info.TypeOfJob = JobType::Backup;
+    if (const auto* const repository = FindById(Repositories, job.Config.RepositoryId)) {
+        info.BackupDestination = repository->Location.empty() ? repository->Name : repository->Location;
+    }
+    if (const unsigned long retries = Retries(job, options); retries != 0) {
+        info.RetriesInfo = SJobSessionRetriesInfo{false, retries, 0};
+    }
+    if (previous != nullptr) {
+        const auto& before = previous->Info;
+        info.OriginalSessionId = before.OriginalSessionId == Guid{} ? before.Uid : before.OriginalSessionId;
+        info.RetriesInfo->CurrentAttemptNumber = AttemptOf(*previous) + 1;
+    }
+    AddDetail(*session, ELogDetailType::Info, "Started");
+    Touch(*session);
+    job.Sessions.push_back(session);
+    job.Active = session;
+    return session;
+}
+
+bool CAgent::Stop(SJob& job, SSession& session, const std::string& message) {
+    if (job.Active.get() != &session || session.IsStopping) return false;
+    AddDetail(session, ELogDetailType::Warning, "Stop was asked for: " + message);
+    if (session.Info.State == JobState::Stopped) {
+        // It has failed and waits for its retry, which is called off.
+        session.Info.RetriesInfo->IsJobAwaitingForRetry = false;
+        job.Active = nullptr;
+    } else {
+        session.IsStopping = true;
+        session.Info.State = JobState::Stopping;
+    }
+    Touch(session);
+    return true;
+}
+
+void CAgent::Step(SJob& job) {
+    const auto session = job.Active;
+    if (session == nullptr) return;
+    auto& info = session->Info;
+    if (session->IsStopping) {
+        Finish(job, *session, JobSessionTaskStatus::Canceled);
+    } else if (info.State == JobState::Stopped) {
+        info.RetriesInfo->IsJobAwaitingForRetry = false;
+        Touch(*session);
+        const auto retry = NewSession(job, session->Options, session.get());
+        auto event = NewEvent(EEventType::BackupJobRetried, EEventSourceType::Service);
+        event.eventBackupJobRetried = SEventBackupJobRetried{job.Id, retry->Info.Uid};
+        m_events->Publish(event);
+        PublishStarted(job, *retry);
+    } else if (++session->Steps >= m_script.Steps) {
+        const bool hasFailed = AttemptOf(*session) < m_script.FailedAttempts;
+        Finish(job, *session, hasFailed ? JobSessionTaskStatus::Failed : JobSessionTaskStatus::Success);
+    } else {
+        info.State = JobState::Working;
+        info.PercentCompleted = static_cast<unsigned short>(session->Steps * 100 / m_script.Steps);
+        const unsigned long size =
+            info.SessionAlgorithm == JobSessionAlgorithm::Full ? FullSize : IncrementSize;
+        info.ReadSizeBytes = size * info.PercentCompleted / 100;
+        info.BackedUpSizeBytes = static_cast<long>(info.ReadSizeBytes);
+        info.TransferredSizeBytes = info.BackedUpSizeBytes / 2;
+        info.SourceLoad = 40;
+        info.TargetLoad = 60;
+        Touch(*session);
+    }
+}
+
+void CAgent::Finish(SJob& job, SSession& session, JobSessionTaskStatus status) {
+    auto& info = session.Info;
+    const bool isSuccess = status == JobSessionTaskStatus::Success;
+    info.State = JobState::Stopped;
+    info.Result = isSuccess ? JobResult::Success : JobResult::Failed;
+    info.EndTimeUtc = Now();
+    const bool isRetried = status == JobSessionTaskStatus::Failed && info.RetriesInfo &&
+                           info.RetriesInfo->CurrentAttemptNumber < info.RetriesInfo->InitialRetriesNumber;
+    if (isRetried) {
+        info.RetriesInfo->IsJobAwaitingForRetry = true;
+    } else {
+        job.Active = nullptr;
+    }
+    if (isSuccess) {
+        info.PercentCompleted = 100;
+        AddRestorePoint(job, session);
+        job.LastBackupTime = info.EndTimeUtc;
+    }
+    AddDetail(session, isSuccess ? ELogDetailType::Success : ELogDetailType::Error,
+              "Ended: " + std::string(NameOf(status)));
+    Touch(session);
+    auto event = NewEvent(EEventType::BackupJobFinished, EEventSourceType::Service);
+    event.eventBackupJobFinished =
+        SEventBackupJobFinished{job.Id, info.Uid, status, job.Config.Source.BackupMode};
+    m_events->Publish(event);
+}
+
+void CAgent::AddRestorePoint(SJob& job, const SSession& session) {
+    const bool isFull = session.Info.SessionAlgorithm == JobSessionAlgorithm::Full;
+    job.RestorePoints.push_back({session.Info.OibId, session.Info.EndTimeUtc, FullSize,
+                                 isFull ? FullSize / 2 : IncrementSize / 2,
+                                 isFull ? RestorePointType::Full : RestorePointType::Increment});
+    const int kept = job.Config.RetentionInfo.RestorePointsCount;
+    if (kept > 0 && job.RestorePoints.size() > static_cast<std::size_t>(kept)) {
+        job.RestorePoints.erase(job.RestorePoints.begin());
+        // What was built upon the dropped one takes its place.
+        job.RestorePoints.front().Type = RestorePointType::Full;
+    }
+}
+
+bool CAgent::IsUsed(const Guid& repository) const {
+    return std::any_of(Jobs.begin(), Jobs.end(),
+                       [&](const auto& job) { return job->Config.RepositoryId == repository; });
+}
+
+void CAgent::RunClock() {
+    auto lock = Lock();
+    while (!m_end.wait_for(lock, m_script.Step, [this] { return m_isEnding; })) {
+        for (const auto& job : Jobs) {
+            const bool isDue =
+                m_script.Clock == EClock::Time || (job->Active != nullptr && job->Active->IsStopping);
+            if (isDue) Step(*job);
+        }
+    }
+}
+
+// Events
+
+SBaseEvent CAgent::NewEvent(EEventType type, EEventSourceType source) {
+    SBaseEvent event;
+    event.Type = type;
+    event.Id = ++m_eventId;
+    event.CreateTimeUTC = Now();
+    event.SourceType = source;
+    event.ControlSessionId = m_sessionId;
+    return event;
+}
+
+template <class E>
+void CAgent::PublishJobEvent(EEventType type, apigen::Optional<E> SBaseEvent::*member, const SJob& job) {
+    auto event = NewEvent(type, EEventSourceType::Owner);
+    event.*member = E{job.Id, Owner.Name};
+    m_events->Publish(event);
+}
+
+void CAgent::PublishStarted(const SJob& job, const SSession& session) {
+    auto event = NewEvent(EEventType::BackupJobStarted, EEventSourceType::Owner);
+    event.eventBackupJobStarted =
+        SEventBackupJobStarted{job.Id, session.Info.Uid, Owner.Name, job.Config.Source.BackupMode};
+    m_events->Publish(event);
+}
+
+}  // namespace testagent

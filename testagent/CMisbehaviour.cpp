@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "testagent/CMisbehaviour.h"
+
+#include <apigen/CXmlData.h>
+#include <apigen/Serialize.h>
+#include <zamclientlib/Exceptions.h>
+
+#include <unistd.h>
+
+#include <csignal>
+#include <regex>
+#include <set>
+#include <thread>
+#include <type_traits>
+#include <utility>
+
+#include "src/ExceptionTypes.h"
+#include "support/apigen/Envelope.h"
+#include "testagent/Secrets.h"
+
+namespace testagent {
+namespace {
+
+namespace envelope = apigen::envelope;
+namespace exceptions = zamclientlib::exceptions;
+using apigen::CXmlData;
+
+/// A value that no enumeration has.
+constexpr const char* UnknownMember = "99";
+
+template <class T>
+inline constexpr bool IsVector = false;
+template <class T>
+inline constexpr bool IsVector<std::vector<T>> = true;
+
+/// Collects the keys under which the record and those inside it carry enumerations.
+template <class T>
+void CollectEnumKeys(std::set<std::string>& keys, std::string_view key = {}) {
+    if constexpr (std::is_enum_v<T>) {
+        keys.emplace(key);
+    } else if constexpr (IsOptional<T> || IsVector<T>) {
+        CollectEnumKeys<typename T::value_type>(keys, key);
+    } else if constexpr (Record<T>) {
+        T::Fields(
+            [&keys]<class M>(const apigen::FieldInfo& info, M T::*) { CollectEnumKeys<M>(keys, info.Key); });
+    }
+}
+
+/// The answer with every enumeration of its records set to the unknown member.
+std::string WithUnknownEnums(const std::string& answer) {
+    static const std::regex pattern = [] {
+        std::set<std::string> keys;
+        CollectEnumKeys<zamclientlib::SZamControlOwnerInfo>(keys);
+        CollectEnumKeys<zamclientlib::SBackupJobConfigurationInfo>(keys);
+        CollectEnumKeys<zamclientlib::SBackupJobSessionInfo>(keys);
+        CollectEnumKeys<zamclientlib::SJobStartOptions>(keys);
+        CollectEnumKeys<zamclientlib::SCheckJobValidityMessage>(keys);
+        CollectEnumKeys<zamclientlib::SResolveObjectInfo>(keys);
+        CollectEnumKeys<zamclientlib::SRestoreOib>(keys);
+        CollectEnumKeys<zamclientlib::SBackupRepositoryInfo>(keys);
+        std::string any;
+        for (const auto& key : keys) {
+            any += (any.empty() ? "" : "|") + key;
+        }
+        return std::regex("(<(" + any + ")>(<opt>)?)-?[0-9]+(?=<)");
+    }();
+    return std::regex_replace(answer, pattern, std::string("$01") + UnknownMember);
+}
+
+template <class E>
+void WriteException(apigen::IData& description, const SRule& rule) {
+    E exception(rule.Message);
+    if constexpr (std::is_same_v<E, zamclientlib::CIndexingUnmetDependencies>) {
+        exception.MissedPackage = rule.MissedPackage;
+    }
+    apigen::Serialize(description, exceptions::ContentKey, exception);
+}
+
+/// An answer with an exception, of a type that the client need not know.
+std::string ExceptionAnswer(const SRule& rule) {
+    const auto answer = CXmlData::CreateNew();
+    const auto description = answer->CreateChild(envelope::ExceptionKey);
+    description->SetString(exceptions::TypeKey, rule.Type);
+    bool isKnown = false;
+    exceptions::ForEachType([&]<class E>(std::string_view name) {
+        if (name == rule.Type) isKnown = true, WriteException<E>(*description, rule);
+    });
+    if (!isKnown) WriteException<zamclientlib::CGenericException>(*description, rule);
+    return CXmlData::Serialize(*answer);
+}
+
+std::string InternalErrorAnswer(const SRule& rule) {
+    const auto answer = CXmlData::CreateNew();
+    answer->CreateChild(envelope::InternalErrorKey)->SetString(envelope::InternalErrorTextKey, rule.Message);
+    return CXmlData::Serialize(*answer);
+}
+
+/// Whether the rule's method is this one: its identifier, or the name in front of the last underscore.
+bool Fits(const SRule& rule, std::string_view method) {
+    return rule.Method == method || rule.Method == method.substr(0, method.rfind('_'));
+}
+
+}  // namespace
+
+CMisbehaviour::CMisbehaviour(const std::vector<SRule>& rules, int output, std::function<void()> beforeEnd)
+    : m_output(output), m_beforeEnd(std::move(beforeEnd)) {
+    for (const auto& rule : rules) {
+        m_rules.push_back({rule});
+    }
+}
+
+const SRule* CMisbehaviour::Due(std::string_view method) {
+    const SRule* due = nullptr;
+    for (auto& [rule, seen] : m_rules) {
+        if (!Fits(rule, method)) continue;
+        const unsigned long index = seen++;
+        const bool isDue = index >= rule.Skip && (rule.Times == 0 || index < rule.Skip + rule.Times);
+        if (isDue && due == nullptr) due = &rule;
+    }
+    return due;
+}
+
+void CMisbehaviour::EndIfAsked(const SRule& rule) {
+    if (rule.Action == EAction::Delay) std::this_thread::sleep_for(rule.Delay);
+    if (rule.Action != EAction::Exit && rule.Action != EAction::Kill && rule.Action != EAction::Garbage)
+        return;
+    m_beforeEnd();
+    if (rule.Action == EAction::Kill) std::raise(SIGKILL);
+    if (rule.Action == EAction::Garbage) {
+        (void)!::write(m_output, rule.Message.data(), rule.Message.size());
+    }
+    ::_exit(rule.ExitCode);
+}
+
+void CMisbehaviour::Greet() {
+    const SRule* const rule = Due("greeting");
+    if (rule == nullptr) return;
+    EndIfAsked(*rule);
+    if (rule->Action == EAction::Throw) throw zamclientlib::CGenericException(rule->Message);
+}
+
+std::string CMisbehaviour::MethodOf(const std::string& request) {
+    try {
+        return CXmlData::Unserialize(request)->GetString(envelope::MethodKey);
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
+std::string CMisbehaviour::Answer(zamservice::CService& service, const std::string& request) {
+    const SRule* const rule = Due(MethodOf(request));
+    if (rule == nullptr) return service.Answer(request);
+    EndIfAsked(*rule);
+    switch (rule->Action) {
+        case EAction::Throw:
+            return ExceptionAnswer(*rule);
+        case EAction::InternalError:
+            return InternalErrorAnswer(*rule);
+        case EAction::Malformed:
+            return "<Data><unfinished>";
+        case EAction::UnknownEnum:
+            return WithUnknownEnums(service.Answer(request));
+        default:
+            return service.Answer(request);
+    }
+}
+
+}  // namespace testagent

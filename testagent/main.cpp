@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command line of the test agent: that of the agent's tool, as far as clients use it.
+#include <apigen/CXmlData.h>
+#include <apigen/Serialize.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "testagent/CMisbehaviour.h"
+#include "testagent/Objects.h"
+
+namespace testagent {
+namespace {
+
+constexpr int UsageError = 2;
+
+int PrintVersion(const SScript& script) {
+    const auto document = apigen::CXmlData::CreateNew();
+    apigen::Serialize(*document, "SCompatibilityInfo",
+                      zamclientlib::SCompatibilityInfo{script.ProtocolVersion});
+    std::cout << apigen::CXmlData::Serialize(*document) << std::flush;
+    return std::cout ? 0 : 1;
+}
+
+int Serve(const std::string& logName) {
+    // The kit takes the standard streams over; what is to go out raw needs a descriptor of its own.
+    constexpr int FirstOwnDescriptor = 3;
+    const int output = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, FirstOwnDescriptor);
+    AgentPtr agent;
+    std::optional<CMisbehaviour> misbehaviour;
+    const auto makeService = [&]() -> zamservice::CService {
+        const SScript script = SScript::FromEnvironment();
+        misbehaviour.emplace(script.Rules, output, [&agent] {
+            if (agent != nullptr) agent->RemoveTraces();
+        });
+        misbehaviour->Greet();
+        agent = std::make_shared<CAgent>(script, logName);
+        return MakeControl(agent);
+    };
+    const auto answer = [&](zamservice::CService& service, const std::string& request) {
+        // Names alone: arguments may hold secrets.
+        agent->Log(CMisbehaviour::MethodOf(request));
+        return misbehaviour->Answer(service, request);
+    };
+    return zamservice::ServeStandardStreams(makeService, answer);
+}
+
+int Run(const std::vector<std::string>& arguments) {
+    if (arguments == std::vector<std::string>{"extended", "protocolVersion"}) {
+        return PrintVersion(SScript::FromEnvironment());
+    }
+    if (arguments.size() == 4 && arguments[0] == "extended" && arguments[1] == "startCommandInvoker" &&
+        arguments[2] == "--logFileName") {
+        return Serve(arguments[3]);
+    }
+    std::cerr << "An agent in memory, for tests. Usage:\n"
+                 "  tarvoconfig extended startCommandInvoker --logFileName NAME\n"
+                 "  tarvoconfig extended protocolVersion\n";
+    return UsageError;
+}
+
+}  // namespace
+}  // namespace testagent
+
+int main(int argc, char** argv) {
+    try {
+        return testagent::Run({argv + 1, argv + argc});
+    } catch (const std::exception& error) {
+        std::cerr << error.what() << std::endl;
+        return 1;
+    }
+}
