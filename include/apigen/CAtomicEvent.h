@@ -48,4 +48,4 @@ private:
 
 }  // namespace event
 }  // namespace io
-}  // namespace apigen
+}  // namespace event
