@@ -8,8 +8,9 @@ target_compile_options(zam_options INTERFACE
     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
     $<$<BOOL:${ZAM_WERROR}>:-Werror>)
 if(ZAM_SANITIZERS)
+    # What the sanitizers insert makes g++ see uninitialised variables in the standard library.
     target_compile_options(zam_options INTERFACE -fsanitize=${ZAM_SANITIZERS} -fno-omit-frame-pointer
-                           -fno-sanitize-recover=all)
+                           -fno-sanitize-recover=all $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_link_options(zam_options INTERFACE -fsanitize=${ZAM_SANITIZERS})
 endif()
 

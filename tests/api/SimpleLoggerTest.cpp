@@ -14,7 +14,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
-#include <regex>
 #include <set>
 #include <stdexcept>
 
@@ -29,14 +28,16 @@ using zamclientlib::CSimpleLogger;
 
 const std::string Banner(std::string(31, '=') + " Log has been started " + std::string(33, '='));
 
+/// "05.11.21 14:03:09.42", as a POSIX expression.
+const std::string Stamp("[0-9]{2}\\.[0-9]{2}\\.[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.(0|[1-9][0-9]{0,2})");
+
 /// The texts behind the time stamps, which are checked on the way.
 std::vector<std::string> Messages(const std::string& path) {
-    static const std::regex line(R"(\[\d\d\.\d\d\.\d\d \d\d:\d\d:\d\d\.(0|[1-9]\d{0,2})\]    (.*))");
     std::vector<std::string> messages;
-    for (const std::string& text : LinesOf(path)) {
-        std::smatch match;
-        EXPECT_TRUE(std::regex_match(text, match, line)) << text;
-        messages.push_back(match[2]);
+    for (const std::string& line : LinesOf(path)) {
+        EXPECT_THAT(line, testing::MatchesRegex("\\[" + Stamp + "\\]    .*"));
+        const std::string mark = "]    ";
+        messages.push_back(line.substr(line.find(mark) + mark.size()));
     }
     return messages;
 }
@@ -198,10 +199,8 @@ TEST_F(SimpleLogger, WritesMillisecondsUnpadded) {
     std::set<std::size_t> widths;
     while (widths.size() < 3 && std::chrono::steady_clock::now() < deadline) {
         const std::string stamp = CSimpleLogger::GetLocalTime();
-        static const std::regex form(R"(\d\d\.\d\d\.\d\d \d\d:\d\d:\d\d\.(0|[1-9]\d{0,2}))");
-        std::smatch match;
-        ASSERT_TRUE(std::regex_match(stamp, match, form)) << stamp;
-        widths.insert(static_cast<std::size_t>(match[1].length()));
+        ASSERT_THAT(stamp, testing::MatchesRegex(Stamp));
+        widths.insert(stamp.size() - stamp.rfind('.') - 1);
     }
     EXPECT_EQ(widths, (std::set<std::size_t>{1, 2, 3}));
 }

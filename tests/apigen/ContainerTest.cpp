@@ -313,7 +313,7 @@ DataPointer RandomTree(std::mt19937_64& random) {
 
 TEST(Container, AnswersAsItsReReadTextFormDoes) {
     std::mt19937_64 random(5);
-    for (int i = 0; i < 3000; ++i) {
+    for (int i = 0; i < 300; ++i) {
         const auto tree = RandomTree(random);
         const std::string text = TextForm(tree);
         const auto again = Document(text);

@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <string_view>
@@ -237,6 +240,19 @@ TEST(XmlReader, AgreesWithTheOraclesOnTheSamples) {
         EXPECT_TRUE(ReadWhole(sample).IsAccepted) << ReadWhole(sample).Message;
         EXPECT_EQ(FindDisagreement(sample), "") << sample;
     }
+}
+
+TEST(XmlReader, AcceptsOrRefusesTheCorpusAsItsNamesSay) {
+    int count = 0;
+    for (const auto& file : std::filesystem::directory_iterator(XML_CORPUS)) {
+        std::ifstream stream(file.path(), std::ios::binary);
+        const std::string text((std::istreambuf_iterator<char>(stream)), std::istreambuf_iterator<char>());
+        const std::string name = file.path().filename();
+        EXPECT_EQ(ReadWhole(text).IsAccepted, name.substr(0, 2) == "y_") << name << ReadWhole(text).Message;
+        EXPECT_EQ(FindDisagreement(text), "") << name;
+        ++count;
+    }
+    EXPECT_GT(count, 10);
 }
 
 TEST(XmlReader, AgreesWithTheOraclesOnGeneratedDocuments) {
