@@ -30,6 +30,11 @@ function(zam_library name)
     set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
 endfunction()
 
+# zam_optimise_for_size(SOURCES...): for sources whose size matters more than their speed.
+function(zam_optimise_for_size)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-Os>")
+endfunction()
+
 # zam_program(name SOURCES...): a program of the project.
 function(zam_program name)
     add_executable(${name} ${ARGN})

@@ -4,7 +4,6 @@
 #include <zamservice/Service.h>
 
 #include <fcntl.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +14,7 @@
 #include <cstring>
 #include <iostream>
 #include <optional>
+#include <string_view>
 #include <system_error>
 
 #include "service/Failure.h"
@@ -54,7 +54,7 @@ public:
 
     /// Reads one message; false when the input ended before one began.
     bool Read(std::string& message) {
-        std::array<char, 4> header{};
+        std::array<char, HeaderBytes> header{};
         const std::size_t got = ReadBytes(header.data(), header.size());
         if (got == 0) return false;
         if (got < header.size())
@@ -82,31 +82,31 @@ public:
     }
 
     void Write(const std::string& message) {
-        std::array<char, 4> header{};
-        for (std::size_t i = 0; i < header.size(); ++i) {
-            header[i] = static_cast<char>(message.size() >> 8 * i);
+        m_frame.clear();
+        for (std::size_t i = 0; i < HeaderBytes; ++i) {
+            m_frame += static_cast<char>(message.size() >> 8 * i);
         }
-        std::array<iovec, 2> parts{
-            {{header.data(), header.size()}, {const_cast<char*>(message.data()), message.size()}}};
-        std::size_t first = 0;
-        while (first < parts.size()) {
-            const ssize_t written =
-                ::writev(m_output.Get(), &parts[first], static_cast<int>(parts.size() - first));
-            if (written < 0 && errno == EINTR) continue;
-            if (written < 0) ThrowErrno("Writing an answer");
-            auto left = static_cast<std::size_t>(written);
-            for (; first < parts.size() && left >= parts[first].iov_len; ++first) {
-                left -= parts[first].iov_len;
-            }
-            if (first < parts.size()) {
-                parts[first].iov_base = static_cast<char*>(parts[first].iov_base) + left;
-                parts[first].iov_len -= left;
-            }
+        // A small message goes out in one piece, which is cheaper; a large one is not copied for that.
+        if (message.size() <= MinStep) {
+            WriteBytes(m_frame.append(message));
+        } else {
+            WriteBytes(m_frame);
+            WriteBytes(message);
         }
     }
 
 private:
+    static constexpr std::size_t HeaderBytes = 4;
     static constexpr std::size_t MinStep = 64 * 1024;
+
+    void WriteBytes(std::string_view bytes) {
+        while (!bytes.empty()) {
+            const ssize_t written = ::write(m_output.Get(), bytes.data(), bytes.size());
+            if (written < 0 && errno == EINTR) continue;
+            if (written < 0) ThrowErrno("Writing an answer");
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        }
+    }
 
     /// Fewer bytes than asked for at the end of the input only.
     std::size_t ReadBytes(char* into, std::size_t count) {
@@ -135,6 +135,7 @@ private:
     CDescriptor m_input;
     CDescriptor m_output;
     std::string m_buffer = std::string(MinStep, '\0');
+    std::string m_frame;
     std::size_t m_begin = 0;
     std::size_t m_end = 0;
 };

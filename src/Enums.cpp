@@ -5,6 +5,6 @@
 #include "src/EnumList.h"
 #include "support/apigen/Encoders.h"
 
-#define ZAM_INSTANTIATE(type) APIGEN_INSTANTIATE_ENCODERS(zamclientlib::type);
+#define ZAM_INSTANTIATE(type) APIGEN_INSTANTIATE_PLAIN_ENCODERS(zamclientlib::type);
 
 ZAM_FOR_EACH_ENUM(ZAM_INSTANTIATE)

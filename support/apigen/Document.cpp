@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "support/apigen/LargeMemory.h"
 #include "support/apigen/XmlParser.h"
 #include "support/common/Text.h"
 
@@ -22,7 +23,9 @@ void RequireKey(std::string_view key) {
     }
 }
 
-CDocument::CDocument() {
+CDocument::CDocument(std::size_t expectedNodes) {
+    m_nodes.reserve(expectedNodes);
+    PrepareLargeBlock(m_nodes.data(), m_nodes.capacity() * sizeof(SNode));
     m_nodes.emplace_back();
 }
 

@@ -52,7 +52,8 @@ public:
     static constexpr NodeId Root = 0;
     static constexpr NodeId None = 0xFFFFFFFF;
 
-    CDocument();
+    /// \param expectedNodes makes room for so many.
+    explicit CDocument(std::size_t expectedNodes = 1);
 
     /// Appends an empty node at the end of `parent`, whose own text is dropped.
     NodeId AppendNode(NodeId parent, std::string_view key);

@@ -2,6 +2,7 @@
 #include "support/apigen/Encoders.h"
 
 #include "support/apigen/Envelope.h"
+#include "support/apigen/XmlParser.h"
 
 APIGEN_INSTANTIATE_ENCODERS(std::string);
 APIGEN_INSTANTIATE_ENCODERS(int);
@@ -13,10 +14,32 @@ APIGEN_INSTANTIATE_ENCODERS(apigen::Guid);
 APIGEN_INSTANTIATE_ENCODERS(apigen::Handle);
 
 // No list of booleans: nothing carries one, and std::vector<bool> has no elements to read into.
-template APIGEN_API void apigen::Serialize(IData&, const std::string&, const bool&);
-template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, bool&);
-template APIGEN_API void apigen::Serialize(IData&, const std::string&, const apigen::Optional<bool>&);
-template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, apigen::Optional<bool>&);
+APIGEN_INSTANTIATE_PLAIN_ENCODERS(bool);
+
+namespace apigen {
+
+namespace {
+
+void CopyEntries(const CDocument& from, NodeId node, IData& to) {
+    for (NodeId child = from.FirstChild(node); child != CDocument::None; child = from.NextSibling(child)) {
+        const std::string key(from.Key(child));
+        if (from.IsText(child)) {
+            to.SetString(key, std::string(from.Text(child)));
+        } else {
+            CopyEntries(from, child, *to.CreateChild(key));
+        }
+    }
+}
+
+}  // namespace
+
+void detail::AddTo(IData& data, std::string_view text) {
+    CDocument document;
+    CXmlParser(document).ParseBelowRoot(text);
+    CopyEntries(document, CDocument::Root, data);
+}
+
+}  // namespace apigen
 
 apigen::Handle apigen::HandleUtils::FromData(const IData& data) {
     Handle handle;

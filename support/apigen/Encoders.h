@@ -2,9 +2,8 @@
 /// \file
 /// The definitions of the encoder family, for the sources that instantiate it for their types.
 ///
-/// Every type is written and read by one rule, on top of two small pairs of classes that know where: a pair
-/// for the documents of `CXmlData`, which works on the flat tree without an allocation per node, and a pair
-/// for any other `IData`.
+/// Every type is written and read by one rule, on top of two small classes that know where. Both work on the
+/// documents of `CXmlData` without an allocation for each node, and serve any other `IData` more slowly.
 #pragma once
 
 #include <apigen/CXmlData.h>
@@ -13,6 +12,7 @@
 #include <apigen/Handle.h>
 #include <apigen/Serialize.h>
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -72,39 +72,40 @@ private:
     std::size_t m_opened = 0;
 };
 
-class CDocumentWriter {
+/// Reads the entries of one node: of a document of `CXmlData` on the flat tree itself, of any other container
+/// through its interface.
+class CReader {
 public:
-    CDocumentWriter(CDocument& document, NodeId node) : m_document(document), m_node(node) {}
+    CReader(const CDocument& document, NodeId node)
+        : m_document(&document), m_node(node), m_next(document.FirstChild(node)) {}
 
-    void Text(std::string_view key, std::string_view text) { m_document.AppendText(m_node, key, text); }
-    CDocumentWriter Child(std::string_view key) { return {m_document, m_document.AppendNode(m_node, key)}; }
-    void End() {}
+    /// \param owner keeps `data` alive, or is empty when the caller does
+    explicit CReader(const IData& data, std::shared_ptr<IData> owner = nullptr)
+        : m_foreign(new SForeign{&data, std::move(owner), {}}) {}
 
-private:
-    CDocument& m_document;
-    NodeId m_node;
-};
-
-class CDocumentReader {
-public:
-    CDocumentReader(const CDocument& document, NodeId node)
-        : m_document(document), m_node(node), m_next(document.FirstChild(node)) {}
-
-    bool Has(std::string_view key) { return Find(key) != CDocument::None; }
-
-    std::string_view Text(std::string_view key) {
-        const NodeId node = Take(key);
-        if (m_document.HasChildren(node)) m_document.ThrowNoText(node);
-        return m_document.Text(node);
+    [[gnu::noinline]] bool Has(std::string_view key) const {
+        return m_foreign ? m_foreign->Data->HasValue(std::string(key)) : Find(key) != CDocument::None;
     }
 
-    CDocumentReader Child(std::string_view key) { return {m_document, Take(key)}; }
+    /// Valid until the next call.
+    [[gnu::noinline]] std::string_view Text(std::string_view key) {
+        if (m_foreign) return m_foreign->Text = m_foreign->Data->GetString(std::string(key));
+        const NodeId node = Take(key);
+        if (m_document->HasChildren(node)) m_document->ThrowNoText(node);
+        return m_document->Text(node);
+    }
 
-    /// How many entries a list has, for making room.
-    std::size_t Count(std::string_view key) const {
+    [[gnu::noinline]] CReader Child(std::string_view key) {
+        if (m_foreign) return CReader(m_foreign->Data->GetChild(std::string(key)));
+        return {*m_document, Take(key)};
+    }
+
+    /// How many entries a list has, as far as that is easy to tell: for making room.
+    [[gnu::noinline]] std::size_t Count(std::string_view key) const {
         std::size_t count = 0;
+        if (m_foreign) return count;
         for (NodeId node = Find(key); node != CDocument::None;
-             node = m_document.FindFrom(m_document.NextSibling(node), key)) {
+             node = m_document->FindFrom(m_document->NextSibling(node), key)) {
             ++count;
         }
         return count;
@@ -112,24 +113,38 @@ public:
 
     template <class Visitor>
     void ForEachChild(std::string_view key, Visitor&& visit) {
+        if (m_foreign) {
+            for (auto& child : m_foreign->Data->GetChildren(std::string(key))) {
+                visit(CReader(std::move(child)));
+            }
+            return;
+        }
         NodeId node = Find(key);
         while (node != CDocument::None) {
-            visit(CDocumentReader(m_document, node));
+            visit(CReader(*m_document, node));
             Pass(node);
-            node = m_document.FindFrom(m_document.NextSibling(node), key);
+            node = m_document->FindFrom(m_document->NextSibling(node), key);
         }
     }
 
 private:
+    struct SForeign {
+        const IData* Data;
+        std::shared_ptr<IData> Owner;
+        std::string Text;
+    };
+
+    explicit CReader(std::shared_ptr<IData> data) : CReader(*data, data) {}
+
     /// The first entry under `key`. Fields mostly come in the order in which they are asked for, and as no
     /// field is read twice, what has been passed in that order needs no second look.
     NodeId Find(std::string_view key) const {
-        return m_document.FindFrom(m_isInOrder ? m_next : m_document.FirstChild(m_node), key);
+        return m_document->FindFrom(m_isInOrder ? m_next : m_document->FirstChild(m_node), key);
     }
 
     NodeId Take(std::string_view key) {
         const NodeId node = Find(key);
-        if (node == CDocument::None) m_document.ThrowMissing(m_node, key);
+        if (node == CDocument::None) m_document->ThrowMissing(m_node, key);
         Pass(node);
         return node;
     }
@@ -137,70 +152,46 @@ private:
     /// Once an entry was taken out of turn, every search begins at the start.
     void Pass(NodeId taken) {
         m_isInOrder = m_isInOrder && taken == m_next;
-        m_next = m_document.NextSibling(taken);
+        m_next = m_document->NextSibling(taken);
     }
 
-    const CDocument& m_document;
-    NodeId m_node;
-    NodeId m_next;  // behind the entry that was taken last
+    const CDocument* m_document = nullptr;
+    NodeId m_node = CDocument::Root;
+    NodeId m_next = CDocument::None;  // behind the entry that was taken last
     bool m_isInOrder = true;
+    std::unique_ptr<SForeign> m_foreign;
 };
 
-class CDataWriter {
-public:
-    explicit CDataWriter(IData& data) : m_data(data) {}
-    explicit CDataWriter(std::shared_ptr<IData> data) : m_data(*data), m_owner(std::move(data)) {}
+/// True for what is a text under its key, and so replaces an earlier one in a container.
+template <class T>
+inline constexpr bool IsPlain =
+    std::is_integral_v<T> || std::is_enum_v<T> || std::is_same_v<T, std::string> || std::is_same_v<T, Guid> ||
+    std::is_same_v<T, Handle>;
 
-    void Text(std::string_view key, std::string_view text) {
-        m_data.SetString(std::string(key), std::string(text));
-    }
-    CDataWriter Child(std::string_view key) { return CDataWriter(m_data.CreateChild(std::string(key))); }
-    void End() {}
-
-private:
-    IData& m_data;
-    std::shared_ptr<IData> m_owner;
-};
-
-class CDataReader {
-public:
-    explicit CDataReader(const IData& data) : m_data(data) {}
-    explicit CDataReader(std::shared_ptr<IData> data) : m_data(*data), m_owner(std::move(data)) {}
-
-    bool Has(std::string_view key) const { return m_data.HasValue(std::string(key)); }
-    std::string Text(std::string_view key) const { return m_data.GetString(std::string(key)); }
-    CDataReader Child(std::string_view key) const { return CDataReader(m_data.GetChild(std::string(key))); }
-
-    std::size_t Count(std::string_view /*key*/) const { return 0; }
-
-    template <class Visitor>
-    void ForEachChild(std::string_view key, Visitor&& visit) const {
-        for (auto& child : m_data.GetChildren(std::string(key))) {
-            visit(CDataReader(std::move(child)));
-        }
-    }
-
-private:
-    const IData& m_data;
-    std::shared_ptr<IData> m_owner;
-};
-
-template <class Writer, class T>
-void Write(Writer& writer, std::string_view key, const T& value) {
+/// Calls `use` with the text of a plain value.
+template <class T, class Use>
+void WithText(const T& value, Use&& use) {
     if constexpr (std::is_same_v<T, std::string>) {
-        writer.Text(key, value);
+        use(std::string_view(value));
     } else if constexpr (std::is_same_v<T, bool>) {
-        writer.Text(key, value ? "true" : "false");
+        use(std::string_view(value ? "true" : "false"));
     } else if constexpr (std::is_enum_v<T>) {
-        Write(writer, key, static_cast<int>(value));
-    } else if constexpr (std::is_integral_v<T>) {
-        SNumberBuffer buffer;
-        writer.Text(key, FormatNumber(value, buffer));
+        WithText(static_cast<int>(value), use);
     } else if constexpr (std::is_same_v<T, Handle>) {
-        Write(writer, key, value.Value);
+        WithText(value.Value, use);
     } else if constexpr (std::is_same_v<T, Guid>) {
         SGuidBuffer buffer;
-        writer.Text(key, FormatGuid(value, buffer));
+        use(FormatGuid(value, buffer));
+    } else {
+        SNumberBuffer buffer;
+        use(FormatNumber(value, buffer));
+    }
+}
+
+template <class T>
+void Write(CTextWriter& writer, std::string_view key, const T& value) {
+    if constexpr (IsPlain<T>) {
+        WithText(value, [&](std::string_view text) { writer.Text(key, text); });
     } else if constexpr (IsOptional<T>) {
         if (value.HasValue()) {
             auto child = writer.Child(key);
@@ -225,12 +216,12 @@ void Write(Writer& writer, std::string_view key, const T& value) {
     }
 }
 
-template <class Reader, class T>
-void Read(Reader& reader, std::string_view key, T& value) {
+template <class T>
+void Read(CReader& reader, std::string_view key, T& value) {
     if constexpr (std::is_same_v<T, std::string>) {
         value = reader.Text(key);
     } else if constexpr (std::is_same_v<T, bool>) {
-        const auto& text = reader.Text(key);
+        const std::string_view text = reader.Text(key);
         value = text == "true" || text == "True" || text == "1";
     } else if constexpr (std::is_enum_v<T>) {
         value = static_cast<T>(ParseNumber<int>(reader.Text(key)));
@@ -267,49 +258,42 @@ void Read(Reader& reader, std::string_view key, T& value) {
     }
 }
 
-/// True for what is a text under its key, and so replaces an earlier one in a container.
-template <class T>
-inline constexpr bool IsPlain =
-    std::is_integral_v<T> || std::is_enum_v<T> || std::is_same_v<T, std::string> || std::is_same_v<T, Guid> ||
-    std::is_same_v<T, Handle>;
+/// Adds the elements in `text`, which a writer made, to any container.
+APIGEN_API void AddTo(IData& data, std::string_view text);
 
 template <class T>
 void WriteTo(IData& data, const std::string& key, const T& value) {
-    if constexpr (!IsPlain<T>) {
-        if (auto* const node = dynamic_cast<CXmlData*>(&data)) {
-            CDocument& document = node->Document();
-            RequireKey(key);
-            if (node->Node() == CDocument::Root) {
-                CXmlWriter& tail = document.TailWriter();
-                const std::size_t size = tail.Text().size();
-                try {
-                    CTextWriter writer(tail);
-                    Write(writer, key, value);
-                } catch (...) {
-                    tail.CutTo(size);
-                    throw;
-                }
-                if (tail.Text().size() != size) document.AddTailKey(key);
-            } else {
-                document.Index();
-                CDocumentWriter writer(document, node->Node());
-                Write(writer, key, value);
-            }
-            return;
-        }
+    if constexpr (IsPlain<T>) {
+        return WithText(value, [&](std::string_view text) { data.SetString(key, std::string(text)); });
     }
-    CDataWriter writer(data);
-    Write(writer, key, value);
+    RequireKey(key);
+    auto* const node = dynamic_cast<CXmlData*>(&data);
+    if (node == nullptr || node->Node() != CDocument::Root) {
+        CXmlWriter text;
+        CTextWriter writer(text);
+        Write(writer, key, value);
+        return AddTo(data, text.Text());
+    }
+    CXmlWriter& tail = node->Document().TailWriter();
+    const std::size_t size = tail.Text().size();
+    try {
+        CTextWriter writer(tail);
+        Write(writer, key, value);
+    } catch (...) {
+        tail.CutTo(size);
+        throw;
+    }
+    if (tail.Text().size() != size) node->Document().AddTailKey(key);
 }
 
 template <class T>
 void ReadFrom(const IData& data, const std::string& key, T& value) {
-    if (const auto* const document = dynamic_cast<const CXmlData*>(&data)) {
-        document->Document().Index();
-        CDocumentReader reader(document->Document(), document->Node());
+    if (const auto* const node = dynamic_cast<const CXmlData*>(&data)) {
+        node->Document().Index();
+        CReader reader(node->Document(), node->Node());
         return Read(reader, key, value);
     }
-    CDataReader reader(data);
+    CReader reader(data);
     Read(reader, key, value);
 }
 
@@ -347,11 +331,15 @@ void DeserializeVector(const IData& data, const std::string& key, std::vector<T>
 
 }  // namespace apigen
 
-/// Instantiates the encoders of `type`, alone, in an optional and in a list. To stand at global scope.
-#define APIGEN_INSTANTIATE_ENCODERS(type)                                                                    \
-    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const type&);                     \
-    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, type&);                   \
-    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const apigen::Optional<type>&);   \
-    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, apigen::Optional<type>&); \
-    template APIGEN_API void apigen::SerializeVector(IData&, const std::string&, const std::vector<type>&);  \
+/// Instantiates the encoders of `type`, alone and in an optional. To stand at global scope.
+#define APIGEN_INSTANTIATE_PLAIN_ENCODERS(type)                                                            \
+    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const type&);                   \
+    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, type&);                 \
+    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const apigen::Optional<type>&); \
+    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, apigen::Optional<type>&)
+
+/// As well in a list.
+#define APIGEN_INSTANTIATE_ENCODERS(type)                                                                   \
+    APIGEN_INSTANTIATE_PLAIN_ENCODERS(type);                                                                \
+    template APIGEN_API void apigen::SerializeVector(IData&, const std::string&, const std::vector<type>&); \
     template APIGEN_API void apigen::DeserializeVector(const IData&, const std::string&, std::vector<type>&)

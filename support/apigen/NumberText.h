@@ -35,7 +35,7 @@ T ExtractNumber(std::string_view text, bool isHex = false);
 
 /// Reads a number text; never throws for an odd one.
 template <class T>
-T ParseNumber(std::string_view text) {
+[[gnu::noinline]] T ParseNumber(std::string_view text) {
     T value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     // Where both succeed on the whole text they agree; for anything else the stream has the say.

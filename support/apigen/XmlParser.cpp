@@ -10,7 +10,6 @@
 #include <limits>
 
 #include "support/apigen/Base64.h"
-#include "support/apigen/LargeMemory.h"
 #include "support/apigen/XmlChars.h"
 #include "support/apigen/XmlText.h"
 #include "support/common/Text.h"
@@ -125,11 +124,6 @@ void CXmlParser::Fail(const std::string& reason, std::size_t offset) const {
 
 void CXmlParser::Adopt(std::string text) {
     m_document.m_bytes = std::move(text);
-    // About what records need; memory that stays untouched costs nothing.
-    constexpr std::size_t BytesPerElement = 20;
-    auto& nodes = m_document.m_nodes;
-    nodes.reserve(Size() / BytesPerElement + 1);
-    PrepareLargeBlock(nodes.data(), nodes.capacity() * sizeof nodes.front());
     Finish();
 }
 

@@ -24,6 +24,9 @@ constexpr std::size_t BodyStep = 256 * 1024;
 // While it writes, a stream takes in no more than this; a peer that sends on without reading has to wait.
 constexpr std::size_t MaxReceivedAhead = 2 * IIoDev::MaxMessageBytes;
 
+// With its header a message of up to this size is copied to be sent in one piece.
+constexpr std::size_t SmallMessage = 4096;
+
 constexpr std::size_t ShownBytes = 200;
 constexpr std::size_t ShownBinaryBytes = 16;
 
@@ -130,17 +133,21 @@ void CFrameStream::WriteString(std::string_view text) {
 }
 
 void CFrameStream::SendAll(std::string_view text) {
-    auto header = EncodeHeader(text.size());
-    std::array<iovec, 2> parts{iovec{header.data(), header.size()},
-                               iovec{const_cast<char*>(text.data()), text.size()}};
-    msghdr message{};
-    message.msg_iov = parts.data();
-    message.msg_iovlen = parts.size();
+    const auto header = EncodeHeader(text.size());
+    // One piece is cheaper to send than two, as long as it is cheap to make.
+    std::array<char, SmallMessage> whole;
+    const bool isSmall = header.size() + text.size() <= whole.size();
+    const std::size_t ahead = isSmall ? header.size() + text.size() : header.size();
+    std::copy(header.begin(), header.end(), whole.begin());
+    if (isSmall) text.copy(whole.data() + header.size(), text.size());
+
+    std::array<iovec, 2> parts{iovec{whole.data(), ahead},
+                               iovec{const_cast<char*>(text.data()), isSmall ? 0 : text.size()}};
     const std::size_t total = header.size() + text.size();
     std::size_t left = total;
     try {
         for (;;) {
-            const ssize_t sent = ::sendmsg(m_writeFd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+            const ssize_t sent = SendParts(parts);
             if (sent < 0) {
                 if (errno == EPIPE || errno == ECONNRESET) ThrowGone("it takes no more input");
                 if (errno != EAGAIN && errno != EINTR && errno != ENOBUFS) ThrowGone(ErrorText(errno));
@@ -161,6 +168,15 @@ void CFrameStream::SendAll(std::string_view text) {
         if (left != total) GiveUp(error.what());
         throw;
     }
+}
+
+ssize_t CFrameStream::SendParts(std::array<iovec, 2>& parts) const {
+    constexpr int Flags = MSG_NOSIGNAL | MSG_DONTWAIT;
+    if (parts[1].iov_len == 0) return ::send(m_writeFd, parts[0].iov_base, parts[0].iov_len, Flags);
+    msghdr message{};
+    message.msg_iov = parts.data();
+    message.msg_iovlen = parts.size();
+    return ::sendmsg(m_writeFd, &message, Flags);
 }
 
 void CFrameStream::GiveUp(std::string_view reason) noexcept {

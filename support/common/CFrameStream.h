@@ -6,7 +6,10 @@
 #include <apigen/Export.h>
 
 #include <poll.h>
+#include <sys/types.h>
+#include <sys/uio.h>
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -75,6 +78,7 @@ private:
     bool BeginMessage();
     void RefuseOverlong(unsigned long length);
     void SendAll(std::string_view text);
+    ssize_t SendParts(std::array<iovec, 2>& parts) const;
 
     /// Both return 0 at the end of the input.
     std::size_t Receive(char* into, std::size_t room);
