@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "testagent/CAgent.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <random>
@@ -27,6 +25,14 @@ constexpr unsigned long IncrementSize = 4UL * 1024 * 1024;
 
 void AddDetail(SSession& session, ELogDetailType type, const std::string& message) {
     session.Info.JobDetails.push_back({type, CAgent::NewGuid(), message});
+}
+
+void SetProgress(SBackupJobSessionInfo& info, unsigned percent) {
+    const unsigned long size = info.SessionAlgorithm == JobSessionAlgorithm::Full ? FullSize : IncrementSize;
+    info.PercentCompleted = static_cast<unsigned short>(percent);
+    info.ReadSizeBytes = size * percent / 100;
+    info.BackedUpSizeBytes = static_cast<long>(info.ReadSizeBytes);
+    info.TransferredSizeBytes = info.BackedUpSizeBytes / 2;
 }
 
 /// How many attempts may follow the first one.
@@ -298,12 +304,7 @@ void CAgent::Step(SJob& job) {
         Finish(job, *session, hasFailed ? JobSessionTaskStatus::Failed : JobSessionTaskStatus::Success);
     } else {
         info.State = JobState::Working;
-        info.PercentCompleted = static_cast<unsigned short>(session->Steps * 100 / m_script.Steps);
-        const unsigned long size =
-            info.SessionAlgorithm == JobSessionAlgorithm::Full ? FullSize : IncrementSize;
-        info.ReadSizeBytes = size * info.PercentCompleted / 100;
-        info.BackedUpSizeBytes = static_cast<long>(info.ReadSizeBytes);
-        info.TransferredSizeBytes = info.BackedUpSizeBytes / 2;
+        SetProgress(info, session->Steps * 100 / m_script.Steps);
         info.SourceLoad = 40;
         info.TargetLoad = 60;
         Touch(*session);
@@ -324,7 +325,7 @@ void CAgent::Finish(SJob& job, SSession& session, JobSessionTaskStatus status) {
         job.Active = nullptr;
     }
     if (isSuccess) {
-        info.PercentCompleted = 100;
+        SetProgress(info, 100);
         AddRestorePoint(job, session);
         job.LastBackupTime = info.EndTimeUtc;
     }

@@ -6,7 +6,6 @@
 
 #include <cctype>
 #include <cerrno>
-#include <fstream>
 #include <system_error>
 #include <utility>
 

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -18,6 +19,24 @@ namespace testagent {
 namespace {
 
 constexpr int UsageError = 2;
+
+std::string g_socketPath;  // written before the handler that reads them is set
+std::string g_socketDirectory;
+
+/// A client that has lost its patience ends the agent by a signal, perhaps in the middle of a scripted delay.
+extern "C" void HandleTermination(int signal) {
+    ::unlink(g_socketPath.c_str());
+    ::rmdir(g_socketDirectory.c_str());
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+void RemoveTracesOnTermination(const CAgent& agent) {
+    g_socketPath = agent.EventConfig().v1->socketPath;
+    g_socketDirectory = g_socketPath.substr(0, g_socketPath.rfind('/'));
+    std::signal(SIGTERM, &HandleTermination);
+    std::signal(SIGINT, &HandleTermination);
+}
 
 int PrintVersion(const SScript& script) {
     const auto document = apigen::CXmlData::CreateNew();
@@ -40,6 +59,7 @@ int Serve(const std::string& logName) {
         });
         misbehaviour->Greet();
         agent = std::make_shared<CAgent>(script, logName);
+        RemoveTracesOnTermination(*agent);
         return MakeControl(agent);
     };
     const auto answer = [&](zamservice::CService& service, const std::string& request) {

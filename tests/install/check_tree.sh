@@ -28,6 +28,7 @@ expected_development() {
         echo "$libdir/lib$name.so"
     done
     (cd "$source" && find include -name '*.h')
+    echo libexec/zamclientlib/testagent/tarvoconfig
     echo "$libdir/pkgconfig/zamclientlib.pc"
     for name in Config ConfigVersion Targets; do
         echo "$libdir/cmake/zamclientlib/zamclientlib$name.cmake"

@@ -103,6 +103,7 @@ void UseSessions(IZamProduct& product, IBackupJob& job) {
     }
     EXPECT_EQ(info.Result, JobResult::Success);
     EXPECT_EQ(info.PercentCompleted, 100);
+    EXPECT_EQ(info.ReadSizeBytes, job.GetOibsForRestore().at(0).ApproxSize);
     EXPECT_EQ(job.GetBackupJobSessions(usn).size(), 1U);
     EXPECT_EQ(job.GetOibsForRestore().size(), 1U);
     EXPECT_TRUE(job.GetInfo().LastBackupTimeUtc);

@@ -55,6 +55,18 @@ TEST_F(AMisbehavingAgent, ThatIsSlowRunsIntoTheTimeOutAndIsGivenUp) {
     EXPECT_THROW(control->GetSessionId(), apigen::ApiInternalError) << "the stream can't be trusted any more";
 }
 
+TEST_F(AMisbehavingAgent, ThatIsTerminatedLeavesNothingBehind) {
+    Script(RuleFor("GetProductInfo", R"("action": "delay", "ms": 30000)"));
+    std::string folder;
+    {
+        const auto control = Connect(1s);
+        const std::string socket = control->GetEventConfig().v1->socketPath;
+        folder = socket.substr(0, socket.rfind('/'));
+        Thrown<apigen::TimeoutError>([&] { control->GetProductInfo(); });
+    }
+    EXPECT_TRUE(Eventually([&] { return ::access(folder.c_str(), F_OK) != 0; }));
+}
+
 TEST_F(AMisbehavingAgent, ThatIsALittleSlowIsWaitedFor) {
     Script(RuleFor("GetProductInfo", R"("action": "delay", "ms": 100)"));
     EXPECT_EQ(Connect()->GetProductInfo().Name, "Test agent");
@@ -63,14 +75,16 @@ TEST_F(AMisbehavingAgent, ThatIsALittleSlowIsWaitedFor) {
 TEST_F(AMisbehavingAgent, ThatExitsIsReportedGoneWithItsCode) {
     Script(RuleFor("GetProductInfo", R"("action": "exit", "code": 7)"));
     const auto control = Connect();
-    EXPECT_THAT(Thrown<apigen::PeerGoneError>([&] { control->GetProductInfo(); }).what(), HasSubstr("7"));
+    EXPECT_THAT(Thrown<apigen::PeerGoneError>([&] { control->GetProductInfo(); }).what(),
+                HasSubstr("status 7"));
     Thrown<apigen::PeerGoneError>([&] { control->GetSessionId(); });
 }
 
 TEST_F(AMisbehavingAgent, ThatIsKilledIsReportedGoneWithItsSignal) {
     Script(RuleFor("GetProductInfo", R"("action": "kill")"));
     const auto control = Connect();
-    EXPECT_THAT(Thrown<apigen::PeerGoneError>([&] { control->GetProductInfo(); }).what(), HasSubstr("9"));
+    EXPECT_THAT(Thrown<apigen::PeerGoneError>([&] { control->GetProductInfo(); }).what(),
+                HasSubstr("signal 9"));
 }
 
 TEST_F(AMisbehavingAgent, ThatPrintsGarbageIsQuoted) {
@@ -107,7 +121,7 @@ TEST_F(AMisbehavingAgent, FailsBeforeTheFirstCall) {
     Script(RuleFor("greeting", R"("action": "throw", "message": "not today")"));
     EXPECT_STREQ(Thrown<CGenericException>([] { Connect(); }).what(), "not today");
     Script(RuleFor("greeting", R"("action": "exit", "code": 3)"));
-    EXPECT_THAT(Thrown<apigen::PeerGoneError>([] { Connect(); }).what(), HasSubstr("3"));
+    EXPECT_THAT(Thrown<apigen::PeerGoneError>([] { Connect(); }).what(), HasSubstr("status 3"));
     Script(RuleFor("greeting", R"("action": "garbage", "message": "no such option\n")"));
     EXPECT_THAT(Thrown<apigen::BrokenMessageError>([] { Connect(); }).what(), HasSubstr("no such option"));
     Script(RuleFor("greeting", R"("action": "delay", "ms": 30000)"));
