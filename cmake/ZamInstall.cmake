@@ -9,9 +9,7 @@ set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/zamclientlib")
 
 # Relative run paths: an installed tree works from wherever it stands. A distribution's package, whose
 # libraries stand on the system's path, configures with -DCMAKE_SKIP_INSTALL_RPATH=ON.
-file(RELATIVE_PATH bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
 set_target_properties(${libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
-set_target_properties(${programs} PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
 
 install(TARGETS ${libraries} EXPORT zamclientlibTargets
         LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
