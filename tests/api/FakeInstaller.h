@@ -5,31 +5,14 @@
 
 #include <zamclientlib/Installer.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tests/api/FakeJournal.h"
+
 namespace zamtest {
-
-/// Where the calls end up; shared by all objects of one service.
-struct SJournal {
-    std::vector<std::string> Calls;
-    std::vector<std::string> Ends;                   ///< the objects that were destroyed, in order
-    std::function<void(const std::string&)> OnCall;  ///< may throw; gets the call as it was noted
-    std::function<void(const std::string&)> OnEnd;
-
-    void Note(const std::string& call) {
-        Calls.push_back(call);
-        if (OnCall) OnCall(call);
-    }
-    void NoteEnd(const std::string& name) {
-        Ends.push_back(name);
-        if (OnEnd) OnEnd(name);
-    }
-};
-using Journal = std::shared_ptr<SJournal>;
 
 inline std::string Joined(const std::vector<std::string>& texts) {
     std::string all;

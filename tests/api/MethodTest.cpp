@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The table of the methods, and every proxy method against its golden request and response.
+#include <zamclientlib/AgentProxies.h>
 #include <zamclientlib/InstallerProxies.h>
 
 #include <gmock/gmock.h>
@@ -9,12 +10,21 @@
 #include <charconv>
 #include <map>
 #include <set>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <vector>
 
+#include "src/AgentMethods.h"
 #include "src/InstallerMethods.h"
 #include "src/ProxyCall.h"
 #include "tests/api/CScriptedInvoker.h"
-#include "tests/api/Exchanges.h"
+#include "tests/api/ExchangesAgent.h"
+#include "tests/api/ExchangesInstaller.h"
 #include "tests/api/Folder.h"
+#include "tests/api/MethodTable.h"
 #include "tests/api/TypeNames.h"
 
 namespace zamtest {
@@ -66,7 +76,7 @@ std::string Declaration(const Method<I, Pointer, R, A...>& method) {
 }
 
 template <class I>
-class MethodTable : public testing::Test {};
+class Methods : public testing::Test {};
 
 struct SInterfaceNames {
     template <class I>
@@ -75,14 +85,14 @@ struct SInterfaceNames {
     }
 };
 
-TYPED_TEST_SUITE(MethodTable, AllInterfaces, SInterfaceNames);
+TYPED_TEST_SUITE(Methods, InterfacesOfBothTools, SInterfaceNames);
 
-TYPED_TEST(MethodTable, HasSignaturesThatFollowFromTheMembersAndTheKeys) {
+TYPED_TEST(Methods, HasSignaturesThatFollowFromTheMembersAndTheKeys) {
     MethodsOf<TypeParam>::ForEach(
         [](const auto& method) { EXPECT_EQ(method.Signature, Declaration(method)); });
 }
 
-TYPED_TEST(MethodTable, HasIdsOfANameAndA64BitNumber) {
+TYPED_TEST(Methods, HasIdsOfANameAndA64BitNumber) {
     MethodsOf<TypeParam>::ForEach([](const auto& method) {
         const std::size_t mark = method.Id.rfind('_');
         ASSERT_NE(mark, std::string_view::npos) << method.Id;
@@ -94,7 +104,7 @@ TYPED_TEST(MethodTable, HasIdsOfANameAndA64BitNumber) {
     });
 }
 
-TYPED_TEST(MethodTable, HasUniqueIdsAndUniqueKeysWithinAMethod) {
+TYPED_TEST(Methods, HasUniqueIdsAndUniqueKeysWithinAMethod) {
     std::set<std::string_view> ids;
     MethodsOf<TypeParam>::ForEach([&ids](const auto& method) {
         EXPECT_TRUE(ids.insert(method.Id).second) << method.Id;
@@ -107,26 +117,44 @@ TYPED_TEST(MethodTable, HasUniqueIdsAndUniqueKeysWithinAMethod) {
     EXPECT_FALSE(ids.empty());
 }
 
-std::map<std::string, int> IdsOfAllInterfaces() {
-    std::map<std::string, int> ids;
-    const auto count = [&ids](const auto& method) { ++ids[std::string(method.Id)]; };
-#define ZAM_COUNT_IDS(type) MethodsOf<zamclientlib::type>::ForEach(count);
-    ZAM_FOR_EACH_INTERFACE(ZAM_COUNT_IDS)
-    return ids;
+TYPED_TEST(Methods, AreTheAgreedOnesInTheirOrder) {
+    using Row = std::tuple<std::string, std::string, std::vector<std::string>>;
+    std::vector<Row> agreed;
+    for (const SMethodRow& row : MethodTable) {
+        if (row.Interface == TypeName<TypeParam>()) agreed.emplace_back(row.Id, row.Signature, row.Keys);
+    }
+    std::vector<Row> described;
+    MethodsOf<TypeParam>::ForEach([&described](const auto& method) {
+        described.emplace_back(method.Id, method.Signature,
+                               std::vector<std::string>(method.Keys.begin(), method.Keys.end()));
+    });
+    EXPECT_FALSE(agreed.empty());
+    EXPECT_EQ(described, agreed);
 }
 
-TEST(MethodTables, ShareNoIdBetweenInterfaces) {
-    for (const auto& [id, times] : IdsOfAllInterfaces())
-        EXPECT_EQ(times, 1) << id;
+TEST(MethodTables, ShareNoIdBetweenInterfacesButThatOfTheSession) {
+    std::map<std::string_view, int> ids;
+    const auto count = [&ids](const auto& method) { ++ids[method.Id]; };
+#define ZAM_COUNT_IDS(type) MethodsOf<zamclientlib::type>::ForEach(count);
+    ZAM_FOR_EACH_OF_ALL_INTERFACES(ZAM_COUNT_IDS)
+    EXPECT_EQ(ids.size(), 78U);
+    for (const auto& [id, times] : ids)
+        EXPECT_EQ(times, id == "GetSessionId_16415403617493696513" ? 2 : 1) << id;
 }
 
 TEST(MethodTables, HaveAGoldenExchangeForEachMethod) {
     std::set<std::string> tested;
-    for (const SExchange& exchange : Exchanges)
-        tested.insert(apigen::CXmlData::Unserialize(exchange.Request)->GetString("__method"));
+    for (const auto& exchanges : {InstallerExchanges, AgentExchanges}) {
+        for (const SExchange& exchange : exchanges) {
+            const std::string interface(exchange.Name.substr(0, exchange.Name.find('_')));
+            tested.insert(interface + ' ' +
+                          apigen::CXmlData::Unserialize(exchange.Request)->GetString("__method"));
+        }
+    }
     std::set<std::string> all;
-    for (const auto& [id, times] : IdsOfAllInterfaces())
-        all.insert(id);
+    for (const SMethodRow& row : MethodTable)
+        all.insert(row.Interface + ' ' + row.Id);
+    EXPECT_EQ(all.size(), 79U);
     EXPECT_EQ(tested, all);
 }
 
@@ -134,11 +162,19 @@ SObjects ProxiesOn(const std::shared_ptr<CScriptedInvoker>& invoker) {
     return {std::make_shared<ITarvoInstaller_Proxy>(invoker, Handle{1}),
             std::make_shared<IPackageManager_Proxy>(invoker, Handle{2}),
             std::make_shared<IService_Proxy>(invoker, Handle{3}),
-            std::make_shared<IZAMDeployer_Proxy>(invoker, Handle{4})};
+            std::make_shared<IZAMDeployer_Proxy>(invoker, Handle{4}),
+            std::make_shared<IZamControl_Proxy>(invoker, Handle{1}),
+            std::make_shared<IZamProduct_Proxy>(invoker, Handle{2}),
+            std::make_shared<IBackupJob_Proxy>(invoker, Handle{3}),
+            std::make_shared<IBackupJobSession_Proxy>(invoker, Handle{4}),
+            std::make_shared<IRepositoryManager_Proxy>(invoker, Handle{5}),
+            std::make_shared<IBackupServerManager_Proxy>(invoker, Handle{6}),
+            std::make_shared<ICloudServiceProviderManager_Proxy>(invoker, Handle{7})};
 }
 
 class ProxyMethod : public testing::TestWithParam<SExchange> {};
-INSTANTIATE_TEST_SUITE_P(Of, ProxyMethod, testing::ValuesIn(Exchanges), SExchangeName());
+INSTANTIATE_TEST_SUITE_P(OfInstaller, ProxyMethod, testing::ValuesIn(InstallerExchanges), SExchangeName());
+INSTANTIATE_TEST_SUITE_P(OfAgent, ProxyMethod, testing::ValuesIn(AgentExchanges), SExchangeName());
 
 TEST_P(ProxyMethod, SendsItsRequestAndReadsItsResponse) {
     const auto invoker = std::make_shared<CScriptedInvoker>();
@@ -152,19 +188,17 @@ TEST_P(ProxyMethod, ReportsAnInternalErrorWithItsSignatureAndStaysUsable) {
     const auto invoker = std::make_shared<CScriptedInvoker>();
     const SObjects proxies = ProxiesOn(invoker);
     const std::string method = apigen::CXmlData::Unserialize(GetParam().Request)->GetString("__method");
-    std::string signature;
-    const auto find = [&](const auto& candidate) {
-        if (candidate.Id == method) signature = candidate.Signature;
-    };
-#define ZAM_FIND_SIGNATURE(type) MethodsOf<zamclientlib::type>::ForEach(find);
-    ZAM_FOR_EACH_INTERFACE(ZAM_FIND_SIGNATURE)
+    const auto row = std::find_if(MethodTable.begin(), MethodTable.end(),
+                                  [&](const SMethodRow& candidate) { return candidate.Id == method; });
+    ASSERT_NE(row, MethodTable.end());
     invoker->Responses = {"<Data><__api_internal_err><msg>no luck</msg></__api_internal_err></Data>",
                           GetParam().Response};
     try {
         GetParam().Act(proxies);
         ADD_FAILURE();
     } catch (const apigen::ApiInternalError& error) {
-        EXPECT_EQ(error.what(), "Method call " + signature + " ended up with internal API error: no luck");
+        EXPECT_EQ(error.what(),
+                  "Method call " + row->Signature + " ended up with internal API error: no luck");
     }
     EXPECT_EQ(GetParam().Act(proxies), GetParam().Result);
 }
@@ -263,6 +297,102 @@ TEST(Proxy, KeepsOrderAndZerosOfAListOfObjects) {
         EXPECT_NE(folders[0], folders[2]);
     }
     EXPECT_EQ(invoker->Releases.size(), 3U);
+}
+
+/// The handle behind `object`, which must be a `P` on `invoker`.
+template <class P, class I>
+std::uint64_t HandleIn(const std::shared_ptr<I>& object, const std::shared_ptr<CScriptedInvoker>& invoker) {
+    const auto* const proxy = dynamic_cast<P*>(object.get());
+    if (proxy == nullptr) throw std::logic_error("not that class of proxy");
+    EXPECT_EQ(proxy->GetInvoker(), invoker);
+    return proxy->GetHandle().Value;
+}
+
+TEST(Proxy, OfEachAgentInterfaceIsMadeByTheMethodsThatReturnIt) {
+    const auto invoker = std::make_shared<CScriptedInvoker>();
+    const SObjects o = ProxiesOn(invoker);
+    for (int handle = 21; handle <= 29; ++handle)
+        invoker->Responses.push_back("<Data><__handle>" + std::to_string(handle) + "</__handle></Data>");
+    EXPECT_EQ(HandleIn<IZamProduct_Proxy>(o.Control->RequestControl({}, true), invoker), 21U);
+    EXPECT_EQ(HandleIn<IBackupJob_Proxy>(o.Product->FindBackupJob({}), invoker), 22U);
+    EXPECT_EQ(HandleIn<IBackupJob_Proxy>(o.Product->CreateBackupJob({}), invoker), 23U);
+    EXPECT_EQ(HandleIn<IBackupJobSession_Proxy>(o.Product->FindBackupJobSessionById({}), invoker), 24U);
+    EXPECT_EQ(HandleIn<IBackupServerManager_Proxy>(o.Product->GetBackupServerManager(), invoker), 25U);
+    EXPECT_EQ(
+        HandleIn<ICloudServiceProviderManager_Proxy>(o.Product->GetCloudServiceProviderManager(), invoker),
+        26U);
+    EXPECT_EQ(HandleIn<IRepositoryManager_Proxy>(o.Product->GetRepositoryManager(), invoker), 27U);
+    EXPECT_EQ(HandleIn<IBackupJobSession_Proxy>(o.Job->Start({}), invoker), 28U);
+    EXPECT_EQ(HandleIn<IBackupJobSession_Proxy>(o.Job->FindLastBackupJobSession(), invoker), 29U);
+    EXPECT_EQ(invoker->Releases.size(), 9U);
+}
+
+TEST(Proxy, OfAJobOrSessionInAListHasItsHandleInOrderZeroIncluded) {
+    const auto invoker = std::make_shared<CScriptedInvoker>();
+    const SObjects o = ProxiesOn(invoker);
+    const auto handlesIn = [&]<class P>(std::type_identity<P> /*class*/, const auto& list) {
+        std::vector<std::uint64_t> handles;
+        for (const auto& object : list)
+            handles.push_back(HandleIn<P>(object, invoker));
+        return handles;
+    };
+    const std::string list =
+        "<Data><__handle><item>31</item></__handle><__handle><item>0</item></__handle>"
+        "<__handle><item>30</item></__handle></Data>";
+    invoker->Responses = {list, list, list};
+    constexpr std::type_identity<IBackupJob_Proxy> job;
+    constexpr std::type_identity<IBackupJobSession_Proxy> session;
+    EXPECT_THAT(handlesIn(job, o.Product->GetBackupJobs()), ElementsAre(31, 0, 30));
+    EXPECT_THAT(handlesIn(session, o.Job->GetBackupJobSessions()), ElementsAre(31, 0, 30));
+    EXPECT_THAT(handlesIn(session, o.Job->GetBackupJobSessions(5)), ElementsAre(31, 0, 30));
+}
+
+TEST(Proxy, ReadsNothingFromTheAnswerToAMethodWithoutAResult) {
+    const auto invoker = std::make_shared<CScriptedInvoker>();
+    const SObjects o = ProxiesOn(invoker);
+    for (const char* const answer : {"<Data/>", "<Data><__result><a/></__result></Data>",
+                                     "<Data><__handle>5</__handle></Data>", "<R>text</R>"}) {
+        invoker->Responses = {answer, answer, answer};
+        o.Repositories->DeleteRepository({});
+        o.Servers->ResyncBackupServerRepositoriesList({});
+        o.Providers->ResyncCloudRepositoriesList({});
+    }
+    EXPECT_EQ(invoker->Requests.size(), 12U);
+    EXPECT_THAT(invoker->Releases, IsEmpty());
+}
+
+TEST(Proxy, SendsTheSameSessionCallToControlAndProductButForTheHandle) {
+    const auto invoker = std::make_shared<CScriptedInvoker>();
+    const SObjects o = ProxiesOn(invoker);
+    const std::string answer = "<Data><__result>{0000000a-0000-0000-0000-000000000000}</__result></Data>";
+    invoker->Responses = {answer, answer};
+    EXPECT_EQ(o.Control->GetSessionId(), IdOf(10));
+    EXPECT_EQ(o.Product->GetSessionId(), IdOf(10));
+    EXPECT_THAT(invoker->Requests,
+                ElementsAre("<Data><__handle>1</__handle><__method>GetSessionId_16415403617493696513"
+                            "</__method></Data>",
+                            "<Data><__handle>2</__handle><__method>GetSessionId_16415403617493696513"
+                            "</__method></Data>"));
+}
+
+TEST(Proxy, OfTheProductOutlivesThatOfControl) {
+    const auto invoker = std::make_shared<CScriptedInvoker>();
+    std::shared_ptr<IZamControl> control = std::make_shared<IZamControl_Proxy>(invoker, Handle{1});
+    invoker->Responses = {"<Data><__handle>2</__handle></Data>", "<Data><__result>true</__result></Data>"};
+    const auto product = control->RequestControl({}, false);
+    control.reset();
+    EXPECT_THAT(invoker->Releases,
+                ElementsAre("<Data><__handle>1</__handle><__method>__dtr</__method></Data>"));
+    EXPECT_TRUE(product->DeleteBackupJob({}));
+}
+
+TEST(Proxy, KeepsTheAgreedConstness) {
+    EXPECT_FALSE(IsConstMember<decltype(&IZamProduct::IsSchedulerAllowedToRunJobs)>);
+    EXPECT_FALSE(IsConstMember<decltype(&IBackupJob::Enable)>);
+    EXPECT_FALSE(IsConstMember<decltype(&IBackupJob::Disable)>);
+    EXPECT_FALSE(IsConstMember<decltype(&IBackupJobSession::Stop)>);
+    EXPECT_TRUE(IsConstMember<decltype(&IZamControl::GrabLogs)>);
+    EXPECT_TRUE(IsConstMember<decltype(&IPackageManager::RemovePackages)>);
 }
 
 TEST(Proxy, CarriesListsOfRecordsBothWays) {

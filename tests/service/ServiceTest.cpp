@@ -2,18 +2,26 @@
 // The service's end: golden requests reach the implementation, its results and failures become golden
 // responses, and nothing that a client sends does more harm than an error.
 #include <apigen/ApiException.h>
+#include <apigen/CXmlData.h>
 #include <zamclientlib/Exceptions.h>
 #include <zamservice/Service.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <stdexcept>
+#include <string>
+#include <tuple>
+#include <vector>
 
 #include "service/Dispatcher.h"
-#include "tests/api/Exchanges.h"
+#include "tests/api/ExchangesAgent.h"
+#include "tests/api/ExchangesInstaller.h"
+#include "tests/api/FakeAgent.h"
 #include "tests/api/FakeInstaller.h"
 #include "tests/api/Folder.h"
+#include "tests/api/MethodTable.h"
 
 namespace zamtest {
 namespace {
@@ -52,24 +60,88 @@ protected:
     CService m_service{std::make_shared<CFakeInstaller>(m_journal)};
 };
 
-class ServiceMethod : public Service, public testing::WithParamInterface<SExchange> {};
-INSTANTIATE_TEST_SUITE_P(Of, ServiceMethod, testing::ValuesIn(Exchanges), SExchangeName());
+/// A service with an object of each of its interfaces.
+struct SPeer {
+    CService (*Serve)(const Journal&);
+    std::vector<std::string> Openers;  ///< make the objects after the root
+};
+
+const SPeer Installer{
+    [](const Journal& journal) { return CService(std::make_shared<CFakeInstaller>(journal)); },
+    {Request("", 1, "GetPackageManager_1628991831313356514"),
+     Request("", 1, "GetZAMService_7046161401573418507"),
+     Request("", 1, "GetZAMDeployer_6155923443671149866")}};
+
+const SPeer Agent{[](const Journal& journal) { return CService(std::make_shared<CFakeControl>(journal)); },
+                  {Request("<owner><Id/><Name/><Type/><Mode/></owner><force>true</force>", 1,
+                           "RequestControl_6119236697561886250"),
+                   Request("<jobId/>", 2, "FindBackupJob_4084348374974690072"),
+                   Request("<sessionId/>", 2, "FindBackupJobSessionById_15412784075075618450"),
+                   Request("", 2, "GetRepositoryManager_2746857695984253270"),
+                   Request("", 2, "GetBackupServerManager_16091826026671291548"),
+                   Request("", 2, "GetCloudServiceProviderManager_16327512121101421528")}};
+
+class ServiceMethod : public testing::TestWithParam<std::tuple<const SPeer*, SExchange>> {
+protected:
+    ServiceMethod() : m_service(Peer().Serve(m_journal)) {
+        for (const std::string& opener : Peer().Openers)
+            m_service.Answer(opener);
+        m_journal->Calls.clear();
+        m_journal->HasNothing = Exchange().HasNothing;
+    }
+
+    static const SPeer& Peer() { return *std::get<0>(GetParam()); }
+    static const SExchange& Exchange() { return std::get<1>(GetParam()); }
+
+    Journal m_journal = std::make_shared<SJournal>();
+    CService m_service;
+};
+
+std::string NameOfExchange(const testing::TestParamInfo<ServiceMethod::ParamType>& info) {
+    return std::string(std::get<1>(info.param).Name);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfInstaller, ServiceMethod,
+                         testing::Combine(testing::Values(&Installer), testing::ValuesIn(InstallerExchanges)),
+                         NameOfExchange);
+INSTANTIATE_TEST_SUITE_P(OfAgent, ServiceMethod,
+                         testing::Combine(testing::Values(&Agent), testing::ValuesIn(AgentExchanges)),
+                         NameOfExchange);
 
 TEST_P(ServiceMethod, IsCalledByItsRequestAndAnsweredByItsResponse) {
-    MakeObjects();
-    EXPECT_EQ(Ask(GetParam().Request), GetParam().Response);
-    EXPECT_THAT(m_journal->Calls, ElementsAre(GetParam().Call));
+    EXPECT_EQ(m_service.Answer(Exchange().Request), Exchange().Response);
+    EXPECT_THAT(m_journal->Calls, ElementsAre(Exchange().Call));
 }
 
 TEST_P(ServiceMethod, AnswersAFailureOfItsImplementationAndGoesOn) {
-    MakeObjects();
+    const std::size_t objects = m_service.ObjectCount();
+    EXPECT_EQ(objects, Peer().Openers.size() + 1);
     m_journal->OnCall = [](const std::string&) { throw zamclientlib::CJobIsRunning("not now"); };
-    EXPECT_EQ(Ask(GetParam().Request),
+    EXPECT_EQ(m_service.Answer(Exchange().Request),
               "<Data><__exception_obj><type>CJobIsRunning</type><Exception><ApiException>"
               "<exc_msg>not now</exc_msg></ApiException></Exception></__exception_obj></Data>");
-    EXPECT_EQ(m_service.ObjectCount(), 4U);
+    EXPECT_EQ(m_service.ObjectCount(), objects);
     m_journal->OnCall = nullptr;
-    EXPECT_EQ(Ask(GetParam().Request), GetParam().Response);
+    EXPECT_EQ(m_service.Answer(Exchange().Request), Exchange().Response);
+}
+
+TEST_P(ServiceMethod, NamesEachArgumentThatIsMissingAndCallsNothing) {
+    const auto request = apigen::CXmlData::Unserialize(Exchange().Request);
+    const auto row = std::find_if(MethodTable.begin(), MethodTable.end(), [&](const SMethodRow& candidate) {
+        return candidate.Id == request->GetString("__method");
+    });
+    ASSERT_NE(row, MethodTable.end());
+    if (row->Signature.find("(std::vector<") != std::string::npos) return;  // a list may be empty
+    for (const std::string& key : row->Keys) {
+        std::string misspelt = Exchange().Request;
+        const std::string begin = '<' + key;
+        misspelt.insert(misspelt.find(begin) + 1, "x");
+        const std::size_t end = misspelt.find("</" + key + '>');
+        if (end != std::string::npos) misspelt.insert(end + 2, "x");
+        EXPECT_THAT(m_service.Answer(misspelt),
+                    AllOf(StartsWith("<Data><__api_internal_err><msg>"), HasSubstr(key)));
+    }
+    EXPECT_THAT(m_journal->Calls, IsEmpty());
 }
 
 TEST_F(Service, GreetsWithItsRoot) {
