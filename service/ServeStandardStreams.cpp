@@ -49,8 +49,7 @@ CDescriptor OpenNull() {
 class CStandardStreams {
 public:
     CStandardStreams()
-        : m_input(TakeOver(STDIN_FILENO, OpenNull().Get())),
-          m_output(TakeOver(STDOUT_FILENO, STDERR_FILENO)) {}
+        : m_in(TakeOver(STDIN_FILENO, OpenNull().Get())), m_out(TakeOver(STDOUT_FILENO, STDERR_FILENO)) {}
 
     /// Reads one message; false when the input ended before one began.
     bool Read(std::string& message) {
@@ -81,18 +80,24 @@ public:
         return true;
     }
 
+    /// Queues one message; it goes out, with those before it, before the service waits for more input at the
+    /// latest.
     void Write(const std::string& message) {
-        m_frame.clear();
         for (std::size_t i = 0; i < HeaderBytes; ++i) {
-            m_frame += static_cast<char>(message.size() >> 8 * i);
+            m_output += static_cast<char>(message.size() >> 8 * i);
         }
-        // A small message goes out in one piece, which is cheaper; a large one is not copied for that.
         if (message.size() <= MinStep) {
-            WriteBytes(m_frame.append(message));
+            m_output += message;
+            if (m_output.size() > MinStep) Flush();
         } else {
-            WriteBytes(m_frame);
+            Flush();
             WriteBytes(message);
         }
+    }
+
+    void Flush() {
+        WriteBytes(m_output);
+        m_output.clear();
     }
 
 private:
@@ -101,7 +106,7 @@ private:
 
     void WriteBytes(std::string_view bytes) {
         while (!bytes.empty()) {
-            const ssize_t written = ::write(m_output.Get(), bytes.data(), bytes.size());
+            const ssize_t written = ::write(m_out.Get(), bytes.data(), bytes.size());
             if (written < 0 && errno == EINTR) continue;
             if (written < 0) ThrowErrno("Writing an answer");
             bytes.remove_prefix(static_cast<std::size_t>(written));
@@ -114,7 +119,7 @@ private:
         while (done < count) {
             if (m_begin == m_end && !Fill()) break;
             const std::size_t piece = std::min(count - done, m_end - m_begin);
-            std::memcpy(into + done, m_buffer.data() + m_begin, piece);
+            std::memcpy(into + done, m_input.data() + m_begin, piece);
             m_begin += piece;
             done += piece;
         }
@@ -122,8 +127,9 @@ private:
     }
 
     bool Fill() {
+        Flush();
         while (true) {
-            const ssize_t got = ::read(m_input.Get(), m_buffer.data(), m_buffer.size());
+            const ssize_t got = ::read(m_in.Get(), m_input.data(), m_input.size());
             if (got < 0 && errno == EINTR) continue;
             if (got < 0) ThrowErrno("Reading a request");
             m_begin = 0;
@@ -132,10 +138,10 @@ private:
         }
     }
 
-    CDescriptor m_input;
-    CDescriptor m_output;
-    std::string m_buffer = std::string(MinStep, '\0');
-    std::string m_frame;
+    CDescriptor m_in;
+    CDescriptor m_out;
+    std::string m_input = std::string(MinStep, '\0');
+    std::string m_output;  // messages that wait to be sent
     std::size_t m_begin = 0;
     std::size_t m_end = 0;
 };
@@ -157,12 +163,18 @@ int ServeStandardStreams(const std::function<CService()>& makeService, const Ans
         } catch (const std::exception& error) {
             std::cerr << "Can't serve: " << error.what() << std::endl;
             streams.Write(apigen::CXmlData::Serialize(*Failure(error)));
+            streams.Flush();
             return 1;
         }
         streams.Write(service->Greeting());
         std::string request;
+        // An answer that says nothing, as that of a release, may wait for those behind it: clients send
+        // releases by the thousand and don't wait for their answers.
+        const std::string nothing = apigen::CXmlData::Serialize(*apigen::CXmlData::CreateNew());
         while (streams.Read(request)) {
-            streams.Write(answer(*service, request));
+            const std::string text = answer(*service, request);
+            streams.Write(text);
+            if (text != nothing) streams.Flush();
         }
         return 0;
     } catch (const std::exception& error) {
