@@ -28,6 +28,7 @@ std::shared_ptr<IData> ProxyBase::InvokeMethod(const std::string& methodId, cons
     request->SetString(envelope::HandleKey, std::string(FormatNumber(m_handle.Value, buffer)));
     request->SetString(envelope::MethodKey, methodId);
     auto response = m_invoker->Invoke(std::move(request));
+    if (response == nullptr) throw ApiInternalError("Method call " + signature + " got no response");
     envelope::ThrowIfFailed(*response, *m_invoker, "Method call ", signature);
     return response;
 }

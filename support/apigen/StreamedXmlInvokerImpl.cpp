@@ -59,7 +59,7 @@ public:
             m_lostCause = error.what();
             if (m_lostCause.empty()) m_lostCause = "unknown";
             owner.OnStreamLost();
-            if (m_logger != nullptr) m_logger->Error("The connection is given up.", error);
+            Log(error);
             throw;
         }
     }
@@ -67,6 +67,14 @@ public:
     std::shared_ptr<IApiExceptionGenerator> Generator() const { return m_generator; }
 
 private:
+    /// A logger that fails must not hide what there was to log.
+    void Log(std::exception& error) noexcept {
+        try {
+            if (m_logger != nullptr) m_logger->Error("The connection is given up.", error);
+        } catch (...) {
+        }
+    }
+
     /// The method stands last in a request, so its text ends alike for all releases.
     static bool IsRelease(std::string_view text) {
         static const std::string ending = [] {
