@@ -59,6 +59,7 @@ using AnswerFunction = std::function<std::string(CService& service, const std::s
 
 /// As above, for a service that has a say in its answers: to watch, to delay, to change them.
 /// \param answer when it throws, the connection ends
-int ServeStandardStreams(const std::function<CService()>& makeService, const AnswerFunction& answer);
+APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService,
+                                    const AnswerFunction& answer);
 
 }  // namespace zamservice
