@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <regex>
 #include <set>
 #include <thread>
 #include <type_traits>
@@ -46,9 +45,9 @@ void CollectEnumKeys(std::set<std::string>& keys, std::string_view key = {}) {
     }
 }
 
-/// The answer with every enumeration of its records set to the unknown member.
-std::string WithUnknownEnums(const std::string& answer) {
-    static const std::regex pattern = [] {
+/// The keys of all enumerations in answers.
+const std::set<std::string>& EnumKeys() {
+    static const std::set<std::string> all = [] {
         std::set<std::string> keys;
         CollectEnumKeys<zamclientlib::SZamControlOwnerInfo>(keys);
         CollectEnumKeys<zamclientlib::SBackupJobConfigurationInfo>(keys);
@@ -58,13 +57,27 @@ std::string WithUnknownEnums(const std::string& answer) {
         CollectEnumKeys<zamclientlib::SResolveObjectInfo>(keys);
         CollectEnumKeys<zamclientlib::SRestoreOib>(keys);
         CollectEnumKeys<zamclientlib::SBackupRepositoryInfo>(keys);
-        std::string any;
-        for (const auto& key : keys) {
-            any += (any.empty() ? "" : "|") + key;
-        }
-        return std::regex("(<(" + any + ")>(<opt>)?)-?[0-9]+(?=<)");
+        return keys;
     }();
-    return std::regex_replace(answer, pattern, std::string("$01") + UnknownMember);
+    return all;
+}
+
+/// Replaces each number that stands right behind `opening`.
+void ReplaceNumbersBehind(std::string& text, const std::string& opening, std::string_view number) {
+    for (auto at = text.find(opening); at != std::string::npos; at = text.find(opening, at)) {
+        at += opening.size();
+        const auto end = text.find_first_not_of("-0123456789", at);
+        if (end != at && end != std::string::npos) text.replace(at, end - at, number);
+    }
+}
+
+/// The answer with every enumeration of its records set to the unknown member.
+std::string WithUnknownEnums(std::string answer) {
+    for (const auto& key : EnumKeys()) {
+        ReplaceNumbersBehind(answer, "<" + key + ">", UnknownMember);
+        ReplaceNumbersBehind(answer, "<" + key + "><opt>", UnknownMember);
+    }
+    return answer;
 }
 
 template <class E>
