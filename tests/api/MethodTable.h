@@ -14,17 +14,6 @@
 
 namespace zamtest {
 
-#define ZAM_FOR_EACH_AGENT_INTERFACE(apply)                                          \
-    apply(IZamControl) apply(IZamProduct) apply(IBackupJob) apply(IBackupJobSession) \
-        apply(IRepositoryManager) apply(IBackupServerManager) apply(ICloudServiceProviderManager)
-#define ZAM_FOR_EACH_OF_ALL_INTERFACES(apply) \
-    ZAM_FOR_EACH_INTERFACE(apply) ZAM_FOR_EACH_AGENT_INTERFACE(apply)
-
-using InterfacesOfBothTools = SWithoutFirst<void ZAM_FOR_EACH_OF_ALL_INTERFACES(ZAM_TYPE_AFTER_COMMA)>::Type;
-
-ZAM_FOR_EACH_AGENT_INTERFACE(ZAM_TYPE_NAME)
-ZAM_TYPE_NAME_AS(zamclientlib::usn_t, "usn_t")
-
 struct SMethodRow {
     std::string Interface;
     std::string Id;

@@ -85,7 +85,7 @@ struct SInterfaceNames {
     }
 };
 
-TYPED_TEST_SUITE(Methods, InterfacesOfBothTools, SInterfaceNames);
+TYPED_TEST_SUITE(Methods, AllInterfaces, SInterfaceNames);
 
 TYPED_TEST(Methods, HasSignaturesThatFollowFromTheMembersAndTheKeys) {
     MethodsOf<TypeParam>::ForEach(
@@ -136,7 +136,7 @@ TEST(MethodTables, ShareNoIdBetweenInterfacesButThatOfTheSession) {
     std::map<std::string_view, int> ids;
     const auto count = [&ids](const auto& method) { ++ids[method.Id]; };
 #define ZAM_COUNT_IDS(type) MethodsOf<zamclientlib::type>::ForEach(count);
-    ZAM_FOR_EACH_OF_ALL_INTERFACES(ZAM_COUNT_IDS)
+    ZAM_FOR_EACH_INTERFACE(ZAM_COUNT_IDS)
     EXPECT_EQ(ids.size(), 78U);
     for (const auto& [id, times] : ids)
         EXPECT_EQ(times, id == "GetSessionId_16415403617493696513" ? 2 : 1) << id;

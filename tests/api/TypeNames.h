@@ -5,6 +5,7 @@
 
 #include <apigen/Guid.h>
 #include <apigen/Optional.h>
+#include <zamclientlib/Control.h>
 #include <zamclientlib/Installer.h>
 
 #include <gtest/gtest.h>
@@ -19,8 +20,10 @@
 
 namespace zamtest {
 
-#define ZAM_FOR_EACH_INTERFACE(apply) \
-    apply(ITarvoInstaller) apply(IZAMDeployer) apply(IService) apply(IPackageManager)
+#define ZAM_FOR_EACH_INTERFACE(apply)                                                             \
+    apply(IZamControl) apply(IZamProduct) apply(IBackupJob) apply(IBackupJobSession)              \
+        apply(IRepositoryManager) apply(IBackupServerManager) apply(ICloudServiceProviderManager) \
+            apply(ITarvoInstaller) apply(IZAMDeployer) apply(IService) apply(IPackageManager)
 
 template <class First, class... Rest>
 struct SWithoutFirst {
@@ -45,6 +48,7 @@ struct STypeName;
 ZAM_FOR_EACH_RECORD(ZAM_TYPE_NAME)
 ZAM_FOR_EACH_ENUM(ZAM_TYPE_NAME)
 ZAM_FOR_EACH_INTERFACE(ZAM_TYPE_NAME)
+ZAM_TYPE_NAME_AS(zamclientlib::usn_t, "usn_t")
 ZAM_TYPE_NAME_AS(void, "void")
 ZAM_TYPE_NAME_AS(bool, "bool")
 ZAM_TYPE_NAME_AS(std::string, "std::string")
