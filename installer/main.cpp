@@ -3,15 +3,11 @@
 //
 // No signal is handled here: SIGTERM ends the tool at once, and a package operation that is under way goes
 // on to its end in its own session.
-#include <apigen/CXmlData.h>
-#include <apigen/Serialize.h>
 #include <zamclientlib/CSimpleLogger.h>
-#include <zamclientlib/CommonRecords.h>
 #include <zamservice/Service.h>
 
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <memory>
@@ -23,20 +19,11 @@
 namespace {
 
 constexpr int usageError = 2;
-constexpr zamclientlib::SVersion protocolVersion{2, 0, 0, 0};
 
 // A bare name: the log stands in the product's own folder and nowhere else.
 std::string CheckLogName(const std::string& name) {
     const bool isBare = !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
     return isBare ? "" : "it must be a file name without a folder";
-}
-
-int PrintProtocolVersion() {
-    const auto document = apigen::CXmlData::CreateNew();
-    apigen::Serialize(*document, "SCompatibilityInfo", zamclientlib::SCompatibilityInfo{protocolVersion});
-    const std::string text = apigen::CXmlData::Serialize(*document);
-    const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-    return isWritten && std::fflush(stdout) == 0 ? 0 : 1;
 }
 
 int Serve(const std::string& root, const std::string& logName) {
@@ -53,6 +40,7 @@ int Run(int argc, char** argv) {
     app.set_version_flag("--version", "tarvoinstaller " ZAM_VERSION);
     // Whether one was given is asked below: asked by the parser, a misspelt one would go unnamed.
     app.require_subcommand(0, 1);
+    app.fallthrough();  // --root may stand behind the subcommand too
 
     std::string root = "/";
     app.add_option("--root", root, "Manage the system in this folder instead of the running one")
@@ -77,7 +65,7 @@ int Run(int argc, char** argv) {
         std::cerr << "tarvoinstaller: " << error.what() << "\n\n" << app.help();
         return usageError;
     }
-    return version->parsed() ? PrintProtocolVersion() : Serve(root, logName);
+    return version->parsed() ? zamservice::PrintProtocolVersion() : Serve(root, logName);
 }
 
 }  // namespace

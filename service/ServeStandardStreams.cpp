@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apigen/ApiException.h>
 #include <apigen/CXmlData.h>
+#include <apigen/Serialize.h>
 #include <zamservice/Service.h>
 
 #include <fcntl.h>
@@ -18,6 +19,7 @@
 #include <system_error>
 
 #include "service/Failure.h"
+#include "src/Protocol.h"
 #include "support/common/CDescriptor.h"
 
 namespace zamservice {
@@ -182,6 +184,17 @@ int ServeStandardStreams(const std::function<CService()>& makeService, const Ans
         std::cerr << "The connection ended: " << error.what() << std::endl;
         return 1;
     }
+}
+
+int PrintProtocolVersion() {
+    return PrintProtocolVersion(zamclientlib::protocol::Version);
+}
+
+int PrintProtocolVersion(const zamclientlib::SVersion& version) {
+    const auto document = apigen::CXmlData::CreateNew();
+    apigen::Serialize(*document, zamclientlib::protocol::InfoKey, zamclientlib::SCompatibilityInfo{version});
+    std::cout << apigen::CXmlData::Serialize(*document) << std::flush;
+    return std::cout ? 0 : 1;
 }
 
 }  // namespace zamservice

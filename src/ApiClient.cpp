@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "src/Protocol.h"
+
 namespace zamclientlib {
 namespace {
 
@@ -52,9 +54,6 @@ std::shared_ptr<Interface> Connect(const SService& service, const std::string& p
     return std::shared_ptr<Interface>(new Proxy(std::move(invoker), root));
 }
 
-/// The one major version of the protocol that this library speaks.
-constexpr unsigned short SupportedMajorVersion = 2;
-
 SVersion GetApiVersion(std::string program, const std::vector<std::string>& arguments) {
     constexpr unsigned long MaxOutputBytes = 4194304;
     // A tool that prints its version in this time or never will.
@@ -69,7 +68,7 @@ SVersion GetApiVersion(std::string program, const std::vector<std::string>& argu
     if (!exitCode) exitCode.GenerateException();
 
     SCompatibilityInfo info;
-    apigen::Deserialize(*apigen::CXmlData::Unserialize(text), "SCompatibilityInfo", info);
+    apigen::Deserialize(*apigen::CXmlData::Unserialize(text), protocol::InfoKey, info);
     return info.protocolVersion;
 }
 
@@ -89,11 +88,11 @@ std::shared_ptr<ITarvoInstaller> GetTarvoInstaller(std::string path, std::chrono
 }
 
 bool IsControlApiCompatible() {
-    return GetApiVersion(AgentTool, AgentService.VersionArguments).major == SupportedMajorVersion;
+    return GetApiVersion(AgentTool, AgentService.VersionArguments).major == protocol::Version.major;
 }
 
 bool IsInstallerApiCompatible(std::string path) {
-    return GetApiVersion(std::move(path), InstallerService.VersionArguments).major == SupportedMajorVersion;
+    return GetApiVersion(std::move(path), InstallerService.VersionArguments).major == protocol::Version.major;
 }
 
 }  // namespace zamclientlib

@@ -1,8 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command line of the test agent: that of the agent's tool, as far as clients use it.
-#include <apigen/CXmlData.h>
-#include <apigen/Serialize.h>
-
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -38,14 +35,6 @@ void RemoveTracesOnTermination(const CAgent& agent) {
     std::signal(SIGINT, &HandleTermination);
 }
 
-int PrintVersion(const SScript& script) {
-    const auto document = apigen::CXmlData::CreateNew();
-    apigen::Serialize(*document, "SCompatibilityInfo",
-                      zamclientlib::SCompatibilityInfo{script.ProtocolVersion});
-    std::cout << apigen::CXmlData::Serialize(*document) << std::flush;
-    return std::cout ? 0 : 1;
-}
-
 int Serve(const std::string& logName) {
     // The kit takes the standard streams over; what is to go out raw needs a descriptor of its own.
     constexpr int FirstOwnDescriptor = 3;
@@ -72,7 +61,7 @@ int Serve(const std::string& logName) {
 
 int Run(const std::vector<std::string>& arguments) {
     if (arguments == std::vector<std::string>{"extended", "protocolVersion"}) {
-        return PrintVersion(SScript::FromEnvironment());
+        return zamservice::PrintProtocolVersion(SScript::FromEnvironment().ProtocolVersion);
     }
     if (arguments.size() == 4 && arguments[0] == "extended" && arguments[1] == "startCommandInvoker" &&
         arguments[2] == "--logFileName") {

@@ -5,6 +5,7 @@
 
 #include <apigen/Export.h>
 #include <apigen/IIoDev.h>
+#include <zamclientlib/CommonRecords.h>
 #include <zamclientlib/Control.h>
 #include <zamclientlib/Installer.h>
 
@@ -53,6 +54,13 @@ APIGEN_API void Serve(CService& service, apigen::IIoDev& device);
 /// \param makeService makes the service; when it throws, the client is greeted with the failure
 /// \return the exit code: 0 after an orderly end.
 APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService);
+
+/// Prints the document in which a tool reports its protocol's version, as a client asks for it before it
+/// connects. For `main`.
+/// \return the exit code
+APIGEN_API int PrintProtocolVersion();
+/// \overload for another version than the kit's own
+APIGEN_API int PrintProtocolVersion(const zamclientlib::SVersion& version);
 
 /// Answers one request in place of `CService::Answer`, which it may call.
 using AnswerFunction = std::function<std::string(CService& service, const std::string& request)>;
