@@ -142,7 +142,8 @@ private:
 }  // namespace
 
 int ServeStandardStreams(const std::function<CService()>& makeService) {
-    return ServeStandardStreams(makeService, &CService::Answer);
+    return ServeStandardStreams(
+        makeService, [](CService& service, const std::string& request) { return service.Answer(request); });
 }
 
 int ServeStandardStreams(const std::function<CService()>& makeService, const AnswerFunction& answer) {
