@@ -237,6 +237,7 @@ TEST_F(ReadyEventSource, LeavesASuccessorsSocketAlone) {
 }
 
 TEST_F(ReadyEventSource, TurnsClientsAwayWhenItIsOutOfDescriptors) {
+    const std::string path = m_source->SocketPath();
     const CSocket client = CSocket::New();
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
@@ -245,16 +246,16 @@ TEST_F(ReadyEventSource, TurnsClientsAwayWhenItIsOutOfDescriptors) {
     rlimit tight = before;
     tight.rlim_cur = static_cast<rlim_t>(client.Fd()) + 1;
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
-    try {
-        while (true) {
-            fillers.push_back(CSocket::New());
-        }
-    } catch (const std::system_error& error) {
-        EXPECT_EQ(error.code().value(), EMFILE);
+    for (int fd = ::dup(STDIN_FILENO); fd >= 0; fd = ::dup(STDIN_FILENO)) {
+        fillers.emplace_back(fd);
     }
-    client.Connect(m_source->SocketPath());
-    EXPECT_TRUE(IsClosed(client));
+    EXPECT_EQ(errno, EMFILE);
+    // The undefined-behaviour sanitizer needs a descriptor for calls of objects with virtual methods: none
+    // in here.
+    client.Connect(path);
+    const std::string received = client.Receive();
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(received, "");
     fillers.clear();
     CEventsStream stream(m_source->Config(), nullptr);
     m_source->Publish(NumberedEvent(1));
