@@ -7,11 +7,17 @@
 
 namespace {
 
-bool ReadAll(char* into, size_t size) {
+char Bytes[1 << 16];
+
+size_t Part(size_t size) {
+    return size < sizeof Bytes ? size : sizeof Bytes;
+}
+
+template <class Move>
+bool MoveAll(Move&& move, size_t size) {
     while (size != 0) {
-        const ssize_t count = read(STDIN_FILENO, into, size);
+        const ssize_t count = move(Part(size));
         if (count <= 0) return false;
-        into += count;
         size -= static_cast<size_t>(count);
     }
     return true;
@@ -20,12 +26,11 @@ bool ReadAll(char* into, size_t size) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    static char bytes[1 << 16];
-    if (write(STDOUT_FILENO, bytes, 1) != 1 || argc < 3) return 1;
+    if (write(STDOUT_FILENO, Bytes, 1) != 1 || argc < 3) return 1;
     const size_t request = strtoul(argv[1], nullptr, 10);
     const size_t answer = strtoul(argv[2], nullptr, 10);
-    while (ReadAll(bytes, request)) {
-        if (write(STDOUT_FILENO, bytes, answer) != static_cast<ssize_t>(answer)) return 1;
+    while (MoveAll([](size_t size) { return read(STDIN_FILENO, Bytes, size); }, request)) {
+        if (!MoveAll([](size_t size) { return write(STDOUT_FILENO, Bytes, size); }, answer)) return 1;
     }
     return 0;
 }

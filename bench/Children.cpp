@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bench/Children.h"
+
+#include <zamclientlib/ApiClient.h>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <string>
+
+#include "bench/CBench.h"
+
+extern char** environ;
+
+namespace zambench {
+
+CBareChild::CBareChild(EChannel channel, std::size_t request, std::size_t answer)
+    : m_request(request), m_answer(answer), m_bytes(std::max(request, answer)) {
+    const auto [toChild, write] = Make(channel);
+    const auto [read, fromChild] = Make(channel);
+    m_write = write;
+    m_read = read;
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, toChild, STDIN_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, fromChild, STDOUT_FILENO);
+    std::array<std::string, 3> texts{BARE_CHILD, std::to_string(request), std::to_string(answer)};
+    std::array<char*, 4> arguments{texts[0].data(), texts[1].data(), texts[2].data(), nullptr};
+    const int error = ::posix_spawn(&m_pid, BARE_CHILD, &actions, nullptr, arguments.data(), environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    ::close(toChild);
+    ::close(fromChild);
+    Require(error == 0, "posix_spawn of the bare child");
+    Read(1);
+}
+
+CBareChild::~CBareChild() {
+    ::close(m_write);
+    ::close(m_read);
+    ::waitpid(m_pid, nullptr, 0);
+}
+
+void CBareChild::Exchange() {
+    Require(::write(m_write, m_bytes.data(), m_request) == static_cast<ssize_t>(m_request),
+            "write to the bare child");
+    Read(m_answer);
+}
+
+CBareChild::SEnds CBareChild::Make(EChannel channel) {
+    std::array<int, 2> ends{};
+    const int failed = channel == EChannel::Pipes
+                           ? ::pipe2(ends.data(), O_CLOEXEC)
+                           : ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data());
+    Require(failed == 0, "a channel to the bare child");
+    return {ends[0], ends[1]};
+}
+
+void CBareChild::Read(std::size_t size) {
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t count = ::read(m_read, m_bytes.data() + done, size - done);
+        Require(count > 0, "read from the bare child");
+        done += static_cast<std::size_t>(count);
+    }
+}
+
+CPinned::CPinned(bool isWanted) : m_isWanted(isWanted) {
+    if (!m_isWanted) return;
+    ::sched_getaffinity(0, sizeof m_before, &m_before);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<unsigned>(::sched_getcpu()), &one);
+    ::sched_setaffinity(0, sizeof one, &one);
+}
+
+CPinned::~CPinned() {
+    if (m_isWanted) ::sched_setaffinity(0, sizeof m_before, &m_before);
+}
+
+long SwitchesSoFar() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_nvcsw;
+}
+
+std::shared_ptr<zamclientlib::IZamControl> ConnectToAgent() {
+    return zamclientlib::GetZamControl(std::chrono::seconds(120), false, nullptr);
+}
+
+std::shared_ptr<zamclientlib::IZamProduct> ProductOfSize(std::size_t size) {
+    zamclientlib::SZamControlOwnerInfo owner;
+    owner.Id.Data1 = static_cast<std::uint32_t>(size);
+    return ConnectToAgent()->RequestControl(owner, false);
+}
+
+}  // namespace zambench

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// The floor's side of a connection, and the conditions that both sides are measured under.
+#pragma once
+
+#include <sched.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+namespace zamclientlib {
+class IZamControl;
+class IZamProduct;
+}  // namespace zamclientlib
+
+namespace zambench {
+
+enum class EChannel {
+    Sockets,
+    Pipes
+};
+
+/// A child on bare descriptors that answers every so many bytes with so many others.
+class CBareChild {
+public:
+    /// Returns when the child's first byte has come.
+    CBareChild(EChannel channel, std::size_t request, std::size_t answer);
+    CBareChild(const CBareChild&) = delete;
+    CBareChild& operator=(const CBareChild&) = delete;
+    ~CBareChild();
+
+    void Exchange();
+
+private:
+    struct SEnds {
+        int read;
+        int write;
+    };
+
+    static SEnds Make(EChannel channel);
+    void Read(std::size_t size);
+
+    std::size_t m_request;
+    std::size_t m_answer;
+    int m_write = -1;
+    int m_read = -1;
+    pid_t m_pid = -1;
+    std::vector<char> m_bytes;
+};
+
+/// Keeps this process, and the children that it starts meanwhile, on one processor.
+class CPinned {
+public:
+    explicit CPinned(bool isWanted);
+    CPinned(const CPinned&) = delete;
+    CPinned& operator=(const CPinned&) = delete;
+    ~CPinned();
+
+private:
+    bool m_isWanted;
+    cpu_set_t m_before{};
+};
+
+/// Voluntary context switches of this process.
+long SwitchesSoFar();
+
+/// Connects to the idle agent.
+std::shared_ptr<zamclientlib::IZamControl> ConnectToAgent();
+
+/// Its product, whose lists have `size` entries each.
+std::shared_ptr<zamclientlib::IZamProduct> ProductOfSize(std::size_t size);
+
+}  // namespace zambench

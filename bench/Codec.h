@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// Lists of records as text and back, and the least that anybody must do to read them: find every '<'.
+#pragma once
+
+#include <apigen/CXmlData.h>
+#include <apigen/Serialize.h>
+
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace zambench {
+
+template <class Record>
+std::string EncodeList(const std::vector<Record>& records) {
+    const auto data = apigen::CXmlData::CreateNew();
+    apigen::SerializeVector(*data, "__result", records);
+    return apigen::CXmlData::Serialize(*data);
+}
+
+template <class Record>
+std::vector<Record> DecodeList(std::string&& text) {
+    std::vector<Record> records;
+    apigen::DeserializeVector(*apigen::CXmlData::Unserialize(std::move(text)), "__result", records);
+    return records;
+}
+
+inline std::size_t CountTags(std::string_view text) {
+    std::size_t count = 0;
+    const char* const end = text.data() + text.size();
+    for (const char* at = text.data();
+         (at = static_cast<const char*>(std::memchr(at, '<', static_cast<std::size_t>(end - at)))) != nullptr;
+         ++at)
+        ++count;
+    return count;
+}
+
+}  // namespace zambench
