@@ -44,7 +44,7 @@ public:
         if (posix_spawnp(&m_pid, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0) {
             throw std::runtime_error("dbus-daemon is needed");
         }
-        if (!Eventually([&] { return std::filesystem::exists(m_folder.Path() / "bus"); })) {
+        if (!Eventually([&] { return Accepts(m_folder.Path() / "bus"); })) {
             throw std::runtime_error("dbus-daemon does not listen");
         }
     }
@@ -62,6 +62,18 @@ public:
     }
 
 private:
+    /// The file alone is no sign: it is there before anybody listens.
+    static bool Accepts(const std::string& path) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const bool isConnected =
+            ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+        ::close(probe);
+        return isConnected;
+    }
+
     CTestFolder m_folder;
     pid_t m_pid = -1;
 };
