@@ -40,7 +40,7 @@ void CBench::Compare(const std::string& row, double goal, const Figure& ours, co
     }
     const auto [min, max] = std::minmax_element(ratios.begin(), ratios.end());
     const double ratio = Median(ratios);
-    std::printf("%-44s %13.0f %13.0f %7.2f %7.2f -%7.2f", row.c_str(), Median(mine), Median(least), ratio,
+    std::printf("%-45s %13.0f %13.0f %7.2f %7.2f -%7.2f", row.c_str(), Median(mine), Median(least), ratio,
                 *min, *max);
     if (goal != 0) std::printf(" %6.2f %s", goal, ratio <= goal ? "met" : "MISSED");
     std::printf("\n");
@@ -48,7 +48,7 @@ void CBench::Compare(const std::string& row, double goal, const Figure& ours, co
 }
 
 void CBench::Note(const std::string& row, const std::string& text) const {
-    std::printf("%-44s %s\n", row.c_str(), text.c_str());
+    std::printf("%-45s %s\n", row.c_str(), text.c_str());
     std::fflush(stdout);
 }
 

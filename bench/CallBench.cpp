@@ -30,11 +30,12 @@ std::string SwitchesPerRun(Run&& run) {
     return text;
 }
 
-void CompareCall(const CBench& bench, const std::string& place, bool isPinned, double goal) {
-    const CPinned pinned(isPinned);
+void CompareCall(const CBench& bench, const std::string& name, EPlace place, double goal) {
+    CPinned pinned(place);
     const auto control = ConnectToAgent();
     CBareChild bare(EChannel::Sockets, Request, Answer);
     CBareChild barePipes(EChannel::Pipes, Request, Answer);
+    pinned.ChildrenStarted();
     const auto call = [&] { Keep(control->GetSessionId()); };
     const auto ours = [&] { return bench.PerRun(EClock::Wall, call); };
     const auto floor = [&](CBareChild& child) {
@@ -42,8 +43,8 @@ void CompareCall(const CBench& bench, const std::string& place, bool isPinned, d
     };
     Require(control->GetSessionId() == IdOf(1), "the answer of a small call");
 
-    bench.Compare("small call, " + place + ", ns", goal, ours, floor(bare));
-    bench.Compare("small call, " + place + ", to bare pipes", 0, ours, floor(barePipes));
+    bench.Compare("small call, " + name + ", ns", goal, ours, floor(bare));
+    bench.Compare("small call, " + name + ", to bare pipes", 0, ours, floor(barePipes));
     bench.Note("  context switches a call",
                "ours " + SwitchesPerRun(call) + ", floor " + SwitchesPerRun([&] { bare.Exchange(); }));
 }
@@ -51,8 +52,9 @@ void CompareCall(const CBench& bench, const std::string& place, bool isPinned, d
 }  // namespace
 
 void MeasureCalls(const CBench& bench) {
-    CompareCall(bench, "free", false, 1.15);
-    CompareCall(bench, "on one CPU", true, 1.4);
+    CompareCall(bench, "free", EPlace::Free, 1.15);
+    CompareCall(bench, "on one CPU", EPlace::OneCpu, 1.4);
+    CompareCall(bench, "on two CPUs", EPlace::TwoCpus, 0);
 }
 
 void MeasureProxies(const CBench& bench) {

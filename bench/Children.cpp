@@ -70,17 +70,29 @@ void CBareChild::Read(std::size_t size) {
     }
 }
 
-CPinned::CPinned(bool isWanted) : m_isWanted(isWanted) {
-    if (!m_isWanted) return;
+CPinned::CPinned(EPlace place) : m_place(place) {
     ::sched_getaffinity(0, sizeof m_before, &m_before);
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(static_cast<unsigned>(::sched_getcpu()), &one);
-    ::sched_setaffinity(0, sizeof one, &one);
+    if (m_place != EPlace::Free) MoveTo(0);
 }
 
 CPinned::~CPinned() {
-    if (m_isWanted) ::sched_setaffinity(0, sizeof m_before, &m_before);
+    ::sched_setaffinity(0, sizeof m_before, &m_before);
+}
+
+void CPinned::ChildrenStarted() {
+    if (m_place == EPlace::TwoCpus) MoveTo(1);
+}
+
+void CPinned::MoveTo(std::size_t which) const {
+    for (std::size_t cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (!CPU_ISSET(cpu, &m_before) || which-- != 0) continue;
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(cpu, &one);
+        Require(::sched_setaffinity(0, sizeof one, &one) == 0, "moving to a processor");
+        return;
+    }
+    // Fewer processors than wanted: where we are is as good as any.
 }
 
 long SwitchesSoFar() {

@@ -50,16 +50,27 @@ private:
     std::vector<char> m_bytes;
 };
 
-/// Keeps this process, and the children that it starts meanwhile, on one processor.
+/// Where this process and its children run.
+enum class EPlace {
+    Free,     ///< wherever the system puts them
+    OneCpu,   ///< all on one processor
+    TwoCpus,  ///< this process on one, the children on another
+};
+
+/// Sets the place of this process, and of the children that it starts before `ChildrenStarted`.
 class CPinned {
 public:
-    explicit CPinned(bool isWanted);
+    explicit CPinned(EPlace place);
     CPinned(const CPinned&) = delete;
     CPinned& operator=(const CPinned&) = delete;
     ~CPinned();
 
+    void ChildrenStarted();
+
 private:
-    bool m_isWanted;
+    void MoveTo(std::size_t which) const;
+
+    EPlace m_place;
     cpu_set_t m_before{};
 };
 

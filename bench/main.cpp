@@ -62,7 +62,7 @@ int main(int argc, char** argv) {
         // The client finds the agent's tool as every program does.
         const char* const path = std::getenv("PATH");
         ::setenv("PATH", (std::string(BENCH_TOOL_FOLDER ":") + (path != nullptr ? path : "")).c_str(), 1);
-        std::printf("%-44s %13s %13s %7s %16s %6s\n", "", "ours", "floor", "ratio", "min -    max", "goal");
+        std::printf("%-45s %13s %13s %7s %16s %6s\n", "", "ours", "floor", "ratio", "min -    max", "goal");
         const zambench::CBench bench(isOnce);
         for (const auto& area : Areas)
             if (IsWanted(area, argc, argv)) area.Measure(bench);
