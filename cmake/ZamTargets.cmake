@@ -66,10 +66,20 @@ function(zam_program name)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
 endfunction()
 
-# zam_test(name SOURCES... [LIBRARIES ...]): a GoogleTest program, each of its tests known to CTest.
+# zam_test(name [THREADS] SOURCES... [LIBRARIES ...]): a GoogleTest program, each of its tests known to CTest.
+# With THREADS, the thread sanitizer is to watch it: its tests bear the label "threads", and the target
+# thread_tests builds it.
 function(zam_test name)
-    cmake_parse_arguments(arg "" "" "LIBRARIES" ${ARGN})
+    cmake_parse_arguments(arg "THREADS" "" "LIBRARIES" ${ARGN})
     zam_program(${name} ${arg_UNPARSED_ARGUMENTS})
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest_main)
-    gtest_discover_tests(${name} PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
+    set(properties TIMEOUT 120)
+    if(arg_THREADS)
+        list(APPEND properties LABELS threads)
+        if(NOT TARGET thread_tests)
+            add_custom_target(thread_tests)
+        endif()
+        add_dependencies(thread_tests ${name})
+    endif()
+    gtest_discover_tests(${name} PROPERTIES ${properties} DISCOVERY_TIMEOUT 60)
 endfunction()
