@@ -111,17 +111,21 @@ public:
         return count;
     }
 
-    template <class Visitor>
-    void ForEachChild(std::string_view key, Visitor&& visit) {
+    /// Reads one entry of a list into it; the list's type is known to the function alone.
+    using ReadEntry = void (*)(CReader& entry, void* list);
+
+    [[gnu::noinline]] void ForEachChild(std::string_view key, ReadEntry readEntry, void* list) {
         if (m_foreign) {
             for (auto& child : m_foreign->Data->GetChildren(std::string(key))) {
-                visit(CReader(std::move(child)));
+                CReader entry(std::move(child));
+                readEntry(entry, list);
             }
             return;
         }
         NodeId node = Find(key);
         while (node != CDocument::None) {
-            visit(CReader(*m_document, node));
+            CReader entry(*m_document, node);
+            readEntry(entry, list);
             Pass(node);
             node = m_document->FindFrom(m_document->NextSibling(node), key);
         }
@@ -132,6 +136,11 @@ private:
         const IData* Data;
         std::shared_ptr<IData> Owner;
         std::string Text;
+    };
+
+    /// Not inlined: every place that reads a record would have a copy.
+    struct SDropForeign {
+        [[gnu::noinline]] void operator()(SForeign* foreign) const noexcept { delete foreign; }
     };
 
     explicit CReader(std::shared_ptr<IData> data) : CReader(*data, data) {}
@@ -159,7 +168,7 @@ private:
     NodeId m_node = CDocument::Root;
     NodeId m_next = CDocument::None;  // behind the entry that was taken last
     bool m_isInOrder = true;
-    std::unique_ptr<SForeign> m_foreign;
+    std::unique_ptr<SForeign, SDropForeign> m_foreign;
 };
 
 /// True for what is a text under its key, and so replaces an earlier one in a container.
@@ -240,15 +249,17 @@ void Read(CReader& reader, std::string_view key, T& value) {
         }
     } else if constexpr (IsVector<T>) {
         value.reserve(value.size() + reader.Count(key));
-        reader.ForEachChild(key, [&value](auto child) {
-            value.emplace_back();
+        constexpr auto readEntry = [](CReader& entry, void* list) {
+            T& values = *static_cast<T*>(list);
+            values.emplace_back();
             try {
-                Read(child, ItemKey, value.back());
+                Read(entry, ItemKey, values.back());
             } catch (...) {
-                value.pop_back();
+                values.pop_back();
                 throw;
             }
-        });
+        };
+        reader.ForEachChild(key, readEntry, &value);
     } else if constexpr (Record<T>) {
         auto child = reader.Child(key);
         ForEachField(value, [&child](const FieldInfo& info, auto& field) { Read(child, info.Key, field); });
@@ -258,43 +269,33 @@ void Read(CReader& reader, std::string_view key, T& value) {
     }
 }
 
-/// Adds the elements in `text`, which a writer made, to any container.
-APIGEN_API void AddTo(IData& data, std::string_view text);
+/// Writes or reads one value; its type is known to the function alone.
+using WriteValue = void (*)(CTextWriter& writer, std::string_view key, const void* value);
+using ReadValue = void (*)(CReader& reader, std::string_view key, void* value);
+
+/// Calls `write` for the node of `data`, whichever container that is.
+APIGEN_API void WriteTo(IData& data, const std::string& key, WriteValue write, const void* value);
+/// Calls `read` for the node of `data`, whichever container that is.
+APIGEN_API void ReadFrom(const IData& data, std::string_view key, ReadValue read, void* value);
 
 template <class T>
 void WriteTo(IData& data, const std::string& key, const T& value) {
     if constexpr (IsPlain<T>) {
-        return WithText(value, [&](std::string_view text) { data.SetString(key, std::string(text)); });
+        WithText(value, [&](std::string_view text) { data.SetString(key, std::string(text)); });
+    } else {
+        constexpr auto write = [](CTextWriter& writer, std::string_view name, const void* typeless) {
+            Write(writer, name, *static_cast<const T*>(typeless));
+        };
+        WriteTo(data, key, write, &value);
     }
-    RequireKey(key);
-    auto* const node = dynamic_cast<CXmlData*>(&data);
-    if (node == nullptr || node->Node() != CDocument::Root) {
-        CXmlWriter text;
-        CTextWriter writer(text);
-        Write(writer, key, value);
-        return AddTo(data, text.Text());
-    }
-    CXmlWriter& tail = node->Document().TailWriter();
-    const std::size_t size = tail.Text().size();
-    try {
-        CTextWriter writer(tail);
-        Write(writer, key, value);
-    } catch (...) {
-        tail.CutTo(size);
-        throw;
-    }
-    if (tail.Text().size() != size) node->Document().AddTailKey(key);
 }
 
 template <class T>
-void ReadFrom(const IData& data, const std::string& key, T& value) {
-    if (const auto* const node = dynamic_cast<const CXmlData*>(&data)) {
-        node->Document().Index();
-        CReader reader(node->Document(), node->Node());
-        return Read(reader, key, value);
-    }
-    CReader reader(data);
-    Read(reader, key, value);
+void ReadFrom(const IData& data, std::string_view key, T& value) {
+    constexpr auto read = [](CReader& reader, std::string_view name, void* typeless) {
+        Read(reader, name, *static_cast<T*>(typeless));
+    };
+    ReadFrom(data, key, read, &value);
 }
 
 }  // namespace detail

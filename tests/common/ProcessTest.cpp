@@ -297,6 +297,14 @@ TEST_F(Process, AnAnswerThatTakesItsTimeArrives) {
     EXPECT_EQ(device->ReadString(), "x");
 }
 
+TEST_F(Process, AToolMayOpenItsStreamsByTheirPaths) {
+    CProcess shell("/bin/sh", {"-c", "cat < /dev/stdin > /dev/stdout"}, {}, nullptr);
+    const auto device = shell.GetIoDev();
+    device->SetDeadline(Clock::now() + 60s);
+    device->WriteString("x");
+    EXPECT_EQ(device->ReadString(), "x");
+}
+
 TEST_F(Process, AMessageOverTheLimitIsRefusedAndNothingIsSent) {
     const auto device = Start({"echo"});
     const std::string tooLong(IIoDev::MaxMessageBytes + 1, 'x');
