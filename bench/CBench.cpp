@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bench/CBench.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <vector>
 
@@ -10,7 +11,7 @@ namespace zambench {
 namespace {
 
 /// Long enough for the clock not to show, short enough for neighbours to see the same machine.
-constexpr double BurstTime = 0.4e6;
+constexpr double ShortestBurst = 0.4e6;
 constexpr double RoundTime = 40e6;
 
 /// Nanoseconds a piece.
@@ -21,12 +22,23 @@ double MeasureBurst(EClock clock, const SSide& side, std::size_t runs) {
     return (Now(clock) - start) / (static_cast<double>(runs) * side.Pieces);
 }
 
-std::size_t RunsOfABurst(const SSide& side) {
+/// How many runs take at least so long by the wall's clock.
+std::size_t RunsThatTake(double time, const SSide& side) {
     for (std::size_t runs = 1;; runs *= 2) {
         const double start = Now(EClock::Wall);
         MeasureBurst(EClock::Wall, side, runs);
-        if (Now(EClock::Wall) - start >= BurstTime) return runs;
+        if (Now(EClock::Wall) - start >= time) return runs;
     }
+}
+
+/// Where one run takes long, the other side's bursts do too: on a busy machine, only bursts of like lengths wait
+/// for a processor alike.
+double TimeOfABurst(const SSide& ours, const SSide& floor) {
+    const double start = Now(EClock::Wall);
+    ours.Run();
+    const double middle = Now(EClock::Wall);
+    floor.Run();
+    return std::clamp(std::max(middle - start, Now(EClock::Wall) - middle), ShortestBurst, RoundTime);
 }
 
 }  // namespace
@@ -37,8 +49,9 @@ void CBench::Compare(const std::string& row, double goal, const Figure& ours, co
 
 void CBench::CompareRuns(const std::string& row, double goal, EClock clock, const SSide& ours,
                          const SSide& floor, int rounds) const {
-    const std::size_t ourRuns = m_isOnce ? 1 : RunsOfABurst(ours);
-    const std::size_t floorRuns = m_isOnce ? 1 : RunsOfABurst(floor);
+    const double burst = m_isOnce ? 0 : TimeOfABurst(ours, floor);
+    const std::size_t ourRuns = RunsThatTake(burst, ours);
+    const std::size_t floorRuns = RunsThatTake(burst, floor);
     PrintRounds(row, goal, rounds, [&](bool isOursFirst) {
         std::vector<SRound> pairs;
         const double start = Now(EClock::Wall);

@@ -3,10 +3,9 @@
 // list costs, against such a call.
 #include <zamclientlib/Control.h>
 
-#include <cstdio>
-
 #include "bench/Areas.h"
 #include "bench/Children.h"
+#include "bench/Costs.h"
 #include "bench/Samples.h"
 #include "bench/Table.h"
 
@@ -24,14 +23,6 @@ constexpr double FreeGoal = 1.15;
 constexpr double OneCpuGoal = 1.4;
 constexpr double ObjectGoal = 0.25;
 
-std::string CostsPerRun(const CBench& bench, const std::function<void()>& run) {
-    const int runs = bench.IsOnce() ? 10 : 2000;
-    char text[64];
-    std::snprintf(text, sizeof text, "%.2f switches, %.2f system calls", CountSwitches(run, runs),
-                  CountSystemCalls(run, runs));
-    return text;
-}
-
 void CompareCall(const CBench& bench, const std::string& name, EPlace place, double goal) {
     CPinned pinned(place);
     const auto control = ConnectToAgent();
@@ -40,9 +31,10 @@ void CompareCall(const CBench& bench, const std::string& name, EPlace place, dou
     const auto call = [&] { Require(control->GetSessionId() == IdOf(1), "the answer of a small call"); };
     const auto exchange = [&] { bare.Exchange(); };
 
+    const int countedRuns = bench.IsOnce() ? 10 : 2000;
     bench.CompareRuns("small call, " + name + ", ns", goal, EClock::Wall, {call}, {exchange});
-    PrintNote("  a call makes", CostsPerRun(bench, call));
-    PrintNote("  the floor makes", CostsPerRun(bench, exchange));
+    PrintNote("  a call makes", CountCosts(call, countedRuns));
+    PrintNote("  the floor makes", CountCosts(exchange, countedRuns));
 }
 
 }  // namespace

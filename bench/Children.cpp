@@ -4,17 +4,13 @@
 #include <zamclientlib/ApiClient.h>
 
 #include <fcntl.h>
-#include <signal.h>
 #include <spawn.h>
-#include <sys/ptrace.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <exception>
 #include <string>
 
 #include "bench/Round.h"
@@ -33,44 +29,6 @@ SPipe MakePipe() {
     std::array<int, 2> ends{};
     Require(::pipe2(ends.data(), O_CLOEXEC) == 0, "a pipe");
     return {ends[0], ends[1]};
-}
-
-[[noreturn]] void RunTraced(const std::function<void()>& run, int runs) {
-    ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-    ::raise(SIGSTOP);
-    bool isGood = true;
-    try {
-        for (int i = 0; i < runs; ++i)
-            run();
-    } catch (const std::exception&) {
-        isGood = false;
-    }
-    ::_exit(isGood ? 0 : 1);
-}
-
-/// Lets a stopped process run until it ends. Returns how often it went into the kernel or came out of it.
-long CountStops(pid_t pid) {
-    constexpr int SystemCallStop = SIGTRAP | 0x80;
-    int status = 0;
-    Require(::waitpid(pid, &status, 0) == pid && WIFSTOPPED(status), "waiting for the traced process");
-    Require(::ptrace(PTRACE_SETOPTIONS, pid, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL) == 0,
-            "ptrace");
-    long stops = 0;
-    for (int signal = 0; WIFSTOPPED(status);) {
-        Require(::ptrace(PTRACE_SYSCALL, pid, nullptr, signal) == 0 && ::waitpid(pid, &status, 0) == pid,
-                "tracing a process");
-        const bool isSystemCall = WIFSTOPPED(status) && WSTOPSIG(status) == SystemCallStop;
-        stops += isSystemCall ? 1 : 0;
-        signal = isSystemCall ? 0 : WSTOPSIG(status);
-    }
-    Require(WIFEXITED(status) && WEXITSTATUS(status) == 0, "the traced process");
-    return stops;
-}
-
-long SwitchesSoFar() {
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_nvcsw;
 }
 
 }  // namespace
@@ -138,20 +96,6 @@ void CPinned::MoveTo(std::size_t which) const {
         return;
     }
     // Fewer processors than wanted: where we are is as good as any.
-}
-
-double CountSwitches(const std::function<void()>& run, int runs) {
-    const long before = SwitchesSoFar();
-    for (int i = 0; i < runs; ++i)
-        run();
-    return static_cast<double>(SwitchesSoFar() - before) / runs;
-}
-
-double CountSystemCalls(const std::function<void()>& run, int runs) {
-    const pid_t pid = ::fork();
-    Require(pid >= 0, "fork");
-    if (pid == 0) RunTraced(run, runs);
-    return static_cast<double>(CountStops(pid)) / 2 / runs;
 }
 
 std::shared_ptr<zamclientlib::IZamControl> ConnectToAgent() {

@@ -7,7 +7,6 @@
 #include <sys/types.h>
 
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -63,12 +62,6 @@ private:
     EPlace m_place;
     cpu_set_t m_before{};
 };
-
-/// How often one of so many runs gives up the processor.
-double CountSwitches(const std::function<void()>& run, int runs);
-
-/// How many system calls it makes: counted by tracing a copy of this process.
-double CountSystemCalls(const std::function<void()>& run, int runs);
 
 /// Connects to the idle agent.
 std::shared_ptr<zamclientlib::IZamControl> ConnectToAgent();
