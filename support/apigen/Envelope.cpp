@@ -2,6 +2,7 @@
 #include "support/apigen/Envelope.h"
 
 #include <apigen/ApiException.h>
+#include <apigen/CXmlData.h>
 
 namespace apigen::envelope {
 
@@ -20,6 +21,11 @@ void ThrowIfFailed(const IData& response, const IInvoker& invoker, std::string_v
         throw ApiInternalError(std::string(attempt).append(name) + " ended up with internal API error: " +
                                error->GetString(InternalErrorTextKey));
     }
+}
+
+const std::string& EmptyResponse() {
+    static const std::string text = CXmlData::Serialize(*CXmlData::CreateNew());
+    return text;
 }
 
 }  // namespace apigen::envelope
