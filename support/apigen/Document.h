@@ -22,22 +22,24 @@ using NodeId = std::uint32_t;
 /// Whether two keys of the same length are the same. Keys are short: a call of the library's function would
 /// cost more than the comparison.
 inline bool IsSameKey(const char* left, const char* right, std::size_t length) {
-    std::uint64_t a = 0;
-    std::uint64_t b = 0;
-    while (length >= sizeof a) {
-        std::memcpy(&a, left, sizeof a);
-        std::memcpy(&b, right, sizeof b);
-        if (a != b) return false;
-        left += sizeof a;
-        right += sizeof a;
-        length -= sizeof a;
+    const auto isSame = [=](auto sample, std::size_t at) {
+        auto other = sample;
+        std::memcpy(&sample, left + at, sizeof sample);
+        std::memcpy(&other, right + at, sizeof other);
+        return sample == other;
+    };
+    // The last word may overlap the one before.
+    if (length >= 8) {
+        for (std::size_t at = 0; at + 8 < length; at += 8) {
+            if (!isSame(std::uint64_t(), at)) return false;
+        }
+        return isSame(std::uint64_t(), length - 8);
     }
-    while (length != 0 && *left == *right) {
-        ++left;
-        ++right;
-        --length;
+    if (length >= 4) return isSame(std::uint32_t(), 0) && isSame(std::uint32_t(), length - 4);
+    for (std::size_t at = 0; at < length; ++at) {
+        if (left[at] != right[at]) return false;
     }
-    return length == 0;
+    return true;
 }
 
 /// A tree of keyed nodes. Nodes are named by their index, so the tree can grow without moving a reference.

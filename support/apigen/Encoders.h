@@ -19,9 +19,11 @@
 #include <utility>
 #include <vector>
 
+#include "support/apigen/CTextReader.h"
 #include "support/apigen/Document.h"
 #include "support/apigen/GuidText.h"
 #include "support/apigen/NumberText.h"
+#include "support/apigen/XmlText.h"
 
 namespace apigen {
 
@@ -110,6 +112,8 @@ public:
         }
         return count;
     }
+
+    void End() {}
 
     template <class Visitor>
     void ForEachChild(std::string_view key, Visitor&& visit) {
@@ -216,8 +220,8 @@ void Write(CTextWriter& writer, std::string_view key, const T& value) {
     }
 }
 
-template <class T>
-void Read(CReader& reader, std::string_view key, T& value) {
+template <class Reader, class T>
+void Read(Reader& reader, std::string_view key, T& value) {
     if constexpr (std::is_same_v<T, std::string>) {
         value = reader.Text(key);
     } else if constexpr (std::is_same_v<T, bool>) {
@@ -236,14 +240,16 @@ void Read(CReader& reader, std::string_view key, T& value) {
             auto child = reader.Child(key);
             typename T::value_type present{};
             Read(child, OptionalKey, present);
+            child.End();
             value = std::move(present);
         }
     } else if constexpr (IsVector<T>) {
         value.reserve(value.size() + reader.Count(key));
-        reader.ForEachChild(key, [&value](auto child) {
+        reader.ForEachChild(key, [&value](auto&& child) {
             value.emplace_back();
             try {
                 Read(child, ItemKey, value.back());
+                child.End();
             } catch (...) {
                 value.pop_back();
                 throw;
@@ -252,10 +258,23 @@ void Read(CReader& reader, std::string_view key, T& value) {
     } else if constexpr (Record<T>) {
         auto child = reader.Child(key);
         ForEachField(value, [&child](const FieldInfo& info, auto& field) { Read(child, info.Key, field); });
+        child.End();
     } else {
         auto child = reader.Child(key);
         Codec<T>::Read(child, value);
+        child.End();
     }
+}
+
+/// Reads `value` out of a document that holds it alone, written by the same list of fields; says whether the
+/// document was one. Otherwise anything may stand in `value`.
+template <class T>
+bool ReadAsWritten(std::string_view document, std::string_view key, T& value) {
+    CTextCursor cursor(document);
+    CTextReader root(cursor, RootName);
+    Read(root, key, value);
+    root.End();
+    return cursor.IsWhollyRead();
 }
 
 /// Adds the elements in `text`, which a writer made, to any container.
@@ -307,6 +326,18 @@ void Serialize(IData& data, const std::string& key, const T& value) {
 template <class T>
 void Deserialize(const IData& data, const std::string& key, T& value) {
     detail::ReadFrom(data, key, value);
+}
+
+/// Reads the value under `key` out of the text of a whole document. Cheaper than a container when the
+/// document holds nothing else.
+template <class T>
+T DeserializeDocument(std::string text, const std::string& key) {
+    T value{};
+    if (!detail::ReadAsWritten(text, key, value)) {
+        value = {};
+        Deserialize(*CXmlData::Unserialize(std::move(text)), key, value);
+    }
+    return value;
 }
 
 template <class T>

@@ -12,8 +12,6 @@
 namespace apigen {
 namespace {
 
-constexpr std::string_view RootName = "Data";
-
 /// Writes what `node`, which stands `depth` levels deep, holds.
 void WriteChildren(const CDocument& document, NodeId node, unsigned depth, CXmlWriter& writer) {
     const NodeId first = document.FirstChild(node);
