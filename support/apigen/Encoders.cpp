@@ -33,10 +33,31 @@ void CopyEntries(const CDocument& from, NodeId node, IData& to) {
 
 }  // namespace
 
-void detail::AddTo(IData& data, std::string_view text) {
+void detail::AppendTo(IData& data, std::string_view key, WriteFunction write, const void* value) {
+    RequireKey(key);
+    const auto writeInto = [&](CXmlWriter& text) {
+        CTextWriter writer(text);
+        write(writer, key, value);
+    };
+    auto* const node = dynamic_cast<CXmlData*>(&data);
+    if (node != nullptr && node->Node() == CDocument::Root) {
+        return node->Document().AppendToTail(key, writeInto);
+    }
+    CXmlWriter writer;
+    writeInto(writer);
     CDocument document;
-    CXmlParser(document).ParseBelowRoot(text);
+    CXmlParser(document).ParseBelowRoot(writer.Text());
     CopyEntries(document, CDocument::Root, data);
+}
+
+void detail::ReadFrom(const IData& data, std::string_view key, ReadFunction read, void* value) {
+    if (const auto* const node = dynamic_cast<const CXmlData*>(&data)) {
+        node->Document().Index();
+        CReader reader(node->Document(), node->Node());
+        return read(reader, key, value);
+    }
+    CReader reader(data);
+    read(reader, key, value);
 }
 
 }  // namespace apigen

@@ -277,43 +277,35 @@ bool ReadAsWritten(std::string_view document, std::string_view key, T& value) {
     return cursor.IsWhollyRead();
 }
 
-/// Adds the elements in `text`, which a writer made, to any container.
-APIGEN_API void AddTo(IData& data, std::string_view text);
+using WriteFunction = void (*)(CTextWriter& writer, std::string_view key, const void* value);
+using ReadFunction = void (*)(CReader& reader, std::string_view key, void* value);
+
+/// What is the same for all types: where to write to, in any container, and where to read from.
+APIGEN_API void AppendTo(IData& data, std::string_view key, WriteFunction write, const void* value);
+APIGEN_API void ReadFrom(const IData& data, std::string_view key, ReadFunction read, void* value);
 
 template <class T>
 void WriteTo(IData& data, const std::string& key, const T& value) {
     if constexpr (IsPlain<T>) {
-        return WithText(value, [&](std::string_view text) { data.SetString(key, std::string(text)); });
+        WithText(value, [&](std::string_view text) { data.SetString(key, std::string(text)); });
+    } else {
+        AppendTo(
+            data, key,
+            [](CTextWriter& writer, std::string_view name, const void* object) {
+                Write(writer, name, *static_cast<const T*>(object));
+            },
+            &value);
     }
-    RequireKey(key);
-    auto* const node = dynamic_cast<CXmlData*>(&data);
-    if (node == nullptr || node->Node() != CDocument::Root) {
-        CXmlWriter text;
-        CTextWriter writer(text);
-        Write(writer, key, value);
-        return AddTo(data, text.Text());
-    }
-    CXmlWriter& tail = node->Document().TailWriter();
-    const std::size_t size = tail.Text().size();
-    try {
-        CTextWriter writer(tail);
-        Write(writer, key, value);
-    } catch (...) {
-        tail.CutTo(size);
-        throw;
-    }
-    if (tail.Text().size() != size) node->Document().AddTailKey(key);
 }
 
 template <class T>
 void ReadFrom(const IData& data, const std::string& key, T& value) {
-    if (const auto* const node = dynamic_cast<const CXmlData*>(&data)) {
-        node->Document().Index();
-        CReader reader(node->Document(), node->Node());
-        return Read(reader, key, value);
-    }
-    CReader reader(data);
-    Read(reader, key, value);
+    ReadFrom(
+        data, key,
+        [](CReader& reader, std::string_view name, void* object) {
+            Read(reader, name, *static_cast<T*>(object));
+        },
+        &value);
 }
 
 }  // namespace detail

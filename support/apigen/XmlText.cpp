@@ -33,12 +33,8 @@ void WriteChildren(const CDocument& document, NodeId node, unsigned depth, CXmlW
 
 }  // namespace
 
-CDocument ParseXml(std::string text) {
-    // About what records need; memory that stays untouched costs nothing.
-    constexpr std::size_t BytesPerElement = 20;
-    CDocument document(text.size() / BytesPerElement + 1);
+void ParseXml(std::string text, CDocument& document) {
     CXmlParser(document).Adopt(std::move(text));
-    return document;
 }
 
 std::string WriteXml(const CDocument& document, NodeId node) {
