@@ -20,6 +20,7 @@
 
 #include "service/Failure.h"
 #include "src/Protocol.h"
+#include "support/apigen/Envelope.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/FrameHeader.h"
 
@@ -169,7 +170,7 @@ int ServeStandardStreams(const std::function<CService()>& makeService, const Ans
         std::string request;
         // An answer that says nothing, as that of a release, may wait for those behind it: clients send
         // releases by the thousand and don't wait for their answers.
-        const std::string nothing = apigen::CXmlData::Serialize(*apigen::CXmlData::CreateNew());
+        const std::string& nothing = apigen::envelope::EmptyResponse();
         while (streams.Read(request)) {
             const std::string text = answer(*service, request);
             streams.Write(text);

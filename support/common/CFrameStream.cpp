@@ -210,9 +210,17 @@ bool CFrameStream::Wait(bool forWriting) {
         if (IsPast(m_deadline)) ThrowTimeout(forWriting ? std::string() : Progress());
         if (readable) return true;
         m_owner.Check();
+        // It may have written its last words after the streams were looked at and before its end was.
+        if (ready > 0 && m_owner.HasPeerEnded() && (forWriting || !IsReadable()))
+            ThrowGone("it has ended, and left its streams open in others' hands");
         m_pollSet.resize(2);
         m_owner.Watch(m_pollSet);
     }
+}
+
+bool CFrameStream::IsReadable() const {
+    pollfd input{m_channel.ReadDescriptor(), POLLIN, 0};
+    return !m_inputEnded && ::poll(&input, 1, 0) > 0;
 }
 
 std::string CFrameStream::Cannot(std::string_view why) const {

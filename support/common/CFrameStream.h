@@ -35,6 +35,9 @@ public:
     /// The stream has waited; what `Watch` named may be ready.
     virtual void Woken() {}
 
+    /// Whether the peer is no more, though others may hold its ends open. Asked after a wait in vain.
+    virtual bool HasPeerEnded() { return false; }
+
     /// What became of a peer that is gone, and its last words; a sentence to append, or empty.
     virtual std::string Fate() { return {}; }
 
@@ -77,6 +80,7 @@ private:
 
     /// Waits until the stream can go on, or, while it writes, until something can be read; true in that case.
     bool Wait(bool forWriting);
+    bool IsReadable() const;
 
     std::string Cannot(std::string_view why) const;
     std::string Progress() const;

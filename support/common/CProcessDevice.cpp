@@ -111,6 +111,7 @@ std::string CProcessDevice::Peer() const {
 
 void CProcessDevice::Watch(std::vector<pollfd>& set) {
     set.push_back({m_streams.error.Get(), POLLIN, 0});
+    set.push_back({m_child.EndDescriptor(), POLLIN, 0});
 }
 
 void CProcessDevice::Woken() {

@@ -465,6 +465,18 @@ TEST_F(Process, AToolThatClosesItsOutputAndLivesOnIsReportedSoon) {
     EXPECT_LT(duration, 2s);
 }
 
+TEST_F(Process, AToolThatDiesIsReportedThoughItsOffspringHoldsItsStreams) {
+    const auto device = Start({"leave-offspring"});
+    EXPECT_THAT(MessageOf<PeerGoneError>([&] { device->ReadString(); }),
+                AllOf(HasSubstr("it has ended"), HasSubstr("It exited with status 5")));
+}
+
+TEST_F(Process, WhatAToolWroteBeforeItDiedIsReadThoughItsOffspringHoldsItsStreams) {
+    const auto device = Start({"leave-offspring", "last words"});
+    EXPECT_EQ(device->ReadString(), "last words");
+    MessageOf<PeerGoneError>([&] { device->ReadString(); });
+}
+
 TEST_F(Process, OnlyTheLastTwentyLinesOfStandardErrorAreKept) {
     const auto device = Start({"lines", "25"});
     const auto message = MessageOf<PeerGoneError>([&] { device->ReadString(); });
