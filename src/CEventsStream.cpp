@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apigen/ApiException.h>
-#include <apigen/CXmlData.h>
-#include <apigen/Serialize.h>
 #include <zamclientlib/CEventsStream.h>
 
 #include <sys/epoll.h>
@@ -16,6 +14,7 @@
 #include <system_error>
 #include <utility>
 
+#include "support/apigen/Encoders.h"
 #include "support/common/CDescriptor.h"
 
 namespace zamclientlib {
@@ -88,9 +87,7 @@ SBaseEvent CEventsStream::Read() {
 }
 
 SBaseEvent CEventsStream::ReadNext() {
-    SBaseEvent event;
-    apigen::Deserialize(*apigen::CXmlData::Unserialize(m_device->ReadString()), "Event", event);
-    return event;
+    return apigen::DeserializeDocument<SBaseEvent>(m_device->ReadString(), "Event");
 }
 
 apigen::Optional<SBaseEvent> CEventsStream::ReadUntil(std::chrono::steady_clock::time_point deadline) {

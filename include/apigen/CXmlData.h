@@ -40,15 +40,17 @@ public:
     std::string GetString(const std::string& key) const override;
 
     /// For the library's own code, which works on the document underneath.
-    CXmlData(std::shared_ptr<CDocument> document, std::uint32_t node) noexcept;
-    CDocument& Document() const noexcept { return *m_document; }
+    /// \param owner keeps `document` alive; empty for the node that is a part of it
+    CXmlData(CDocument& document, std::uint32_t node, std::shared_ptr<CDocument> owner) noexcept;
+    CDocument& Document() const noexcept { return m_document; }
     std::uint32_t Node() const noexcept { return m_node; }
 
 private:
     CDocument& Indexed() const;
 
-    std::shared_ptr<CDocument> m_document;
+    CDocument& m_document;
     std::uint32_t m_node;
+    std::shared_ptr<CDocument> m_owner;
 };
 
 }  // namespace apigen

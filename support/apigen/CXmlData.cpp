@@ -10,8 +10,17 @@
 namespace apigen {
 namespace {
 
-std::shared_ptr<IData> Share(const std::shared_ptr<CDocument>& document, NodeId node) {
-    return std::make_shared<CXmlData>(document, node);
+/// A document and its root in one allocation.
+struct SRootedDocument final : CDocument {
+    CXmlData RootNode{*this, Root, nullptr};
+};
+
+std::shared_ptr<IData> ShareRoot(const std::shared_ptr<SRootedDocument>& document) {
+    return {document, &document->RootNode};
+}
+
+std::shared_ptr<IData> Share(CDocument& document, NodeId node) {
+    return std::make_shared<CXmlData>(document, node, document.shared_from_this());
 }
 
 NodeId Require(const CDocument& document, NodeId parent, const std::string& key) {
@@ -22,11 +31,11 @@ NodeId Require(const CDocument& document, NodeId parent, const std::string& key)
 
 }  // namespace
 
-CXmlData::CXmlData(std::shared_ptr<CDocument> document, std::uint32_t node) noexcept
-    : m_document(std::move(document)), m_node(node) {}
+CXmlData::CXmlData(CDocument& document, std::uint32_t node, std::shared_ptr<CDocument> owner) noexcept
+    : m_document(document), m_node(node), m_owner(std::move(owner)) {}
 
 std::shared_ptr<IData> CXmlData::CreateNew() {
-    return Share(std::make_shared<CDocument>(), CDocument::Root);
+    return ShareRoot(std::make_shared<SRootedDocument>());
 }
 
 std::shared_ptr<IData> CXmlData::Unserialize(const std::string& text) {
@@ -34,7 +43,9 @@ std::shared_ptr<IData> CXmlData::Unserialize(const std::string& text) {
 }
 
 std::shared_ptr<IData> CXmlData::Unserialize(std::string&& text) {
-    return Share(std::make_shared<CDocument>(ParseXml(std::move(text))), CDocument::Root);
+    const auto document = std::make_shared<SRootedDocument>();
+    ParseXml(std::move(text), *document);
+    return ShareRoot(document);
 }
 
 std::string CXmlData::Serialize(const IData& data) {
@@ -42,7 +53,7 @@ std::string CXmlData::Serialize(const IData& data) {
     if (node == nullptr) {
         throw ApiInternalError("Only a container that CXmlData made has a text form");
     }
-    return WriteXml(*node->m_document, node->m_node);
+    return WriteXml(node->m_document, node->m_node);
 }
 
 bool CXmlData::HasValue(const std::string& key) const {
@@ -50,22 +61,24 @@ bool CXmlData::HasValue(const std::string& key) const {
 }
 
 std::shared_ptr<IData> CXmlData::CreateChild(const std::string& key) {
-    return Share(m_document, Indexed().AppendNode(m_node, key));
+    CDocument& document = Indexed();
+    return Share(document, document.AppendNode(m_node, key));
 }
 
 std::vector<std::shared_ptr<IData>> CXmlData::GetChildren(const std::string& key) const {
-    const CDocument& document = Indexed();
+    CDocument& document = Indexed();
     std::vector<std::shared_ptr<IData>> children;
     NodeId child = document.Find(m_node, key);
     while (child != CDocument::None) {
-        children.push_back(Share(m_document, child));
+        children.push_back(Share(document, child));
         child = document.FindFrom(document.NextSibling(child), key);
     }
     return children;
 }
 
 std::shared_ptr<IData> CXmlData::GetChild(const std::string& key) const {
-    return Share(m_document, Require(Indexed(), m_node, key));
+    CDocument& document = Indexed();
+    return Share(document, Require(document, m_node, key));
 }
 
 bool CXmlData::HasString(const std::string& key) const {
@@ -75,11 +88,9 @@ bool CXmlData::HasString(const std::string& key) const {
 }
 
 void CXmlData::SetString(const std::string& key, const std::string& value) {
-    if (m_node == CDocument::Root && !m_document->HasRootEntry(key)) {
+    if (m_node == CDocument::Root && !m_document.HasRootEntry(key)) {
         RequireKey(key);
-        m_document->AddTailKey(key);
-        m_document->TailWriter().Entry(key, value);
-        return;
+        return m_document.AppendToTail(key, [&](CXmlWriter& tail) { tail.Entry(key, value); });
     }
     CDocument& document = Indexed();
     const NodeId found = document.Find(m_node, key);
@@ -98,8 +109,8 @@ std::string CXmlData::GetString(const std::string& key) const {
 }
 
 CDocument& CXmlData::Indexed() const {
-    m_document->Index();
-    return *m_document;
+    m_document.Index();
+    return m_document;
 }
 
 }  // namespace apigen

@@ -2,12 +2,10 @@
 #include "support/apigen/CXmlWriter.h"
 
 #include <algorithm>
-#include <new>
+#include <cstring>
 #include <string>
-#include <utility>
 
 #include "support/apigen/Base64.h"
-#include "support/apigen/LargeMemory.h"
 #include "support/apigen/XmlChars.h"
 
 namespace apigen {
@@ -41,29 +39,46 @@ std::string_view Escape(char c) {
 
 }  // namespace
 
-CXmlWriter::CXmlWriter(CXmlWriter&& other) noexcept
-    : m_buffer(std::move(other.m_buffer)),
-      m_size(std::exchange(other.m_size, 0)),
-      m_capacity(std::exchange(other.m_capacity, 0)) {}
+inline void CXmlWriter::StartTag(std::string_view key) {
+    char* const at = m_text.Room(key.size() + 2);
+    at[0] = '<';
+    std::memcpy(at + 1, key.data(), key.size());
+    at[key.size() + 1] = '>';
+    m_text.SetSize(m_text.Size() + key.size() + 2);
+}
 
-CXmlWriter& CXmlWriter::operator=(CXmlWriter&& other) noexcept {
-    m_buffer = std::move(other.m_buffer);
-    m_size = std::exchange(other.m_size, 0);
-    m_capacity = std::exchange(other.m_capacity, 0);
-    return *this;
+inline void CXmlWriter::EndTag(std::string_view key) {
+    char* const at = m_text.Room(key.size() + 3);
+    at[0] = '<';
+    at[1] = '/';
+    std::memcpy(at + 2, key.data(), key.size());
+    at[key.size() + 2] = '>';
+    m_text.SetSize(m_text.Size() + key.size() + 3);
+}
+
+inline void CXmlWriter::Append(std::string_view bytes) {
+    std::memcpy(m_text.Room(bytes.size()), bytes.data(), bytes.size());
+    m_text.SetSize(m_text.Size() + bytes.size());
+}
+
+std::size_t CXmlWriter::Open(std::string_view key) {
+    StartTag(key);
+    return m_text.Size();
+}
+
+void CXmlWriter::Close(std::string_view key, std::size_t opened) {
+    if (m_text.Size() != opened) return EndTag(key);
+    m_text[opened - 1] = '/';
+    m_text.Append('>');
 }
 
 void CXmlWriter::Entry(std::string_view key, std::string_view text) {
     const char* const end = text.data() + text.size();
     if (xml::SkipPlain(text.data(), end) == end) {
-        char* at = Room(2 * key.size() + text.size() + 5);
-        *at++ = '<';
-        at = std::copy(key.begin(), key.end(), at);
-        *at++ = '>';
-        at = std::copy(text.begin(), text.end(), at);
-        EndTag(at, key);
-        m_size += 2 * key.size() + text.size() + 5;
-        return;
+        m_text.Room(2 * key.size() + text.size() + 5);
+        StartTag(key);
+        Append(text);
+        return EndTag(key);
     }
     Append("<");
     Append(key);
@@ -76,8 +91,7 @@ void CXmlWriter::Entry(std::string_view key, std::string_view text) {
         base64::Append(encoded, text);
         Append(encoded);
     }
-    EndTag(Room(key.size() + 3), key);
-    m_size += key.size() + 3;
+    EndTag(key);
 }
 
 void CXmlWriter::AppendEscaped(std::string_view text) {
@@ -90,20 +104,6 @@ void CXmlWriter::AppendEscaped(std::string_view text) {
         Append(Escape(*special));
         text.remove_prefix(plain + 1);
     }
-}
-
-void CXmlWriter::Grow(std::size_t count) {
-    constexpr std::size_t Least = 256;
-    constexpr std::size_t Large = 1U << 20;
-    // Small blocks double. Large ones grow by less, so as not to hold much that is never used: the allocator
-    // extends them in place, or moves pages instead of bytes.
-    const std::size_t more = m_capacity < Large ? m_capacity : m_capacity / 8;
-    const std::size_t capacity = std::max({Least, m_size + count, m_capacity + more});
-    void* const grown = std::realloc(m_buffer.get(), capacity);
-    if (grown == nullptr) throw std::bad_alloc();
-    (void)m_buffer.release();
-    m_buffer.reset(static_cast<char*>(grown));
-    m_capacity = capacity;
 }
 
 }  // namespace apigen

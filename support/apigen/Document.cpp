@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <limits>
 
-#include "support/apigen/LargeMemory.h"
 #include "support/apigen/XmlParser.h"
 #include "support/common/Text.h"
 
@@ -23,26 +22,21 @@ void RequireKey(std::string_view key) {
     }
 }
 
-CDocument::CDocument(std::size_t expectedNodes) {
-    m_nodes.reserve(expectedNodes);
-    PrepareLargeBlock(m_nodes.data(), m_nodes.capacity() * sizeof(SNode));
-    m_nodes.emplace_back();
-}
-
 NodeId CDocument::AppendNode(NodeId parent, std::string_view key) {
     RequireKey(key);
     return Link(parent, AppendBytes(key), static_cast<std::uint32_t>(key.size()));
 }
 
 NodeId CDocument::Link(NodeId parent, std::uint32_t keyOffset, std::uint32_t keyLength) {
-    const auto node = static_cast<NodeId>(m_nodes.size());
+    const auto node = static_cast<NodeId>(m_nodes.Size());
     if (node == None) {
         throw ApiInternalError("A document has too many entries");
     }
-    SNode& added = m_nodes.emplace_back();
+    SNode added;
     added.KeyOffset = keyOffset;
     added.KeyLength = keyLength;
     added.Parent = parent;
+    m_nodes.Append(added);
     SNode& above = m_nodes[parent];
     if (above.FirstChild == None) {
         above.FirstChild = node;
@@ -64,20 +58,24 @@ void CDocument::SetText(NodeId node, std::string_view text) {
     target.LastChild = None;
 }
 
-void CDocument::AddTailKey(std::string_view key) {
-    if (std::find(m_tailKeys.begin(), m_tailKeys.end(), key) == m_tailKeys.end())
-        m_tailKeys.emplace_back(key);
+/// \param at where what was written under `key`, if anything was, begins
+void CDocument::NoteTailKey(std::string_view key, std::size_t at) {
+    if (Tail().size() != at && !IsInTail(key)) m_tailKeys.Append({at + 1, key.size()});
+}
+
+bool CDocument::IsInTail(std::string_view key) const {
+    return std::any_of(m_tailKeys.begin(), m_tailKeys.end(),
+                       [&](const STailKey& each) { return Tail().substr(each.Offset, each.Length) == key; });
 }
 
 bool CDocument::HasRootEntry(std::string_view key) const {
-    return std::find(m_tailKeys.begin(), m_tailKeys.end(), key) != m_tailKeys.end() ||
-           Find(Root, key) != None;
+    return IsInTail(key) || Find(Root, key) != None;
 }
 
 void CDocument::IndexTail() {
     CXmlParser(*this).ParseBelowRoot(Tail());
-    m_tail = CXmlWriter();
-    m_tailKeys.clear();
+    m_tail.CutTo(0);
+    m_tailKeys.SetSize(0);
 }
 
 std::uint32_t CDocument::AppendBytes(std::string_view bytes) {

@@ -9,10 +9,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "support/apigen/CSmallArray.h"
 #include "support/apigen/CXmlWriter.h"
 
 namespace apigen APIGEN_API {
@@ -22,22 +23,24 @@ using NodeId = std::uint32_t;
 /// Whether two keys of the same length are the same. Keys are short: a call of the library's function would
 /// cost more than the comparison.
 inline bool IsSameKey(const char* left, const char* right, std::size_t length) {
-    std::uint64_t a = 0;
-    std::uint64_t b = 0;
-    while (length >= sizeof a) {
-        std::memcpy(&a, left, sizeof a);
-        std::memcpy(&b, right, sizeof b);
-        if (a != b) return false;
-        left += sizeof a;
-        right += sizeof a;
-        length -= sizeof a;
+    const auto isSame = [=](auto sample, std::size_t at) {
+        auto other = sample;
+        std::memcpy(&sample, left + at, sizeof sample);
+        std::memcpy(&other, right + at, sizeof other);
+        return sample == other;
+    };
+    // The last word may overlap the one before.
+    if (length >= 8) {
+        for (std::size_t at = 0; at + 8 < length; at += 8) {
+            if (!isSame(std::uint64_t(), at)) return false;
+        }
+        return isSame(std::uint64_t(), length - 8);
     }
-    while (length != 0 && *left == *right) {
-        ++left;
-        ++right;
-        --length;
+    if (length >= 4) return isSame(std::uint32_t(), 0) && isSame(std::uint32_t(), length - 4);
+    for (std::size_t at = 0; at < length; ++at) {
+        if (left[at] != right[at]) return false;
     }
-    return length == 0;
+    return true;
 }
 
 /// A tree of keyed nodes. Nodes are named by their index, so the tree can grow without moving a reference.
@@ -47,13 +50,12 @@ inline bool IsSameKey(const char* left, const char* right, std::size_t length) {
 ///
 /// What is appended to the root in order, as a request is built, need not be a tree for anybody: it is kept
 /// as the text that it will be sent as, the tail, until somebody asks for a node.
-class CDocument {
+class CDocument : public std::enable_shared_from_this<CDocument> {
 public:
     static constexpr NodeId Root = 0;
     static constexpr NodeId None = 0xFFFFFFFF;
 
-    /// \param expectedNodes makes room for so many.
-    explicit CDocument(std::size_t expectedNodes = 1);
+    CDocument() { m_nodes.Append({}); }
 
     /// Appends an empty node at the end of `parent`, whose own text is dropped.
     NodeId AppendNode(NodeId parent, std::string_view key);
@@ -106,9 +108,18 @@ public:
     /// \throws ApiInternalError that says that the entry holds child entries where a text was asked for.
     [[noreturn]] void ThrowNoText(NodeId node) const;
 
-    /// A writer for further entries of the root; their keys go to `AddTailKey`.
-    CXmlWriter& TailWriter() { return m_tail; }
-    void AddTailKey(std::string_view key);
+    /// Lets `write` append further entries of the root, all under `key`, to the tail.
+    template <class Write>
+    void AppendToTail(std::string_view key, Write&& write) {
+        const std::size_t size = Tail().size();
+        try {
+            write(m_tail);
+            NoteTailKey(key, size);
+        } catch (...) {
+            m_tail.CutTo(size);
+            throw;
+        }
+    }
 
     /// The text of the root's entries that are not among the nodes.
     std::string_view Tail() const { return m_tail.Text(); }
@@ -146,12 +157,20 @@ private:
     std::uint32_t AppendBytes(std::string_view bytes);
     NodeId Link(NodeId parent, std::uint32_t keyOffset, std::uint32_t keyLength);
 
+    /// Where a key stands in the tail.
+    struct STailKey {
+        std::size_t Offset;
+        std::size_t Length;
+    };
+
+    void NoteTailKey(std::string_view key, std::size_t at);
+    bool IsInTail(std::string_view key) const;
     void IndexTail();
 
     std::string m_bytes;
-    std::vector<SNode> m_nodes;
+    CSmallArray<SNode, 8> m_nodes;
     CXmlWriter m_tail;
-    std::vector<std::string> m_tailKeys;  // each once
+    CSmallArray<STailKey, 4> m_tailKeys;  // each once
 };
 
 constexpr bool IsKeyStart(char c) {

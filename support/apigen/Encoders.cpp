@@ -31,37 +31,26 @@ void CopyEntries(const CDocument& from, NodeId node, IData& to) {
     }
 }
 
-/// Adds the elements in `text`, which a writer made, to any container.
-void AddTo(IData& data, std::string_view text) {
+}  // namespace
+
+void detail::AppendTo(IData& data, std::string_view key, WriteFunction write, const void* value) {
+    RequireKey(key);
+    const auto writeInto = [&](CXmlWriter& text) {
+        CTextWriter writer(text);
+        write(writer, key, value);
+    };
+    auto* const node = dynamic_cast<CXmlData*>(&data);
+    if (node != nullptr && node->Node() == CDocument::Root) {
+        return node->Document().AppendToTail(key, writeInto);
+    }
+    CXmlWriter writer;
+    writeInto(writer);
     CDocument document;
-    CXmlParser(document).ParseBelowRoot(text);
+    CXmlParser(document).ParseBelowRoot(writer.Text());
     CopyEntries(document, CDocument::Root, data);
 }
 
-}  // namespace
-
-void detail::WriteTo(IData& data, const std::string& key, WriteValue write, const void* value) {
-    RequireKey(key);
-    auto* const node = dynamic_cast<CXmlData*>(&data);
-    if (node == nullptr || node->Node() != CDocument::Root) {
-        CXmlWriter text;
-        CTextWriter writer(text);
-        write(writer, key, value);
-        return AddTo(data, text.Text());
-    }
-    CXmlWriter& tail = node->Document().TailWriter();
-    const std::size_t size = tail.Text().size();
-    try {
-        CTextWriter writer(tail);
-        write(writer, key, value);
-    } catch (...) {
-        tail.CutTo(size);
-        throw;
-    }
-    if (tail.Text().size() != size) node->Document().AddTailKey(key);
-}
-
-void detail::ReadFrom(const IData& data, std::string_view key, ReadValue read, void* value) {
+void detail::ReadFrom(const IData& data, std::string_view key, ReadFunction read, void* value) {
     if (const auto* const node = dynamic_cast<const CXmlData*>(&data)) {
         node->Document().Index();
         CReader reader(node->Document(), node->Node());

@@ -19,9 +19,11 @@
 #include <utility>
 #include <vector>
 
+#include "support/apigen/CTextReader.h"
 #include "support/apigen/Document.h"
 #include "support/apigen/GuidText.h"
 #include "support/apigen/NumberText.h"
+#include "support/apigen/XmlText.h"
 
 namespace apigen {
 
@@ -110,6 +112,8 @@ public:
         }
         return count;
     }
+
+    void End() {}
 
     /// Reads one entry of a list into it; the list's type is known to the function alone.
     using ReadEntry = void (*)(CReader& entry, void* list);
@@ -225,8 +229,8 @@ void Write(CTextWriter& writer, std::string_view key, const T& value) {
     }
 }
 
-template <class T>
-void Read(CReader& reader, std::string_view key, T& value) {
+template <class Reader, class T>
+void Read(Reader& reader, std::string_view key, T& value) {
     if constexpr (std::is_same_v<T, std::string>) {
         value = reader.Text(key);
     } else if constexpr (std::is_same_v<T, bool>) {
@@ -245,15 +249,17 @@ void Read(CReader& reader, std::string_view key, T& value) {
             auto child = reader.Child(key);
             typename T::value_type present{};
             Read(child, OptionalKey, present);
+            child.End();
             value = std::move(present);
         }
     } else if constexpr (IsVector<T>) {
         value.reserve(value.size() + reader.Count(key));
-        constexpr auto readEntry = [](CReader& entry, void* list) {
+        constexpr auto readEntry = [](Reader& entry, void* list) {
             T& values = *static_cast<T*>(list);
             values.emplace_back();
             try {
                 Read(entry, ItemKey, values.back());
+                entry.End();
             } catch (...) {
                 values.pop_back();
                 throw;
@@ -263,39 +269,54 @@ void Read(CReader& reader, std::string_view key, T& value) {
     } else if constexpr (Record<T>) {
         auto child = reader.Child(key);
         ForEachField(value, [&child](const FieldInfo& info, auto& field) { Read(child, info.Key, field); });
+        child.End();
     } else {
         auto child = reader.Child(key);
         Codec<T>::Read(child, value);
+        child.End();
     }
 }
 
-/// Writes or reads one value; its type is known to the function alone.
-using WriteValue = void (*)(CTextWriter& writer, std::string_view key, const void* value);
-using ReadValue = void (*)(CReader& reader, std::string_view key, void* value);
+/// Reads `value` out of a document that holds it alone, written by the same list of fields; says whether the
+/// document was one. Otherwise anything may stand in `value`.
+template <class T>
+bool ReadAsWritten(std::string_view document, std::string_view key, T& value) {
+    CTextCursor cursor(document);
+    CTextReader root(cursor, RootName);
+    Read(root, key, value);
+    root.End();
+    return cursor.IsWhollyRead();
+}
 
-/// Calls `write` for the node of `data`, whichever container that is.
-APIGEN_API void WriteTo(IData& data, const std::string& key, WriteValue write, const void* value);
-/// Calls `read` for the node of `data`, whichever container that is.
-APIGEN_API void ReadFrom(const IData& data, std::string_view key, ReadValue read, void* value);
+using WriteFunction = void (*)(CTextWriter& writer, std::string_view key, const void* value);
+using ReadFunction = void (*)(CReader& reader, std::string_view key, void* value);
+
+/// What is the same for all types: where to write to, in any container, and where to read from.
+APIGEN_API void AppendTo(IData& data, std::string_view key, WriteFunction write, const void* value);
+APIGEN_API void ReadFrom(const IData& data, std::string_view key, ReadFunction read, void* value);
 
 template <class T>
 void WriteTo(IData& data, const std::string& key, const T& value) {
     if constexpr (IsPlain<T>) {
         WithText(value, [&](std::string_view text) { data.SetString(key, std::string(text)); });
     } else {
-        constexpr auto write = [](CTextWriter& writer, std::string_view name, const void* typeless) {
-            Write(writer, name, *static_cast<const T*>(typeless));
-        };
-        WriteTo(data, key, write, &value);
+        AppendTo(
+            data, key,
+            [](CTextWriter& writer, std::string_view name, const void* object) {
+                Write(writer, name, *static_cast<const T*>(object));
+            },
+            &value);
     }
 }
 
 template <class T>
-void ReadFrom(const IData& data, std::string_view key, T& value) {
-    constexpr auto read = [](CReader& reader, std::string_view name, void* typeless) {
-        Read(reader, name, *static_cast<T*>(typeless));
-    };
-    ReadFrom(data, key, read, &value);
+void ReadFrom(const IData& data, const std::string& key, T& value) {
+    ReadFrom(
+        data, key,
+        [](CReader& reader, std::string_view name, void* object) {
+            Read(reader, name, *static_cast<T*>(object));
+        },
+        &value);
 }
 
 }  // namespace detail
@@ -308,6 +329,18 @@ void Serialize(IData& data, const std::string& key, const T& value) {
 template <class T>
 void Deserialize(const IData& data, const std::string& key, T& value) {
     detail::ReadFrom(data, key, value);
+}
+
+/// Reads the value under `key` out of the text of a whole document. Cheaper than a container when the
+/// document holds nothing else.
+template <class T>
+T DeserializeDocument(std::string text, const std::string& key) {
+    T value{};
+    if (!detail::ReadAsWritten(text, key, value)) {
+        value = {};
+        Deserialize(*CXmlData::Unserialize(std::move(text)), key, value);
+    }
+    return value;
 }
 
 template <class T>

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apigen/Guid.h>
 
-#include <array>
+#include <algorithm>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <ios>
+#include <iterator>
 #include <locale>
 #include <sstream>
 #include <string_view>
@@ -14,45 +18,87 @@
 namespace apigen {
 namespace {
 
-constexpr std::string_view Shape = "00000000-0000-0000-0000-000000000000";
+// The digits of a text without braces stand in four groups of eight; a dash may part a group.
+constexpr std::size_t CanonicalSize = 36;
+constexpr std::size_t Dashes[] = {8, 13, 18, 23};
 
-constexpr std::uint8_t NoDigit = 0xFF;
+/// The same value in each byte of a word.
+constexpr std::uint64_t Each(std::uint8_t value) {
+    return value * 0x0101010101010101U;
+}
 
-constexpr std::array DigitValues = [] {
-    std::array<std::uint8_t, 256> values{};
-    values.fill(NoDigit);
-    for (std::uint8_t i = 0; i < 10; ++i)
-        values['0' + i] = i;
-    for (std::uint8_t i = 0; i < 6; ++i)
-        values['a' + i] = values['A' + i] = 10 + i;
-    return values;
-}();
+/// In memory, the first of its bytes is the lowest of the word.
+template <class Word>
+Word Little(Word word) {
+    if constexpr (std::endian::native == std::endian::little) return word;
+    return sizeof word == 8 ? static_cast<Word>(__builtin_bswap64(word))
+                            : static_cast<Word>(__builtin_bswap32(static_cast<std::uint32_t>(word)));
+}
 
-/// Reads `count` bytes of two digits each; NoDigit bits in `bad` tell of a character that is no digit.
-template <std::size_t Count>
-std::uint64_t ReadBytes(const char* at, std::uint8_t& bad) {
-    std::uint64_t value = 0;
-    for (std::size_t i = 0; i < 2 * Count; ++i) {
-        const std::uint8_t digit = DigitValues[static_cast<unsigned char>(at[i])];
-        bad |= digit;
-        value = value << 4 | (digit & 0xF);
-    }
-    return value;
+template <class Word>
+Word Load(const char* from) {
+    Word word = 0;
+    std::memcpy(&word, from, sizeof word);
+    return Little(word);
+}
+
+template <class Word>
+void Store(Word word, char* to) {
+    word = Little(word);
+    std::memcpy(to, &word, sizeof word);
+}
+
+std::uint64_t LoadParted(const char* first, const char* second) {
+    return Load<std::uint32_t>(first) | std::uint64_t{Load<std::uint32_t>(second)} << 32;
+}
+
+/// The number that eight digits, the first one in the lowest byte, stand for. All of them are read at once;
+/// `bad` gets a bit for each that is none.
+inline std::uint32_t FromDigits(std::uint64_t digits, std::uint64_t& bad) {
+    // With the highest bit out of the way no sum runs over into the next byte.
+    const std::uint64_t low = digits & Each(0x7F);
+    const auto isFrom = [](std::uint64_t chars, char first) { return chars + Each(0x80 - first); };
+    const auto isAbove = [](std::uint64_t chars, char last) { return chars + Each(0x7F - last); };
+    const std::uint64_t small = low | Each(0x20);
+    const std::uint64_t isDecimal = isFrom(low, '0') & ~isAbove(low, '9');
+    const std::uint64_t isLetter = isFrom(small, 'a') & ~isAbove(small, 'f');
+    bad |= (~(isDecimal | isLetter) | digits) & Each(0x80);
+
+    std::uint64_t value = (low & Each(0x0F)) + (low >> 6 & Each(1)) * 9;
+    value = (value << 4 | value >> 8) & 0x00FF00FF00FF00FF;
+    value = (value << 8 | value >> 16) & 0x0000FFFF0000FFFF;
+    return static_cast<std::uint32_t>(value << 16 | value >> 32);
+}
+
+std::uint64_t ToDigits(std::uint32_t number) {
+    std::uint64_t value = number;
+    value = (value << 32 | value >> 16) & 0x0000FFFF0000FFFF;
+    value = (value << 16 | value >> 8) & 0x00FF00FF00FF00FF;
+    value = (value << 8 | value >> 4) & Each(0x0F);
+    return value + Each('0') + ((value + Each(6)) >> 4 & Each(1)) * ('a' - '0' - 10);
+}
+
+std::uint32_t Number(const std::uint8_t* bytes) {
+    return std::uint32_t{bytes[0]} << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3];
 }
 
 /// Reads the text that a writer makes, braces removed; says whether it was one.
 bool ReadCanonical(std::string_view text, Guid& guid) {
-    if (text.size() != Shape.size()) return false;
+    if (text.size() != CanonicalSize) return false;
     const char* const at = text.data();
-    std::uint8_t bad = 0;
-    guid.Data1 = static_cast<std::uint32_t>(ReadBytes<4>(at, bad));
-    guid.Data2 = static_cast<std::uint16_t>(ReadBytes<2>(at + 9, bad));
-    guid.Data3 = static_cast<std::uint16_t>(ReadBytes<2>(at + 14, bad));
-    const std::uint64_t tail = ReadBytes<2>(at + 19, bad) << 48 | ReadBytes<6>(at + 24, bad);
-    for (std::size_t i = 0; i < guid.Data4.size(); ++i) {
-        guid.Data4[i] = static_cast<std::uint8_t>(tail >> (56 - 8 * i));
+    std::uint64_t bad = 0;
+    const std::uint32_t numbers[] = {
+        FromDigits(Load<std::uint64_t>(at), bad), FromDigits(LoadParted(at + 9, at + 14), bad),
+        FromDigits(LoadParted(at + 19, at + 24), bad), FromDigits(Load<std::uint64_t>(at + 28), bad)};
+    guid.Data1 = numbers[0];
+    guid.Data2 = static_cast<std::uint16_t>(numbers[1] >> 16);
+    guid.Data3 = static_cast<std::uint16_t>(numbers[1]);
+    for (unsigned i = 0; i < 4; ++i) {
+        guid.Data4[i] = static_cast<std::uint8_t>(numbers[2] >> (24 - 8 * i));
+        guid.Data4[4 + i] = static_cast<std::uint8_t>(numbers[3] >> (24 - 8 * i));
     }
-    return (bad & 0xF0) == 0 && at[8] == '-' && at[13] == '-' && at[18] == '-' && at[23] == '-';
+    return bad == 0 && std::all_of(std::begin(Dashes), std::end(Dashes),
+                                   [at](std::size_t place) { return at[place] == '-'; });
 }
 
 /// Reads any text as far as it goes; what can't be read stays zero.
@@ -75,25 +121,19 @@ Guid ReadLeniently(std::string_view text) {
 }  // namespace
 
 std::string_view FormatGuid(const Guid& guid, SGuidBuffer& buffer) {
-    static constexpr std::string_view Digits = "0123456789abcdef";
-    char* at = buffer.Chars;
-    const auto add = [&at](std::uint32_t value, int digits) {
-        while (digits-- > 0) {
-            *at++ = Digits[value >> 4 * digits & 0xF];
-        }
-    };
-    *at++ = '{';
-    add(guid.Data1, 8);
-    *at++ = '-';
-    add(guid.Data2, 4);
-    *at++ = '-';
-    add(guid.Data3, 4);
-    *at++ = '-';
-    for (std::size_t i = 0; i < guid.Data4.size(); ++i) {
-        if (i == 2) *at++ = '-';
-        add(guid.Data4[i], 2);
-    }
-    *at = '}';
+    char* const text = buffer.Chars + 1;
+    const std::uint64_t second = ToDigits(std::uint32_t{guid.Data2} << 16 | guid.Data3);
+    const std::uint64_t third = ToDigits(Number(&guid.Data4[0]));
+    Store(ToDigits(guid.Data1), text);
+    Store(static_cast<std::uint32_t>(second), text + 9);
+    Store(static_cast<std::uint32_t>(second >> 32), text + 14);
+    Store(static_cast<std::uint32_t>(third), text + 19);
+    Store(static_cast<std::uint32_t>(third >> 32), text + 24);
+    Store(ToDigits(Number(&guid.Data4[4])), text + 28);
+    for (const std::size_t place : Dashes)
+        text[place] = '-';
+    buffer.Chars[0] = '{';
+    buffer.Chars[sizeof buffer.Chars - 1] = '}';
     return {buffer.Chars, sizeof buffer.Chars};
 }
 
@@ -103,7 +143,8 @@ Guid ParseGuid(std::string_view text) {
         if (text.back() == '}') text.remove_suffix(1);
     }
     Guid guid;
-    return ReadCanonical(text, guid) ? guid : ReadLeniently(text);
+    if (text.empty() || ReadCanonical(text, guid)) return guid;
+    return ReadLeniently(text);
 }
 
 std::string Guid::Serialize() const {

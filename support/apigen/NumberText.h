@@ -39,7 +39,8 @@ template <class T>
     T value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     // Where both succeed on the whole text they agree; for anything else the stream has the say.
-    return error == std::errc{} && end == text.data() + text.size() ? value : ExtractNumber<T>(text);
+    const bool isWhole = error == std::errc{} && end == text.data() + text.size();
+    return isWhole || text.empty() ? value : ExtractNumber<T>(text);
 }
 
 }  // namespace apigen

@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "support/apigen/Base64.h"
+#include "support/apigen/LargeMemory.h"
 #include "support/apigen/XmlChars.h"
 #include "support/apigen/XmlText.h"
 #include "support/common/Text.h"
@@ -123,6 +124,11 @@ void CXmlParser::Fail(const std::string& reason, std::size_t offset) const {
 }
 
 void CXmlParser::Adopt(std::string text) {
+    // About what records need; memory that stays untouched costs nothing.
+    constexpr std::size_t BytesPerElement = 20;
+    auto& nodes = m_document.m_nodes;
+    nodes.Reserve(text.size() / BytesPerElement + 1);
+    PrepareLargeBlock(nodes.Data(), text.size() / BytesPerElement * sizeof nodes[0]);
     m_document.m_bytes = std::move(text);
     Finish();
 }

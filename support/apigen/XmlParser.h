@@ -20,7 +20,7 @@ class CXmlParser {
 public:
     explicit CXmlParser(CDocument& document) : m_document(document) {}
 
-    /// Takes over the whole text at once.
+    /// Takes over the whole text of an empty document at once.
     void Adopt(std::string text);
 
     /// Adds well-formed elements as the last entries of the root.

@@ -12,8 +12,6 @@
 namespace apigen {
 namespace {
 
-constexpr std::string_view RootName = "Data";
-
 /// Writes what `node`, which stands `depth` levels deep, holds.
 void WriteChildren(const CDocument& document, NodeId node, unsigned depth, CXmlWriter& writer) {
     const NodeId first = document.FirstChild(node);
@@ -35,12 +33,8 @@ void WriteChildren(const CDocument& document, NodeId node, unsigned depth, CXmlW
 
 }  // namespace
 
-CDocument ParseXml(std::string text) {
-    // About what records need; memory that stays untouched costs nothing.
-    constexpr std::size_t BytesPerElement = 20;
-    CDocument document(text.size() / BytesPerElement + 1);
+void ParseXml(std::string text, CDocument& document) {
     CXmlParser(document).Adopt(std::move(text));
-    return document;
 }
 
 std::string WriteXml(const CDocument& document, NodeId node) {

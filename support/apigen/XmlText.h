@@ -4,17 +4,21 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "support/apigen/Document.h"
 
 namespace apigen APIGEN_API {
 
+/// The root element that is written; any is read.
+inline constexpr std::string_view RootName = "Data";
+
 /// How many levels of elements a document may have, the root element being the first.
 inline constexpr unsigned MaxXmlDepth = 256;
 
-/// Parses `text`, which becomes the storage of the document.
+/// Parses `text` into an empty document, whose storage it becomes.
 /// \throws BrokenMessageError with the reason and the offset of the fault in bytes.
-APIGEN_API CDocument ParseXml(std::string text);
+APIGEN_API void ParseXml(std::string text, CDocument& document);
 
 /// The text form of the entries below `node`, in a root element of their own.
 /// \throws ApiInternalError when they are nested too deeply for a reader.

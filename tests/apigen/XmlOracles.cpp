@@ -251,7 +251,7 @@ std::string ReadWithPugixml(std::string_view text) {
 }  // namespace
 
 SOutcome ReadWhole(std::string_view text) {
-    return Read([&](CDocument& document) { document = ParseXml(std::string(text)); });
+    return Read([&](CDocument& document) { ParseXml(std::string(text), document); });
 }
 
 SOutcome ReadInPieces(std::string_view text, const std::vector<std::size_t>& cuts) {
