@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,9 +15,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <utility>
 
 #include "installer/SmallFile.h"
 #include "support/common/CDescriptor.h"
+#include "support/common/CSpawn.h"
 #include "support/common/Text.h"
 #include "support/common/Waiting.h"
 
@@ -65,33 +66,6 @@ std::vector<std::string> CommandEnvironment() {
     environment.emplace_back("DEBIAN_FRONTEND=noninteractive");
     return environment;
 }
-
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-    std::vector<char*> pointers;
-    pointers.reserve(texts.size() + 1);
-    for (std::string& text : texts)
-        pointers.push_back(text.data());
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
-// The settings of one posix_spawn.
-class CSpawnPlan {
-public:
-    CSpawnPlan() {
-        posix_spawn_file_actions_init(&m_actions);
-        posix_spawnattr_init(&m_attributes);
-    }
-    CSpawnPlan(const CSpawnPlan&) = delete;
-    CSpawnPlan& operator=(const CSpawnPlan&) = delete;
-    ~CSpawnPlan() {
-        posix_spawn_file_actions_destroy(&m_actions);
-        posix_spawnattr_destroy(&m_attributes);
-    }
-
-    posix_spawn_file_actions_t m_actions;
-    posix_spawnattr_t m_attributes;
-};
 
 // A running command.
 class CCommand {
@@ -154,39 +128,17 @@ private:
         const std::string path = FindProgram(m_command.Program);
         if (path.empty()) ThrowCannotRun(m_command, ENOENT);
 
-        CSpawnPlan plan;
-        sigset_t all;
-        sigset_t none;
-        sigfillset(&all);
-        sigemptyset(&none);
-        posix_spawnattr_setsigdefault(&plan.m_attributes, &all);
-        posix_spawnattr_setsigmask(&plan.m_attributes, &none);
-        posix_spawnattr_setflags(&plan.m_attributes,
-                                 POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSID);
-        // Numbers below 4 are targets here; a source among them would be overwritten before its turn.
-        const CDescriptor output = Raised(m_output);
-        const CDescriptor errorText = Raised(m_errorText);
-        const CDescriptor life = lifeWriter ? Raised(lifeWriter) : CDescriptor();
-        auto* const actions = &plan.m_actions;
-        posix_spawn_file_actions_addopen(actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(actions, output.Get(), STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(actions, errorText.Get(), STDERR_FILENO);
-        if (life) posix_spawn_file_actions_adddup2(actions, life.Get(), 3);
-        posix_spawn_file_actions_addclosefrom_np(actions, life ? 4 : 3);
-        posix_spawn_file_actions_addchdir_np(actions, "/");
+        apigen::common::CSpawn spawn(POSIX_SPAWN_SETSID);
+        spawn.GiveFile(STDIN_FILENO, "/dev/null", O_RDONLY);
+        spawn.Give(STDOUT_FILENO, m_output);
+        spawn.Give(STDERR_FILENO, m_errorText);
+        if (lifeWriter) spawn.Give(STDERR_FILENO + 1, lifeWriter);
+        spawn.EnterFolder("/");
 
         std::vector<std::string> arguments = m_command.Arguments;
         arguments.insert(arguments.begin(), m_command.Program);
-        std::vector<std::string> environment = CommandEnvironment();
-        const int error = posix_spawn(&m_pid, path.c_str(), actions, &plan.m_attributes,
-                                      Pointers(arguments).data(), Pointers(environment).data());
+        const int error = spawn.Run(m_pid, path, std::move(arguments), CommandEnvironment());
         if (error != 0) ThrowCannotRun(m_command, error);
-    }
-
-    CDescriptor Raised(const CDescriptor& descriptor) const {
-        CDescriptor copy(fcntl(descriptor.Get(), F_DUPFD_CLOEXEC, 4));
-        if (!copy) ThrowCannotRun(m_command, errno);
-        return copy;
     }
 
     static off_t SizeOf(const CDescriptor& file) {

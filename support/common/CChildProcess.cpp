@@ -5,15 +5,15 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <cerrno>
 #include <string_view>
 #include <utility>
 
+#include "support/common/CSpawn.h"
 #include "support/common/Text.h"
 #include "support/common/Waiting.h"
 
@@ -31,12 +31,8 @@ void Require(bool success) {
     if (!success) throw SLaunchFailure{errno};
 }
 
-void RequireZero(int error) {
-    if (error != 0) throw SLaunchFailure{error};
-}
-
-/// The descriptor, moved out of 0..2: there the child's own streams are put, and a caller that has closed
-/// its standard streams must not find ours in their place.
+/// The descriptor, moved out of 0..2: a caller that has closed its standard streams must not find ours in
+/// their place.
 CDescriptor AwayFromStandardStreams(int fd) {
     CDescriptor descriptor(fd);
     if (fd > STDERR_FILENO) return descriptor;
@@ -57,71 +53,14 @@ SPipe MakePipe(int ourEnd) {
     CDescriptor theirs(fds[1 - ourEnd]);
     CDescriptor ours = AwayFromStandardStreams(fds[ourEnd]);
     Require(::fcntl(ours.Get(), F_SETFL, O_NONBLOCK) == 0);
-    return {std::move(ours), AwayFromStandardStreams(theirs.Release())};
+    return {std::move(ours), std::move(theirs)};
 }
-
-class CSpawnActions {
-public:
-    CSpawnActions(int input, int output, int error) {
-        RequireZero(::posix_spawn_file_actions_init(&m_actions));
-        try {
-            RequireZero(::posix_spawn_file_actions_adddup2(&m_actions, input, STDIN_FILENO));
-            RequireZero(::posix_spawn_file_actions_adddup2(&m_actions, output, STDOUT_FILENO));
-            RequireZero(::posix_spawn_file_actions_adddup2(&m_actions, error, STDERR_FILENO));
-            RequireZero(::posix_spawn_file_actions_addclosefrom_np(&m_actions, STDERR_FILENO + 1));
-        } catch (...) {
-            ::posix_spawn_file_actions_destroy(&m_actions);
-            throw;
-        }
-    }
-    CSpawnActions(const CSpawnActions&) = delete;
-    CSpawnActions& operator=(const CSpawnActions&) = delete;
-    ~CSpawnActions() { ::posix_spawn_file_actions_destroy(&m_actions); }
-
-    const posix_spawn_file_actions_t* Get() const noexcept { return &m_actions; }
-
-private:
-    posix_spawn_file_actions_t m_actions;
-};
-
-/// No signal blocked, none ignored.
-class CSpawnAttributes {
-public:
-    CSpawnAttributes() {
-        RequireZero(::posix_spawnattr_init(&m_attributes));
-        sigset_t none;
-        sigset_t all;
-        ::sigemptyset(&none);
-        // sigfillset leaves out two signals of the C library, which the child would then get ignored.
-        std::memset(&all, 0xff, sizeof all);
-        ::posix_spawnattr_setsigmask(&m_attributes, &none);
-        ::posix_spawnattr_setsigdefault(&m_attributes, &all);
-        ::posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    }
-    CSpawnAttributes(const CSpawnAttributes&) = delete;
-    CSpawnAttributes& operator=(const CSpawnAttributes&) = delete;
-    ~CSpawnAttributes() { ::posix_spawnattr_destroy(&m_attributes); }
-
-    const posix_spawnattr_t* Get() const noexcept { return &m_attributes; }
-
-private:
-    posix_spawnattr_t m_attributes;
-};
 
 /// A text that C strings carry whole; `what` names it, since the text itself may be a secret.
 const std::string& WithoutNul(const std::string& text, const char* what) {
     if (text.find('\0') != std::string::npos)
         throw SLaunchFailure{EINVAL, std::string(what) + " holds a NUL character"};
     return text;
-}
-
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-    std::vector<char*> pointers;
-    pointers.reserve(texts.size() + 1);
-    for (std::string& text : texts)
-        pointers.push_back(text.data());
-    pointers.push_back(nullptr);
-    return pointers;
 }
 
 std::vector<std::string> ArgumentTexts(const std::string& program,
@@ -157,11 +96,13 @@ pid_t Spawn(const std::string& program, const std::vector<std::string>& argument
     SPipe output = MakePipe(0);
     SPipe error = MakePipe(0);
 
-    const CSpawnActions actions(input.theirs.Get(), output.theirs.Get(), error.theirs.Get());
-    const CSpawnAttributes attributes;
+    CSpawn spawn;
+    spawn.Give(STDIN_FILENO, input.theirs);
+    spawn.Give(STDOUT_FILENO, output.theirs);
+    spawn.Give(STDERR_FILENO, error.theirs);
     pid_t pid = -1;
-    RequireZero(::posix_spawnp(&pid, program.c_str(), actions.Get(), attributes.Get(),
-                               Pointers(argumentTexts).data(), Pointers(environmentTexts).data()));
+    const int failure = spawn.Run(pid, program, std::move(argumentTexts), std::move(environmentTexts));
+    if (failure != 0) throw SLaunchFailure{failure};
     streams = {std::move(input.ours), std::move(output.ours), std::move(error.ours)};
     return pid;
 }
