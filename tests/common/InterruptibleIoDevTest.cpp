@@ -20,12 +20,15 @@
 #include <thread>
 #include <utility>
 
+#include "tests/MessageOf.h"
+
 namespace apigen {
 namespace {
 
 using namespace std::chrono_literals;
 using io::event::CAtomicEvent;
 using testing::HasSubstr;
+using tests::MessageOf;
 using Clock = IIoDev::Clock;
 
 std::string Frame(const std::string& text) {
@@ -33,19 +36,6 @@ std::string Frame(const std::string& text) {
     for (std::size_t i = 0; i < 4; ++i)
         frame[i] = static_cast<char>(text.size() >> (8 * i) & 0xff);
     return frame + text;
-}
-
-template <class E>
-std::string MessageOf(const std::function<void()>& action) {
-    try {
-        action();
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const E& error) {
-        return error.what();
-    } catch (const std::exception& error) {
-        ADD_FAILURE() << "another error was thrown: " << error.what();
-    }
-    return {};
 }
 
 class InterruptibleIoDev : public testing::Test {

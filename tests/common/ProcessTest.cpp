@@ -27,10 +27,11 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <typeinfo>
 #include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include "tests/MessageOf.h"
 
 namespace apigen {
 namespace {
@@ -40,6 +41,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
+using tests::MessageOf;
 using Clock = IIoDev::Clock;
 using Environment = std::unordered_map<std::string, std::string>;
 
@@ -48,21 +50,6 @@ const std::string OddToolPath = ODD_TOOL;
 std::ptrdiff_t OpenDescriptors() {
     const std::filesystem::directory_iterator folder("/proc/self/fd");
     return std::distance(begin(folder), end(folder));
-}
-
-/// The message of the E that `action` throws; a failure when it throws something else or nothing.
-template <class E>
-std::string MessageOf(const std::function<void()>& action) {
-    try {
-        action();
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const E& error) {
-        EXPECT_EQ(typeid(error), typeid(E));
-        return error.what();
-    } catch (const std::exception& error) {
-        ADD_FAILURE() << "another error was thrown: " << error.what();
-    }
-    return {};
 }
 
 std::chrono::milliseconds Duration(const std::function<void()>& action) {

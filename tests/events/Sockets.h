@@ -25,6 +25,8 @@
 #include <system_error>
 #include <utility>
 
+#include "tests/MessageOf.h"
+
 namespace tests {
 
 using namespace std::chrono_literals;  // NOLINT: for tests alone
@@ -167,19 +169,6 @@ inline bool Eventually(const std::function<bool()>& condition) {
         ::poll(nullptr, 0, 1);
     }
     return true;
-}
-
-template <class E>
-std::string MessageOf(const std::function<void()>& action) {
-    try {
-        action();
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const E& error) {
-        return error.what();
-    } catch (const std::exception& error) {
-        ADD_FAILURE() << "another error was thrown: " << error.what();
-    }
-    return {};
 }
 
 }  // namespace tests

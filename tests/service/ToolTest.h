@@ -17,13 +17,14 @@
 #include <functional>
 #include <iterator>
 #include <string>
-#include <type_traits>
-#include <typeinfo>
 #include <vector>
 
+#include "tests/MessageOf.h"
 #include "tests/api/TemporaryFolder.h"
 
 namespace zamtest {
+
+using tests::MessageOf;
 
 /// An environment variable that has another value as long as the object lives.
 class CScopedVariable {
@@ -49,23 +50,6 @@ private:
     std::string m_old;
     bool m_wasSet = false;
 };
-
-/// The message of the E that `action` throws; a failure when it throws something else or nothing. The E must
-/// be no derived class, but for the base of all transport failures.
-template <class E>
-std::string MessageOf(const std::function<void()>& action) {
-    try {
-        action();
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const E& error) {
-        EXPECT_TRUE((std::is_same_v<E, apigen::ApiInternalError> || typeid(error) == typeid(E)))
-            << typeid(error).name() << ": " << error.what();
-        return error.what();
-    } catch (const std::exception& error) {
-        ADD_FAILURE() << "another error was thrown: " << typeid(error).name() << ": " << error.what();
-    }
-    return {};
-}
 
 inline double SecondsOf(const std::function<void()>& action) {
     const auto start = std::chrono::steady_clock::now();
