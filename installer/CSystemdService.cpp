@@ -60,7 +60,7 @@ std::string UnitName(const std::string& name) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
                std::string_view(":-_.\\@").find(c) != std::string_view::npos;
     };
-    const std::string unit = name.ends_with(serviceSuffix) ? name : name + std::string(serviceSuffix);
+    std::string unit = name.ends_with(serviceSuffix) ? name : name + std::string(serviceSuffix);
     if (unit.size() == serviceSuffix.size() || unit.size() > longestUnitName ||
         !std::all_of(unit.begin(), unit.end(), isAllowed)) {
         throw CGenericException(Quoted(name) +

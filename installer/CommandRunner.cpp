@@ -48,6 +48,7 @@ constexpr std::array<std::string_view, 9> ownVariables{
 }
 
 std::string SearchPath() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in this program changes the environment
     const char* const path = std::getenv("PATH");
     if (path == nullptr || *path == '\0') return std::string(systemFolders);
     return std::string(path) + ":" + std::string(systemFolders);

@@ -41,6 +41,7 @@ sockaddr_un AddressOf(const std::string& path) {
 bool HoldsAnythingBut(const std::string& directory, const std::string& name) {
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(directory.c_str()), &::closedir);
     if (entries == nullptr) ThrowErrno("Reading the directory " + directory + " failed");
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else reads this stream
     while (const dirent* entry = ::readdir(entries.get())) {
         const std::string found = entry->d_name;
         if (found != "." && found != ".." && found != name) return true;

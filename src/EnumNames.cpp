@@ -81,6 +81,7 @@ template <class Enum>
 const std::vector<Enum>& MembersOf() {
     static const auto values = [] {
         std::vector<Enum> list;
+        list.reserve(Members<Enum>.size());
         for (const auto& member : Members<Enum>)
             list.push_back(member.Value);
         return list;

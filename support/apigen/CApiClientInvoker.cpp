@@ -22,7 +22,7 @@ std::shared_ptr<CApiClientInvoker> CApiClientInvoker::CreateByProcess(
     std::shared_ptr<ILogger> logger) {
     auto process = std::make_unique<CProcess>(program, arguments,
                                               std::unordered_map<std::string, std::string>{}, logger);
-    const std::shared_ptr<CApiClientInvoker> invoker(
+    std::shared_ptr<CApiClientInvoker> invoker(
         new CApiClientInvoker(std::move(process), std::move(generator), timeout, std::move(logger)));
 
     try {

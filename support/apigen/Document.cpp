@@ -101,7 +101,8 @@ std::string CDocument::Path(NodeId node) const {
         }
         std::string step(key);
         if (count > 1) step += "[" + std::to_string(index) + "]";
-        path = path.empty() ? step : step + "/" + path;
+        if (!path.empty()) step += '/';
+        path.insert(0, step);
         node = m_nodes[node].Parent;
     }
     return path;

@@ -16,9 +16,9 @@ inline void PrepareLargeBlock(void* block, std::size_t bytes) {
     constexpr std::uintptr_t PageBytes = 4096;
     constexpr std::size_t WorthIt = 4U << 20;
     if (bytes < WorthIt) return;
-    const auto begin = (reinterpret_cast<std::uintptr_t>(block) + PageBytes - 1) & ~(PageBytes - 1);
-    const auto end = (reinterpret_cast<std::uintptr_t>(block) + bytes) & ~(PageBytes - 1);
-    (void)::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    const std::size_t skipped = -reinterpret_cast<std::uintptr_t>(block) % PageBytes;
+    const std::size_t whole = (bytes - skipped) / PageBytes * PageBytes;
+    (void)::madvise(static_cast<char*>(block) + skipped, whole, MADV_HUGEPAGE);
 }
 
 }  // namespace apigen
