@@ -48,6 +48,7 @@ unsigned long AttemptOf(const SSession& session) {
 }  // namespace
 
 CPrivateDirectory::CPrivateDirectory() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in this program changes the environment
     const char* const base = std::getenv("TMPDIR");
     m_path = std::string(base != nullptr && *base == '/' ? base : "/tmp") + "/testagent-XXXXXX";
     if (::mkdtemp(m_path.data()) == nullptr) {

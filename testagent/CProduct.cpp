@@ -101,6 +101,7 @@ public:
     std::vector<SResolveObjectInfo> ResolveUserInput(
         std::vector<SVolumeBackupObject> objects) const override {
         std::vector<SResolveObjectInfo> resolved;
+        resolved.reserve(objects.size());
         for (const auto& object : objects) {
             resolved.push_back(Resolve(object));
         }
