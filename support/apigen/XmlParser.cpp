@@ -338,6 +338,7 @@ const char* CXmlParser::Reference(const char* from, const char* end, std::string
 
 bool CXmlParser::Name(SCursor& cursor, std::string_view& name) const {
     const char* const from = cursor.At;
+    if (from != cursor.End && xml::IsKeyStart(*from)) cursor.At = xml::SkipKeyChars(from, cursor.End);
     while (true) {
         if (cursor.At == cursor.End) return false;
         const xml::SCodePoint point = xml::DecodeUtf8(cursor.At, cursor.End);
