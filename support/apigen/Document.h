@@ -5,7 +5,6 @@
 
 #include <apigen/Export.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -185,7 +185,7 @@ void CXmlParser::PlainElements() {
     auto& nodes = m_document.m_nodes;
     const char* at = Base() + m_at;
     const char* const end = Base() + Size();
-    // The text ends with a NUL, which is no part of any of this: what is shorter need not be asked for first.
+    // Single characters may be looked at without asking for the end: there is a NUL, which fits nowhere.
     while (m_depth != 0 && *at == '<') {
         const char* const name = at + 1;
         if (*name == '/') {
@@ -314,7 +314,10 @@ std::size_t CXmlParser::Decode(const char* from, const char* end, char* target) 
             ++from;
             if (from != end && *from == '\n') ++from;
         } else {
-            *target++ = *from++;
+            const char* const stop = xml::SkipPlain(from + 1, end);
+            std::memmove(target, from, static_cast<std::size_t>(stop - from));
+            target += stop - from;
+            from = stop;
         }
     }
     return static_cast<std::size_t>(target - start);
