@@ -11,7 +11,7 @@ void MeasureMemory(const CBench& bench);
 void MeasureCalls(const CBench& bench);
 void MeasureCodec(const CBench& bench);
 void MeasureReceivedLists(const CBench& bench);
-void MeasureProxies(const CBench& bench);
+void MeasureObjects(const CBench& bench);
 void MeasureEvents(const CBench& bench);
 void MeasureConnect(const CBench& bench);
 void MeasureGrowth(const CBench& bench);

@@ -1,55 +1,76 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "bench/CBench.h"
 
-#include <cstdio>
-#include <stdexcept>
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+#include "bench/Table.h"
 
 namespace zambench {
 namespace {
 
-constexpr int Rounds = 25;
+/// Long enough for the clock not to show, short enough for neighbours to see the same machine.
+constexpr double ShortestBurst = 0.4e6;
+constexpr double RoundTime = 40e6;
 
-double Median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
+/// Nanoseconds a piece.
+double MeasureBurst(EClock clock, const SSide& side, std::size_t runs) {
+    const double start = Now(clock);
+    for (std::size_t i = 0; i < runs; ++i)
+        side.Run();
+    return (Now(clock) - start) / (static_cast<double>(runs) * side.Pieces);
+}
+
+/// How many runs take at least so long by the wall's clock.
+std::size_t RunsThatTake(double time, const SSide& side) {
+    for (std::size_t runs = 1;; runs *= 2) {
+        const double start = Now(EClock::Wall);
+        MeasureBurst(EClock::Wall, side, runs);
+        if (Now(EClock::Wall) - start >= time) return runs;
+    }
+}
+
+/// Where one run takes long, the other side's bursts do too: on a busy machine, only bursts of like lengths wait
+/// for a processor alike.
+double TimeOfABurst(const SSide& ours, const SSide& floor) {
+    const double start = Now(EClock::Wall);
+    ours.Run();
+    const double middle = Now(EClock::Wall);
+    floor.Run();
+    return std::clamp(std::max(middle - start, Now(EClock::Wall) - middle), ShortestBurst, RoundTime);
 }
 
 }  // namespace
 
-void Require(bool isGood, const char* what) {
-    if (!isGood) throw std::runtime_error(std::string("The benchmark failed: ") + what);
-}
-
-double Now(EClock clock) {
-    timespec time{};
-    ::clock_gettime(clock == EClock::Wall ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
-}
-
 void CBench::Compare(const std::string& row, double goal, const Figure& ours, const Figure& floor) const {
-    std::vector<double> mine;
-    std::vector<double> least;
-    std::vector<double> ratios;
-    for (int round = 0; round < (m_isOnce ? 1 : Rounds); ++round) {
-        const bool isOursFirst = round % 2 == 0;
-        if (isOursFirst) mine.push_back(ours());
-        least.push_back(floor());
-        if (!isOursFirst) mine.push_back(ours());
-        ratios.push_back(mine.back() / least.back());
-    }
-    const auto [min, max] = std::minmax_element(ratios.begin(), ratios.end());
-    const double ratio = Median(ratios);
-    std::printf("%-45s %13.0f %13.0f %7.2f %7.2f -%7.2f", row.c_str(), Median(mine), Median(least), ratio,
-                *min, *max);
-    if (goal != 0) std::printf(" %6.2f %s", goal, ratio <= goal ? "met" : "MISSED");
-    std::printf("\n");
-    std::fflush(stdout);
+    PrintRounds(row, goal, Rounds, [&](bool isOursFirst) { return MeasurePair(isOursFirst, ours, floor); });
 }
 
-void CBench::Note(const std::string& row, const std::string& text) const {
-    std::printf("%-45s %s\n", row.c_str(), text.c_str());
-    std::fflush(stdout);
+void CBench::CompareRuns(const std::string& row, double goal, EClock clock, const SSide& ours,
+                         const SSide& floor, int rounds) const {
+    const double burst = m_isOnce ? 0 : TimeOfABurst(ours, floor);
+    const std::size_t ourRuns = RunsThatTake(burst, ours);
+    const std::size_t floorRuns = RunsThatTake(burst, floor);
+    PrintRounds(row, goal, rounds, [&](bool isOursFirst) {
+        std::vector<SRound> pairs;
+        const double start = Now(EClock::Wall);
+        do {
+            pairs.push_back(MeasurePair(
+                isOursFirst, [&] { return MeasureBurst(clock, ours, ourRuns); },
+                [&] { return MeasureBurst(clock, floor, floorRuns); }));
+            isOursFirst = !isOursFirst;
+        } while (!m_isOnce && Now(EClock::Wall) - start < RoundTime);
+        return Medians(pairs);
+    });
+}
+
+template <class Measure>
+void CBench::PrintRounds(const std::string& row, double goal, int rounds, Measure&& measure) const {
+    std::vector<SRound> measured;
+    for (int round = 0; round < (m_isOnce ? 1 : rounds); ++round)
+        measured.push_back(measure(round % 2 == 0));
+    PrintRow(row, goal, measured);
 }
 
 }  // namespace zambench

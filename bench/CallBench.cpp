@@ -3,11 +3,11 @@
 // list costs, against such a call.
 #include <zamclientlib/Control.h>
 
-#include <cstdio>
-
 #include "bench/Areas.h"
 #include "bench/Children.h"
+#include "bench/Costs.h"
 #include "bench/Samples.h"
+#include "bench/Table.h"
 
 namespace zambench {
 namespace {
@@ -19,58 +19,51 @@ constexpr std::size_t Request =
 constexpr std::size_t Answer =
     4 + sizeof "<Data><__result>{00000001-4a1e-9c07-8f21-0304050607fe}</__result></Data>" - 1;
 
-template <class Run>
-std::string SwitchesPerRun(Run&& run) {
-    constexpr int Runs = 2000;
-    const long before = SwitchesSoFar();
-    for (int i = 0; i < Runs; ++i)
-        run();
-    char text[16];
-    std::snprintf(text, sizeof text, "%.2f", static_cast<double>(SwitchesSoFar() - before) / Runs);
-    return text;
-}
+constexpr double FreeGoal = 1.15;
+constexpr double OneCpuGoal = 1.4;
+constexpr double ObjectGoal = 0.25;
 
 void CompareCall(const CBench& bench, const std::string& name, EPlace place, double goal) {
     CPinned pinned(place);
     const auto control = ConnectToAgent();
-    CBareChild bare(EChannel::Sockets, Request, Answer);
-    CBareChild barePipes(EChannel::Pipes, Request, Answer);
+    CBareChild bare(Request, Answer);
     pinned.ChildrenStarted();
-    const auto call = [&] { Keep(control->GetSessionId()); };
-    const auto ours = [&] { return bench.PerRun(EClock::Wall, call); };
-    const auto floor = [&](CBareChild& child) {
-        return [&] { return bench.PerRun(EClock::Wall, [&] { child.Exchange(); }); };
-    };
-    Require(control->GetSessionId() == IdOf(1), "the answer of a small call");
+    const auto call = [&] { Require(control->GetSessionId() == IdOf(1), "the answer of a small call"); };
+    const auto exchange = [&] { bare.Exchange(); };
 
-    bench.Compare("small call, " + name + ", ns", goal, ours, floor(bare));
-    bench.Compare("small call, " + name + ", to bare pipes", 0, ours, floor(barePipes));
-    bench.Note("  context switches a call",
-               "ours " + SwitchesPerRun(call) + ", floor " + SwitchesPerRun([&] { bare.Exchange(); }));
+    const int countedRuns = bench.IsOnce() ? 10 : 2000;
+    bench.CompareRuns("small call, " + name + ", ns", goal, EClock::Wall, {call}, {exchange});
+    PrintNote("  a call makes", CountCosts(call, countedRuns));
+    PrintNote("  the floor makes", CountCosts(exchange, countedRuns));
 }
 
 }  // namespace
 
 void MeasureCalls(const CBench& bench) {
-    CompareCall(bench, "free", EPlace::Free, 1.15);
-    CompareCall(bench, "on one CPU", EPlace::OneCpu, 1.4);
+    CompareCall(bench, "free", EPlace::Free, FreeGoal);
+    CompareCall(bench, "on one CPU", EPlace::OneCpu, OneCpuGoal);
     CompareCall(bench, "on two CPUs", EPlace::TwoCpus, 0);
 }
 
-void MeasureProxies(const CBench& bench) {
-    constexpr std::size_t Size = 10'000;
-    const auto product = ProductOfSize(Size);
-    const auto job = product->FindBackupJob({});
-    bench.Compare(
-        "object of a list of 10,000, ns; to a call", 0.25,
-        [&] {
-            return bench.PerRun(EClock::Wall, [&] {
-                Require(job->GetBackupJobSessions().size() == Size, "a list of objects");
-                // Takes the answers of the releases.
-                product->GetSessionId();
-            }) / Size;
-        },
-        [&] { return bench.PerRun(EClock::Wall, [&] { product->GetSessionId(); }); });
+void MeasureObjects(const CBench& bench) {
+    const auto compare = [&](std::size_t size, const std::string& place, double goal, int rounds) {
+        const auto product = ProductOfSize(size);
+        const auto job = product->FindBackupJob({});
+        const auto call = [&] { product->GetSessionId(); };
+        const auto takeAndRelease = [&] {
+            Require(job->GetBackupJobSessions().size() == size, "a list of objects");
+            call();  // takes the answers of the releases
+        };
+        bench.CompareRuns("object of " + std::to_string(size) + ", " + place + ", ns; to a call", goal,
+                          EClock::Wall, {takeAndRelease, static_cast<double>(size)}, {call}, rounds);
+    };
+    compare(10'000, "free", ObjectGoal, CBench::Rounds);
+
+    const CPinned pinned(EPlace::OneCpu);
+    compare(10'000, "on one CPU", ObjectGoal, CBench::Rounds);
+    compare(1, "on one CPU", 0, CBench::Rounds);
+    compare(100, "on one CPU", 0, CBench::Rounds);
+    if (!bench.IsOnce()) compare(1'000'000, "on one CPU", 0, 3);
 }
 
 }  // namespace zambench

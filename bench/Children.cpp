@@ -5,8 +5,6 @@
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,16 +13,30 @@
 #include <chrono>
 #include <string>
 
-#include "bench/CBench.h"
+#include "bench/Round.h"
 
 extern char** environ;
 
 namespace zambench {
+namespace {
 
-CBareChild::CBareChild(EChannel channel, std::size_t request, std::size_t answer)
+struct SPipe {
+    int Read;
+    int Write;
+};
+
+SPipe MakePipe() {
+    std::array<int, 2> ends{};
+    Require(::pipe2(ends.data(), O_CLOEXEC) == 0, "a pipe");
+    return {ends[0], ends[1]};
+}
+
+}  // namespace
+
+CBareChild::CBareChild(std::size_t request, std::size_t answer)
     : m_request(request), m_answer(answer), m_bytes(std::max(request, answer)) {
-    const auto [toChild, write] = Make(channel);
-    const auto [read, fromChild] = Make(channel);
+    const auto [toChild, write] = MakePipe();
+    const auto [read, fromChild] = MakePipe();
     m_write = write;
     m_read = read;
     posix_spawn_file_actions_t actions;
@@ -51,15 +63,6 @@ void CBareChild::Exchange() {
     Require(::write(m_write, m_bytes.data(), m_request) == static_cast<ssize_t>(m_request),
             "write to the bare child");
     Read(m_answer);
-}
-
-CBareChild::SEnds CBareChild::Make(EChannel channel) {
-    std::array<int, 2> ends{};
-    const int failed = channel == EChannel::Pipes
-                           ? ::pipe2(ends.data(), O_CLOEXEC)
-                           : ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data());
-    Require(failed == 0, "a channel to the bare child");
-    return {ends[0], ends[1]};
 }
 
 void CBareChild::Read(std::size_t size) {
@@ -93,12 +96,6 @@ void CPinned::MoveTo(std::size_t which) const {
         return;
     }
     // Fewer processors than wanted: where we are is as good as any.
-}
-
-long SwitchesSoFar() {
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_nvcsw;
 }
 
 std::shared_ptr<zamclientlib::IZamControl> ConnectToAgent() {

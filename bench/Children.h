@@ -17,16 +17,11 @@ class IZamProduct;
 
 namespace zambench {
 
-enum class EChannel {
-    Sockets,
-    Pipes
-};
-
-/// A child on bare descriptors that answers every so many bytes with so many others.
+/// A child on bare pipes that answers every so many bytes with so many others.
 class CBareChild {
 public:
     /// Returns when the child's first byte has come.
-    CBareChild(EChannel channel, std::size_t request, std::size_t answer);
+    CBareChild(std::size_t request, std::size_t answer);
     CBareChild(const CBareChild&) = delete;
     CBareChild& operator=(const CBareChild&) = delete;
     ~CBareChild();
@@ -34,12 +29,6 @@ public:
     void Exchange();
 
 private:
-    struct SEnds {
-        int read;
-        int write;
-    };
-
-    static SEnds Make(EChannel channel);
     void Read(std::size_t size);
 
     std::size_t m_request;
@@ -73,9 +62,6 @@ private:
     EPlace m_place;
     cpu_set_t m_before{};
 };
-
-/// Voluntary context switches of this process.
-long SwitchesSoFar();
 
 /// Connects to the idle agent.
 std::shared_ptr<zamclientlib::IZamControl> ConnectToAgent();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// \file
-/// Lists of records as text and back, and the least that anybody must do to read them: find every '<'.
+/// Records as text and back, and the least that anybody must do to read them: find every '<'.
 #pragma once
 
 #include <apigen/CXmlData.h>
@@ -8,12 +8,31 @@
 
 #include <cstddef>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 namespace zambench {
+
+inline std::shared_ptr<apigen::IData> Parse(std::string&& text) {
+    return apigen::CXmlData::Unserialize(std::move(text));
+}
+
+template <class Record>
+std::string Encode(const Record& record) {
+    const auto data = apigen::CXmlData::CreateNew();
+    apigen::Serialize(*data, "__result", record);
+    return apigen::CXmlData::Serialize(*data);
+}
+
+template <class Record>
+Record Decode(std::string&& text) {
+    Record record;
+    apigen::Deserialize(*Parse(std::move(text)), "__result", record);
+    return record;
+}
 
 template <class Record>
 std::string EncodeList(const std::vector<Record>& records) {
@@ -25,7 +44,7 @@ std::string EncodeList(const std::vector<Record>& records) {
 template <class Record>
 std::vector<Record> DecodeList(std::string&& text) {
     std::vector<Record> records;
-    apigen::DeserializeVector(*apigen::CXmlData::Unserialize(std::move(text)), "__result", records);
+    apigen::DeserializeVector(*Parse(std::move(text)), "__result", records);
     return records;
 }
 

@@ -38,7 +38,7 @@ void CompareConnect(const CBench& bench, const std::string& name, EPlace place) 
                 return control;
             });
         },
-        [&] { return TimeOf(bench, [] { return std::make_unique<CBareChild>(EChannel::Sockets, 1, 1); }); });
+        [&] { return TimeOf(bench, [] { return std::make_unique<CBareChild>(1, 1); }); });
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <apigen/Serialize.h>
 #include <zamclientlib/CEventsStream.h>
 
+#include <benchmark/benchmark.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -121,7 +122,7 @@ double ReadEvents(const CEventChild& child, std::size_t count, EClock clock) {
     Require(stream.Read().Id == 1'000'000, "an event");
     const double start = Now(clock);
     for (std::size_t i = 1; i < count; ++i)
-        Keep(stream.Read());
+        benchmark::DoNotOptimize(stream.Read());
     return (Now(clock) - start) / static_cast<double>(count - 1);
 }
 
@@ -145,7 +146,8 @@ double ReadFrames(const CEventChild& child, std::size_t count, EClock clock, ELo
         for (std::uint32_t length = 0; size - at >= sizeof length; at += sizeof length + length, ++frames) {
             std::memcpy(&length, buffer.data() + at, sizeof length);
             if (size - at - sizeof length < length) break;
-            if (look == ELook::Scan) Keep(CountTags({buffer.data() + at + sizeof length, length}));
+            if (look == ELook::Scan)
+                benchmark::DoNotOptimize(CountTags({buffer.data() + at + sizeof length, length}));
         }
         std::memmove(buffer.data(), buffer.data() + at, size - at);
         size -= at;

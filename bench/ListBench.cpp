@@ -3,7 +3,7 @@
 // receiving the same bytes and scanning them; and its memory, against the message and the records.
 #include <zamclientlib/Control.h>
 
-#include <sys/resource.h>
+#include <benchmark/benchmark.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,30 +15,12 @@
 #include "bench/Children.h"
 #include "bench/Codec.h"
 #include "bench/Samples.h"
+#include "bench/Table.h"
 
 namespace zambench {
 namespace {
 
 using zamclientlib::SBackupRepositoryInfo;
-
-double ProcessCpu() {
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e9 +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e3;
-}
-
-/// The processor time of one `run`, which need not be busy all the time.
-template <class Run>
-double CpuPerRun(const CBench& bench, Run&& run) {
-    int count = 0;
-    const double start = ProcessCpu();
-    do {
-        run();
-        ++count;
-    } while (ProcessCpu() - start < bench.Budget());
-    return (ProcessCpu() - start) / count;
-}
 
 std::string EncodeRepositories(std::size_t size) {
     return EncodeList(Samples<SBackupRepositoryInfo>(size));
@@ -124,33 +106,27 @@ void MeasureMemory(const CBench& bench) {
             return memory.Growth;
         },
         [&] { return least; });
-    bench.Note("  of the floor", "message " + std::to_string(static_cast<long>(memory.Message)) +
-                                     ", records " + std::to_string(static_cast<long>(memory.Records)));
+    PrintNote("  of the floor", "message " + std::to_string(static_cast<long>(memory.Message)) +
+                                    ", records " + std::to_string(static_cast<long>(memory.Records)));
 }
 
 void MeasureReceivedLists(const CBench& bench) {
+    // What waking another processor costs would show in this one's time, now and then.
+    const CPinned pinned(EPlace::OneCpu);
     for (const std::size_t size : {1, 100, 10'000}) {
         const auto repositories = ProductOfSize(size)->GetRepositoryManager();
         const std::string text = EncodeRepositories(size);
-        CBareChild bare(EChannel::Sockets, 100, text.size() + 4);
-        bench.Compare(
-            "client's CPU, " + std::to_string(size) + " received, ns a record", 0,
-            [&] {
-                return CpuPerRun(bench,
-                                 [&] {
-                                     Require(repositories->GetRepositories().size() == size,
-                                             "a received list");
-                                 }) /
-                       static_cast<double>(size);
-            },
-            [&] {
-                return CpuPerRun(bench,
-                                 [&] {
-                                     bare.Exchange();
-                                     Keep(CountTags(text));
-                                 }) /
-                       static_cast<double>(size);
-            });
+        CBareChild bare(100, text.size() + 4);
+        const auto receive = [&] {
+            Require(repositories->GetRepositories().size() == size, "a received list");
+        };
+        const auto receiveAndScan = [&] {
+            bare.Exchange();
+            benchmark::DoNotOptimize(CountTags(text));
+        };
+        const auto pieces = static_cast<double>(size);
+        bench.CompareRuns("client's CPU, " + std::to_string(size) + " received, ns each", 0,
+                          EClock::ThreadCpu, {receive, pieces}, {receiveAndScan, pieces});
     }
 }
 

@@ -5,15 +5,19 @@
 //
 // docs/performance.md explains the rows. A goal that is missed is printed and is no failure: the machine may
 // be busy. A wrong answer is one.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <string>
 
 #include "bench/Areas.h"
+#include "bench/InProcess.h"
+#include "bench/Table.h"
 
 namespace {
+
+constexpr auto Once = "--once";
 
 struct SArea {
     const char* Name;
@@ -23,49 +27,47 @@ struct SArea {
 // Memory goes first: what other areas leave in the heap would hide what it uses.
 constexpr SArea Areas[] = {{"memory", zambench::MeasureMemory},   {"calls", zambench::MeasureCalls},
                            {"codec", zambench::MeasureCodec},     {"lists", zambench::MeasureReceivedLists},
-                           {"proxies", zambench::MeasureProxies}, {"events", zambench::MeasureEvents},
+                           {"objects", zambench::MeasureObjects}, {"events", zambench::MeasureEvents},
                            {"connect", zambench::MeasureConnect}, {"growth", zambench::MeasureGrowth}};
 
-bool IsWanted(const SArea& area, int argc, char** argv) {
-    bool isAnyNamed = false;
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--once") == 0) continue;
-        if (std::strcmp(argv[i], area.Name) == 0) return true;
-        isAnyNamed = true;
-    }
-    return !isAnyNamed;
+void PrintUsage() {
+    std::fprintf(stderr, "zam_bench [%s] [AREA...] [--benchmark_...]; areas:", Once);
+    for (const auto& area : Areas)
+        std::fprintf(stderr, " %s", area.Name);
+    std::fprintf(
+        stderr,
+        "\n--benchmark_filter, --benchmark_out and the other flags of Google Benchmark apply to codec "
+        "and growth\n");
 }
 
-bool IsKnown(const char* argument) {
-    bool isKnown = std::strcmp(argument, "--once") == 0;
+bool IsKnown(const std::string& argument) {
+    return argument == Once || std::any_of(std::begin(Areas), std::end(Areas),
+                                           [&](const SArea& area) { return argument == area.Name; });
+}
+
+void MeasureAreas(std::vector<std::string> names) {
+    const zambench::CBench bench(std::erase(names, Once) != 0);
+    // The client finds the agent's tool as every program does.
+    const char* const path = std::getenv("PATH");
+    ::setenv("PATH", (std::string(BENCH_TOOL_FOLDER ":") + (path != nullptr ? path : "")).c_str(), 1);
+    zambench::PrintHeader();
     for (const auto& area : Areas)
-        isKnown = isKnown || std::strcmp(argument, area.Name) == 0;
-    return isKnown;
+        if (names.empty() || std::find(names.begin(), names.end(), area.Name) != names.end())
+            area.Measure(bench);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    bool isOnce = false;
-    for (int i = 1; i < argc; ++i) {
-        if (!IsKnown(argv[i])) {
-            std::fprintf(stderr,
-                         "zam_bench: unknown argument %s\nzam_bench [--once] [AREA...]; areas:", argv[i]);
-            for (const auto& area : Areas)
-                std::fprintf(stderr, " %s", area.Name);
-            std::fprintf(stderr, "\n");
+    try {
+        const auto arguments = zambench::TakeFlags(argc, argv, PrintUsage);
+        const auto unknown = std::find_if_not(arguments.begin(), arguments.end(), IsKnown);
+        if (unknown != arguments.end()) {
+            std::fprintf(stderr, "zam_bench: unknown argument %s\n", unknown->c_str());
+            PrintUsage();
             return 2;
         }
-        isOnce = isOnce || std::strcmp(argv[i], "--once") == 0;
-    }
-    try {
-        // The client finds the agent's tool as every program does.
-        const char* const path = std::getenv("PATH");
-        ::setenv("PATH", (std::string(BENCH_TOOL_FOLDER ":") + (path != nullptr ? path : "")).c_str(), 1);
-        std::printf("%-45s %13s %13s %7s %16s %6s\n", "", "ours", "floor", "ratio", "min -    max", "goal");
-        const zambench::CBench bench(isOnce);
-        for (const auto& area : Areas)
-            if (IsWanted(area, argc, argv)) area.Measure(bench);
+        MeasureAreas(arguments);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "zam_bench: %s\n", error.what());
         return 1;

@@ -27,6 +27,7 @@
 #include "service/CSubscriber.h"
 #include "service/EventSocket.h"
 #include "support/common/CDescriptor.h"
+#include "support/common/FrameHeader.h"
 #include "support/common/Waiting.h"
 
 namespace zamservice {
@@ -46,12 +47,10 @@ std::string FrameOf(const zamclientlib::SBaseEvent& event) {
                                        " bytes: the limit of a message is " +
                                        std::to_string(apigen::IIoDev::MaxMessageBytes) + " bytes");
     }
+    const auto header = apigen::common::EncodeHeader(text.size());
     std::string frame;
-    frame.reserve(CSubscriber::HeaderBytes + text.size());
-    for (std::size_t i = 0; i < CSubscriber::HeaderBytes; ++i) {
-        frame += static_cast<char>(text.size() >> 8 * i);
-    }
-    return frame += text;
+    frame.reserve(header.size() + text.size());
+    return frame.append(header.data(), header.size()).append(text);
 }
 
 /// While it lives, threads start with every signal blocked: the program's signals stay with its own threads.

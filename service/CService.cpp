@@ -35,42 +35,39 @@ public:
     }
 
     std::shared_ptr<IData> Answer(const std::string& requestText) {
+        SCall call{*this};
         try {
-            const auto request = CXmlData::Unserialize(requestText);
-            const Handle handle = apigen::HandleUtils::FromData(request);
-            const std::string method = request->GetString(envelope::MethodKey);
-            const auto found = m_objects.find(handle.Value);
-            if (found == m_objects.end()) {
-                throw ApiInternalError("No object has the handle " + std::to_string(handle.Value));
-            }
-            if (method == envelope::ReleaseMethod) {
-                m_objects.erase(found);
-                return CXmlData::CreateNew();
-            }
-            // A copy: the object outlives its call whatever that does.
-            const SObject object = found->second;
-            const auto* const handler = object.Interface->Find(method);
-            if (handler == nullptr) {
-                throw ApiInternalError("The object with the handle " + std::to_string(handle.Value) +
-                                       " has no method " + method);
-            }
-            return Run((*handler)(object.Object.get(), *request));
+            call.Request = CXmlData::Unserialize(requestText);
+            call.Response = CXmlData::CreateNew();
+            CarryOut(call);
+            return call.Response;
         } catch (const std::exception& error) {
-            return InternalError(error.what());
+            return call.IsUnderstood ? Failure(error) : InternalError(error.what());
+        } catch (...) {
+            return Failure(ApiInternalError("The service failed for a reason that it can't name"));
         }
     }
 
 private:
-    std::shared_ptr<IData> Run(const CInterface::Call& call) {
-        auto response = CXmlData::CreateNew();
-        try {
-            call(*response, *this);
-        } catch (const std::exception& error) {
-            return Failure(error);
-        } catch (...) {
-            return Failure(ApiInternalError("The service failed for a reason that it can't name"));
+    void CarryOut(SCall& call) {
+        const Handle handle = apigen::HandleUtils::FromData(call.Request);
+        const std::string method = call.Request->GetString(envelope::MethodKey);
+        const auto found = m_objects.find(handle.Value);
+        if (found == m_objects.end()) {
+            throw ApiInternalError("No object has the handle " + std::to_string(handle.Value));
         }
-        return response;
+        if (method == envelope::ReleaseMethod) {
+            m_objects.erase(found);
+            return;
+        }
+        // A copy: the object outlives its call whatever that does.
+        const SObject object = found->second;
+        const auto* const handler = object.Interface->Find(method);
+        if (handler == nullptr) {
+            throw ApiInternalError("The object with the handle " + std::to_string(handle.Value) +
+                                   " has no method " + method);
+        }
+        (*handler)(object.Object.get(), call);
     }
 
     std::unordered_map<std::uint64_t, SObject> m_objects;

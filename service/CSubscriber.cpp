@@ -11,6 +11,7 @@
 
 namespace zamservice {
 
+using apigen::common::HeaderBytes;
 using apigen::common::RetryInterrupted;
 
 bool CSubscriber::Receive() {

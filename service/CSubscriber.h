@@ -10,6 +10,7 @@
 #include <string>
 
 #include "support/common/CDescriptor.h"
+#include "support/common/FrameHeader.h"
 #include "support/common/Waiting.h"
 
 namespace zamservice {
@@ -19,7 +20,6 @@ namespace zamservice {
 /// The operations that return a bool return false once the connection is of no more use.
 class CSubscriber {
 public:
-    static constexpr std::size_t HeaderBytes = 4;
     using Clock = apigen::common::Clock;
 
     /// \param connection a non-blocking socket that `epoll` watches for input under `id`
@@ -28,7 +28,7 @@ public:
         : m_connection(std::move(connection)), m_epoll(epoll), m_id(id), m_openingDeadline(openingDeadline) {}
 
     /// Whether the opening word has come.
-    bool IsOpen() const noexcept { return m_opened == HeaderBytes; }
+    bool IsOpen() const noexcept { return m_opened == apigen::common::HeaderBytes; }
 
     /// Far away once the connection is open.
     Clock::time_point OpeningDeadline() const noexcept {

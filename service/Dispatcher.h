@@ -37,12 +37,19 @@ public:
     virtual apigen::Handle Add(SObject object) = 0;
 };
 
+/// A call on its way through the service.
+struct SCall {
+    IObjectTable& Objects;
+    std::shared_ptr<apigen::IData> Request = {};
+    std::shared_ptr<apigen::IData> Response = {};
+    bool IsUnderstood = false;  ///< the arguments have been read: what fails now is the implementation
+};
+
 /// The methods that an interface has on the wire.
 class CInterface {
 public:
-    /// Decodes the arguments, and returns what carries out the call and writes its result.
-    using Call = std::function<void(apigen::IData& response, IObjectTable& objects)>;
-    using Handler = std::function<Call(void* object, const apigen::IData& request)>;
+    /// Reads the arguments, carries out the call and writes its result.
+    using Handler = std::function<void(void* object, SCall& call)>;
 
     /// The one table of interface `I`.
     template <class I>
@@ -117,25 +124,23 @@ void WriteResult(apigen::IData& response, IObjectTable& objects,
 
 template <class I, class Pointer, class R, class... A>
 void CInterface::Bind(const zamclientlib::Method<I, Pointer, R, A...>& method) {
-    m_handlers.emplace(method.Id, [&method](void* object, const apigen::IData& request) -> Call {
+    m_handlers.emplace(method.Id, [&method](void* object, SCall& call) {
         std::tuple<A...> arguments;
         std::apply(
             [&](auto&... argument) {
                 [[maybe_unused]] std::size_t key = 0;
-                (ReadArgument(request, method.Keys[key++], argument), ...);
+                (ReadArgument(*call.Request, method.Keys[key++], argument), ...);
             },
             arguments);
-        return [&method, target = static_cast<I*>(object), arguments = std::move(arguments)](
-                   apigen::IData& response, IObjectTable& objects) mutable {
-            const auto call = [&](auto&... argument) {
-                return (target->*method.Member)(std::move(argument)...);
-            };
-            if constexpr (std::is_void_v<R>) {
-                std::apply(call, arguments);
-            } else {
-                WriteResult(response, objects, std::apply(call, arguments));
-            }
+        call.IsUnderstood = true;
+        const auto run = [&](auto&... argument) {
+            return (static_cast<I*>(object)->*method.Member)(std::move(argument)...);
         };
+        if constexpr (std::is_void_v<R>) {
+            std::apply(run, arguments);
+        } else {
+            WriteResult(*call.Response, call.Objects, std::apply(run, arguments));
+        }
     });
 }
 

@@ -20,7 +20,9 @@
 
 #include "service/Failure.h"
 #include "src/Protocol.h"
+#include "support/apigen/Envelope.h"
 #include "support/common/CDescriptor.h"
+#include "support/common/FrameHeader.h"
 
 namespace zamservice {
 namespace {
@@ -55,15 +57,12 @@ public:
 
     /// Reads one message; false when the input ended before one began.
     bool Read(std::string& message) {
-        std::array<char, HeaderBytes> header{};
+        std::array<char, apigen::common::HeaderBytes> header{};
         const std::size_t got = ReadBytes(header.data(), header.size());
         if (got == 0) return false;
         if (got < header.size())
             throw apigen::BrokenMessageError("The input ended inside the length of a message");
-        std::uint32_t length = 0;
-        for (std::size_t i = header.size(); i-- > 0;) {
-            length = length << 8 | static_cast<unsigned char>(header[i]);
-        }
+        const std::uint32_t length = apigen::common::DecodeHeader({header.data(), header.size()});
         if (length > apigen::IIoDev::MaxMessageBytes) {
             throw apigen::BrokenMessageError("A message of " + std::to_string(length) +
                                              " bytes is announced, over the limit of " +
@@ -85,9 +84,8 @@ public:
     /// Queues one message; it goes out, with those before it, before the service waits for more input at the
     /// latest.
     void Write(const std::string& message) {
-        for (std::size_t i = 0; i < HeaderBytes; ++i) {
-            m_output += static_cast<char>(message.size() >> 8 * i);
-        }
+        const auto header = apigen::common::EncodeHeader(message.size());
+        m_output.append(header.data(), header.size());
         if (message.size() <= MinStep) {
             m_output += message;
             if (m_output.size() > MinStep) Flush();
@@ -103,7 +101,6 @@ public:
     }
 
 private:
-    static constexpr std::size_t HeaderBytes = 4;
     static constexpr std::size_t MinStep = 64 * 1024;
 
     void WriteBytes(std::string_view bytes) {
@@ -173,7 +170,7 @@ int ServeStandardStreams(const std::function<CService()>& makeService, const Ans
         std::string request;
         // An answer that says nothing, as that of a release, may wait for those behind it: clients send
         // releases by the thousand and don't wait for their answers.
-        const std::string nothing = apigen::CXmlData::Serialize(*apigen::CXmlData::CreateNew());
+        const std::string& nothing = apigen::envelope::EmptyResponse();
         while (streams.Read(request)) {
             const std::string text = answer(*service, request);
             streams.Write(text);

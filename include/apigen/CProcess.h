@@ -35,8 +35,8 @@ private:
 /// A child process whose standard streams belong to this object.
 ///
 /// Nothing leaks into the child: signal mask and dispositions are reset, and of the caller's descriptors
-/// it gets its three standard streams only. The streams of the child are sockets (standard input and
-/// output) and a pipe (standard error), whose last lines are kept for error messages.
+/// it gets its three standard streams only, which are pipes. The last lines of its standard error are kept
+/// for error messages.
 class CProcess {
 public:
     /// Starts `program`, looked up in the caller's `PATH` unless its name holds a `/`.

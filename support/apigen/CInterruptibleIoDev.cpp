@@ -13,8 +13,7 @@ namespace apigen {
 class CInterruptibleIoDev::Impl final : public common::IStreamOwner {
 public:
     explicit Impl(common::CDescriptor socket) noexcept
-        : m_socket(std::move(socket)),
-          m_stream(m_socket.Get(), m_socket.Get(), *this, common::CFrameStream::EFirstReceive::Immediate) {}
+        : m_socket(std::move(socket)), m_stream(common::CChannel::Socket(m_socket.Get()), *this) {}
 
     common::CFrameStream& Stream() noexcept { return m_stream; }
 

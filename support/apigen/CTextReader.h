@@ -61,10 +61,11 @@ public:
 
     std::size_t Count(std::string_view /*key*/) const { return 0; }
 
-    template <class Visitor>
-    void ForEachChild(std::string_view key, Visitor&& visit) {
-        while (Has(key))
-            visit(Child(key));
+    void ForEachChild(std::string_view key, void (*readEntry)(CTextReader& entry, void* list), void* list) {
+        while (Has(key)) {
+            CTextReader entry = Child(key);
+            readEntry(entry, list);
+        }
     }
 
 private:

@@ -115,17 +115,21 @@ public:
 
     void End() {}
 
-    template <class Visitor>
-    void ForEachChild(std::string_view key, Visitor&& visit) {
+    /// Reads one entry of a list into it; the list's type is known to the function alone.
+    using ReadEntry = void (*)(CReader& entry, void* list);
+
+    [[gnu::noinline]] void ForEachChild(std::string_view key, ReadEntry readEntry, void* list) {
         if (m_foreign) {
             for (auto& child : m_foreign->Data->GetChildren(std::string(key))) {
-                visit(CReader(std::move(child)));
+                CReader entry(std::move(child));
+                readEntry(entry, list);
             }
             return;
         }
         NodeId node = Find(key);
         while (node != CDocument::None) {
-            visit(CReader(*m_document, node));
+            CReader entry(*m_document, node);
+            readEntry(entry, list);
             Pass(node);
             node = m_document->FindFrom(m_document->NextSibling(node), key);
         }
@@ -136,6 +140,11 @@ private:
         const IData* Data;
         std::shared_ptr<IData> Owner;
         std::string Text;
+    };
+
+    /// Not inlined: every place that reads a record would have a copy.
+    struct SDropForeign {
+        [[gnu::noinline]] void operator()(SForeign* foreign) const noexcept { delete foreign; }
     };
 
     explicit CReader(std::shared_ptr<IData> data) : CReader(*data, data) {}
@@ -163,7 +172,7 @@ private:
     NodeId m_node = CDocument::Root;
     NodeId m_next = CDocument::None;  // behind the entry that was taken last
     bool m_isInOrder = true;
-    std::unique_ptr<SForeign> m_foreign;
+    std::unique_ptr<SForeign, SDropForeign> m_foreign;
 };
 
 /// True for what is a text under its key, and so replaces an earlier one in a container.
@@ -245,16 +254,18 @@ void Read(Reader& reader, std::string_view key, T& value) {
         }
     } else if constexpr (IsVector<T>) {
         value.reserve(value.size() + reader.Count(key));
-        reader.ForEachChild(key, [&value](auto&& child) {
-            value.emplace_back();
+        constexpr auto readEntry = [](Reader& entry, void* list) {
+            T& values = *static_cast<T*>(list);
+            values.emplace_back();
             try {
-                Read(child, ItemKey, value.back());
-                child.End();
+                Read(entry, ItemKey, values.back());
+                entry.End();
             } catch (...) {
-                value.pop_back();
+                values.pop_back();
                 throw;
             }
-        });
+        };
+        reader.ForEachChild(key, readEntry, &value);
     } else if constexpr (Record<T>) {
         auto child = reader.Child(key);
         ForEachField(value, [&child](const FieldInfo& info, auto& field) { Read(child, info.Key, field); });

@@ -28,7 +28,8 @@ public:
             return CXmlData::CreateNew();
         }
         while (m_owedAnswers != 0) {
-            Receive();
+            std::string answer = m_device->ReadString();
+            if (answer != envelope::EmptyResponse()) CXmlData::Unserialize(std::move(answer));
             --m_owedAnswers;
         }
         return Receive();

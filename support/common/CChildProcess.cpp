@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,9 +20,6 @@
 namespace apigen::common {
 
 namespace {
-
-// How long a receive waits in the system call before the device looks at standard error too.
-constexpr timeval ReceivePatience{0, 20'000};
 
 /// An errno on its way to the one place that words the message.
 struct SLaunchFailure {
@@ -49,33 +45,19 @@ CDescriptor AwayFromStandardStreams(int fd) {
     return moved;
 }
 
-struct SPair {
+struct SPipe {
     CDescriptor ours;
     CDescriptor theirs;
 };
 
-/// \param fds two fresh descriptors: ours, the child's
-SPair MakePair(const int (&fds)[2]) {
-    CDescriptor second(fds[1]);
-    CDescriptor ours = AwayFromStandardStreams(fds[0]);
-    return {std::move(ours), AwayFromStandardStreams(second.Release())};
-}
-
-/// A socket pair on which we may only send (`unused` is SHUT_RD) or only receive (SHUT_WR).
-SPair MakeSocketPair(int unused) {
-    int fds[2];
-    Require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) == 0);
-    SPair pair = MakePair(fds);
-    Require(::shutdown(pair.ours.Get(), unused) == 0);
-    return pair;
-}
-
-SPair MakeErrorPipe() {
+/// \param ourEnd 0 to read, 1 to write. Our end is non-blocking; the child's is as programs expect it.
+SPipe MakePipe(int ourEnd) {
     int fds[2];
     Require(::pipe2(fds, O_CLOEXEC) == 0);
-    SPair pair = MakePair(fds);
-    Require(::fcntl(pair.ours.Get(), F_SETFL, O_NONBLOCK) == 0);
-    return pair;
+    CDescriptor theirs(fds[1 - ourEnd]);
+    CDescriptor ours = AwayFromStandardStreams(fds[ourEnd]);
+    Require(::fcntl(ours.Get(), F_SETFL, O_NONBLOCK) == 0);
+    return {std::move(ours), AwayFromStandardStreams(theirs.Release())};
 }
 
 class CSpawnActions {
@@ -171,11 +153,9 @@ pid_t Spawn(const std::string& program, const std::vector<std::string>& argument
             const std::unordered_map<std::string, std::string>& environment, SChildStreams& streams) {
     std::vector<std::string> argumentTexts = ArgumentTexts(program, arguments);
     std::vector<std::string> environmentTexts = EnvironmentTexts(environment);
-    SPair input = MakeSocketPair(SHUT_RD);
-    SPair output = MakeSocketPair(SHUT_WR);
-    SPair error = MakeErrorPipe();
-    Require(::setsockopt(output.ours.Get(), SOL_SOCKET, SO_RCVTIMEO, &ReceivePatience,
-                         sizeof ReceivePatience) == 0);
+    SPipe input = MakePipe(1);
+    SPipe output = MakePipe(0);
+    SPipe error = MakePipe(0);
 
     const CSpawnActions actions(input.theirs.Get(), output.theirs.Get(), error.theirs.Get());
     const CSpawnAttributes attributes;

@@ -3,19 +3,16 @@
 
 #include <apigen/ApiException.h>
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <array>
 #include <utility>
 
+#include "support/common/FrameHeader.h"
 #include "support/common/Text.h"
 
 namespace apigen::common {
 
 namespace {
-
-constexpr std::size_t HeaderBytes = 4;
 
 // Room for a message is made in steps of at least this; what is still missing beyond it is received in
 // place instead of through the queue.
@@ -30,27 +27,7 @@ constexpr std::size_t SmallMessage = 4096;
 constexpr std::size_t ShownBytes = 200;
 constexpr std::size_t ShownBinaryBytes = 16;
 
-std::array<char, HeaderBytes> EncodeHeader(std::size_t length) noexcept {
-    std::array<char, HeaderBytes> header;
-    for (char& c : header)
-        c = static_cast<char>(length & 0xff), length >>= 8;
-    return header;
-}
-
-unsigned long DecodeHeader(std::string_view bytes) noexcept {
-    unsigned long length = 0;
-    for (std::size_t i = HeaderBytes; i-- != 0;)
-        length = length << 8 | static_cast<unsigned char>(bytes[i]);
-    return length;
-}
-
 }  // namespace
-
-CFrameStream::CFrameStream(int readFd, int writeFd, IStreamOwner& owner, EFirstReceive firstReceive) noexcept
-    : m_readFd(readFd),
-      m_writeFd(writeFd),
-      m_owner(owner),
-      m_firstReceiveFlags(firstReceive == EFirstReceive::Immediate ? MSG_DONTWAIT : 0) {}
 
 std::string CFrameStream::ReadString() {
     BeginOperation("read a message from");
@@ -88,7 +65,7 @@ bool CFrameStream::BeginMessage() {
         ThrowGone("the stream ended after " + std::to_string(m_input.Size()) +
                   " bytes that are no message: " + Quoted(m_input.Bytes()));
     }
-    const unsigned long length = DecodeHeader(m_input.Bytes());
+    const std::uint32_t length = DecodeHeader(m_input.Bytes());
     if (length > IIoDev::MaxMessageBytes) RefuseOverlong(length);
     m_input.Drop(HeaderBytes);
     m_length = length;
@@ -147,7 +124,7 @@ void CFrameStream::SendAll(std::string_view text) {
     std::size_t left = total;
     try {
         for (;;) {
-            const ssize_t sent = SendParts(parts);
+            const ssize_t sent = m_channel.Write(parts.data(), isSmall ? 1 : parts.size());
             if (sent < 0) {
                 if (errno == EPIPE || errno == ECONNRESET) ThrowGone("it takes no more input");
                 if (errno != EAGAIN && errno != EINTR && errno != ENOBUFS) ThrowGone(ErrorText(errno));
@@ -170,15 +147,6 @@ void CFrameStream::SendAll(std::string_view text) {
     }
 }
 
-ssize_t CFrameStream::SendParts(std::array<iovec, 2>& parts) const {
-    constexpr int Flags = MSG_NOSIGNAL | MSG_DONTWAIT;
-    if (parts[1].iov_len == 0) return ::send(m_writeFd, parts[0].iov_base, parts[0].iov_len, Flags);
-    msghdr message{};
-    message.msg_iov = parts.data();
-    message.msg_iovlen = parts.size();
-    return ::sendmsg(m_writeFd, &message, Flags);
-}
-
 void CFrameStream::GiveUp(std::string_view reason) noexcept {
     if (m_givenUp) return;
     m_givenUp = true;
@@ -196,20 +164,18 @@ void CFrameStream::BeginOperation(const char* action) {
 }
 
 std::size_t CFrameStream::Receive(char* into, std::size_t room) {
-    int flags = m_firstReceiveFlags;
     for (;;) {
         if (std::exchange(m_continued, true)) {  // a peer that trickles must not outlast the deadline
             m_owner.Check();
             if (IsPast(m_deadline)) ThrowTimeout(Progress());
         }
-        const ssize_t count = ::recv(m_readFd, into, room, flags);
+        const ssize_t count = m_channel.Read(into, room);
         if (count >= 0) {
             m_inputEnded = count == 0;
             return static_cast<std::size_t>(count);
         }
         if (errno != EAGAIN && errno != EINTR) ThrowGone(ErrorText(errno));
         Wait(false);
-        flags = MSG_DONTWAIT;
     }
 }
 
@@ -223,7 +189,7 @@ std::size_t CFrameStream::ReceiveIntoQueue() {
 /// What goes wrong here is left for the next read to meet.
 void CFrameStream::ReceiveAhead() {
     char* const room = m_input.Room();
-    const ssize_t count = ::recv(m_readFd, room, m_input.RoomSize(), MSG_DONTWAIT);
+    const ssize_t count = m_channel.Read(room, m_input.RoomSize());
     if (count > 0) m_input.Commit(static_cast<std::size_t>(count));
     if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) m_inputEnded = true;
 }
@@ -231,8 +197,8 @@ void CFrameStream::ReceiveAhead() {
 bool CFrameStream::Wait(bool forWriting) {
     const bool reading = !forWriting || (!m_inputEnded && m_input.Size() < MaxReceivedAhead);
     m_pollSet.clear();
-    m_pollSet.push_back({reading ? m_readFd : -1, POLLIN, 0});
-    m_pollSet.push_back({forWriting ? m_writeFd : -1, POLLOUT, 0});
+    m_pollSet.push_back({reading ? m_channel.ReadDescriptor() : -1, POLLIN, 0});
+    m_pollSet.push_back({forWriting ? m_channel.WriteDescriptor() : -1, POLLOUT, 0});
     m_owner.Watch(m_pollSet);
     for (;;) {
         const int ready = ::poll(m_pollSet.data(), m_pollSet.size(), PollTimeout(m_deadline));
@@ -244,9 +210,17 @@ bool CFrameStream::Wait(bool forWriting) {
         if (IsPast(m_deadline)) ThrowTimeout(forWriting ? std::string() : Progress());
         if (readable) return true;
         m_owner.Check();
+        // It may have written its last words after the streams were looked at and before its end was.
+        if (ready > 0 && m_owner.HasPeerEnded() && (forWriting || !IsReadable()))
+            ThrowGone("it has ended, and left its streams open in others' hands");
         m_pollSet.resize(2);
         m_owner.Watch(m_pollSet);
     }
+}
+
+bool CFrameStream::IsReadable() const {
+    pollfd input{m_channel.ReadDescriptor(), POLLIN, 0};
+    return !m_inputEnded && ::poll(&input, 1, 0) > 0;
 }
 
 std::string CFrameStream::Cannot(std::string_view why) const {

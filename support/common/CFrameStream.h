@@ -1,21 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 /// \file
-/// Framed messages on stream sockets.
+/// Framed messages on a channel.
 #pragma once
 
 #include <apigen/Export.h>
 
 #include <poll.h>
-#include <sys/types.h>
-#include <sys/uio.h>
 
-#include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "support/common/CByteQueue.h"
+#include "support/common/CChannel.h"
 #include "support/common/Waiting.h"
 
 namespace apigen::common {
@@ -37,6 +35,9 @@ public:
     /// The stream has waited; what `Watch` named may be ready.
     virtual void Woken() {}
 
+    /// Whether the peer is no more, though others may hold its ends open. Asked after a wait in vain.
+    virtual bool HasPeerEnded() { return false; }
+
     /// What became of a peer that is gone, and its last words; a sentence to append, or empty.
     virtual std::string Fate() { return {}; }
 
@@ -46,20 +47,13 @@ public:
 
 /// Reads and writes frames. Owns no descriptor.
 ///
-/// A small message costs one system call each way; one system call may bring many. Writing takes in what
+/// A small message is written and read in one piece each; one read may bring many. Writing takes in what
 /// arrives meanwhile, so two peers that both write first don't block each other. An operation that was
 /// ended by its deadline or by the owner in the middle of a message can be taken up again when it was a
 /// read; after half a written message the stream refuses to be used.
 class APIGEN_API CFrameStream {
 public:
-    /// How the first receive of an operation is made: at once, or waiting in the system call for the
-    /// time that SO_RCVTIMEO allows.
-    enum class EFirstReceive {
-        Immediate,
-        Waiting
-    };
-
-    CFrameStream(int readFd, int writeFd, IStreamOwner& owner, EFirstReceive firstReceive) noexcept;
+    CFrameStream(CChannel channel, IStreamOwner& owner) noexcept : m_channel(channel), m_owner(owner) {}
     CFrameStream(const CFrameStream&) = delete;
     CFrameStream& operator=(const CFrameStream&) = delete;
 
@@ -78,7 +72,6 @@ private:
     bool BeginMessage();
     void RefuseOverlong(unsigned long length);
     void SendAll(std::string_view text);
-    ssize_t SendParts(std::array<iovec, 2>& parts) const;
 
     /// Both return 0 at the end of the input.
     std::size_t Receive(char* into, std::size_t room);
@@ -87,16 +80,15 @@ private:
 
     /// Waits until the stream can go on, or, while it writes, until something can be read; true in that case.
     bool Wait(bool forWriting);
+    bool IsReadable() const;
 
     std::string Cannot(std::string_view why) const;
     std::string Progress() const;
     [[noreturn]] void ThrowTimeout(const std::string& progress);
     [[noreturn]] void ThrowGone(const std::string& why);
 
-    int m_readFd;
-    int m_writeFd;
+    CChannel m_channel;
     IStreamOwner& m_owner;
-    int m_firstReceiveFlags;
     Clock::time_point m_deadline = Clock::time_point::max();
 
     const char* m_action = "";

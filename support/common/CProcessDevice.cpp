@@ -2,7 +2,6 @@
 #include "support/common/CProcessDevice.h"
 
 #include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,7 +31,7 @@ CProcessDevice::CProcessDevice(const std::string& program, const std::vector<std
                                const std::unordered_map<std::string, std::string>& environment)
     : m_program(program),
       m_child(program, arguments, environment, m_streams),
-      m_stream(m_streams.output.Get(), m_streams.input.Get(), *this, CFrameStream::EFirstReceive::Waiting) {}
+      m_stream(CChannel::Pipes(m_streams.output.Get(), m_streams.input.Get()), *this) {}
 
 std::string CProcessDevice::ReadRawText(unsigned long maxBytes, bool& flag) {
     return m_stream.ReadRawText(maxBytes, flag);
@@ -97,8 +96,8 @@ void CProcessDevice::DrainError(std::size_t maxBytes) noexcept {
 
 void CProcessDevice::DiscardOutput() noexcept {
     std::array<char, 16 * 1024> bytes;
-    const ssize_t count = RetryInterrupted(
-        [&] { return ::recv(m_streams.output.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT); });
+    const ssize_t count =
+        RetryInterrupted([&] { return ::read(m_streams.output.Get(), bytes.data(), bytes.size()); });
     if (count == 0 || (count < 0 && errno != EAGAIN)) m_streams.output.Close();
 }
 
@@ -112,6 +111,7 @@ std::string CProcessDevice::Peer() const {
 
 void CProcessDevice::Watch(std::vector<pollfd>& set) {
     set.push_back({m_streams.error.Get(), POLLIN, 0});
+    set.push_back({m_child.EndDescriptor(), POLLIN, 0});
 }
 
 void CProcessDevice::Woken() {

@@ -60,6 +60,7 @@ private:
     std::string Peer() const override;
     void Watch(std::vector<pollfd>& set) override;
     void Woken() override;
+    bool HasPeerEnded() override { return m_child.HasEnded(); }
     std::string Fate() override;
 
     void DrainError(std::size_t maxBytes) noexcept;

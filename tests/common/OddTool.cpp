@@ -218,8 +218,10 @@ const std::map<std::string, std::function<int(const Arguments&)>> Ways{
              Write(1, "t");
      }},
     {"leave-offspring",  // that keeps the streams open until the input ends
-     [](const Arguments&) -> int {
+     [](const Arguments& arguments) -> int {
          if (::fork() == 0) return WaitForEndOfInput();
+         for (const std::string& text : arguments)
+             Write(1, Frame(text));
          return 5;
      }},
     {"answer-late",

@@ -297,6 +297,14 @@ TEST_F(Process, AnAnswerThatTakesItsTimeArrives) {
     EXPECT_EQ(device->ReadString(), "x");
 }
 
+TEST_F(Process, AToolMayOpenItsStreamsByTheirPaths) {
+    CProcess shell("/bin/sh", {"-c", "cat < /dev/stdin > /dev/stdout"}, {}, nullptr);
+    const auto device = shell.GetIoDev();
+    device->SetDeadline(Clock::now() + 60s);
+    device->WriteString("x");
+    EXPECT_EQ(device->ReadString(), "x");
+}
+
 TEST_F(Process, AMessageOverTheLimitIsRefusedAndNothingIsSent) {
     const auto device = Start({"echo"});
     const std::string tooLong(IIoDev::MaxMessageBytes + 1, 'x');
@@ -455,6 +463,18 @@ TEST_F(Process, AToolThatClosesItsOutputAndLivesOnIsReportedSoon) {
     const auto device = Start({"close-output"});
     const auto duration = Duration([&] { MessageOf<PeerGoneError>([&] { device->ReadString(); }); });
     EXPECT_LT(duration, 2s);
+}
+
+TEST_F(Process, AToolThatDiesIsReportedThoughItsOffspringHoldsItsStreams) {
+    const auto device = Start({"leave-offspring"});
+    EXPECT_THAT(MessageOf<PeerGoneError>([&] { device->ReadString(); }),
+                AllOf(HasSubstr("it has ended"), HasSubstr("It exited with status 5")));
+}
+
+TEST_F(Process, WhatAToolWroteBeforeItDiedIsReadThoughItsOffspringHoldsItsStreams) {
+    const auto device = Start({"leave-offspring", "last words"});
+    EXPECT_EQ(device->ReadString(), "last words");
+    MessageOf<PeerGoneError>([&] { device->ReadString(); });
 }
 
 TEST_F(Process, OnlyTheLastTwentyLinesOfStandardErrorAreKept) {

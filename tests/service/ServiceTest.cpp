@@ -289,10 +289,10 @@ std::string Dispatched(CFolder& folder, const std::string& method, const std::st
                        CTable& table) {
     const auto* const handler = zamservice::CInterface::Of<IFolder>().Find(method);
     if (handler == nullptr) return "no method";
-    const auto response = apigen::CXmlData::CreateNew();
     IFolder* const object = &folder;
-    (*handler)(object, *apigen::CXmlData::Unserialize(request))(*response, table);
-    return apigen::CXmlData::Serialize(*response);
+    zamservice::SCall call{table, apigen::CXmlData::Unserialize(request), apigen::CXmlData::CreateNew()};
+    (*handler)(object, call);
+    return apigen::CXmlData::Serialize(*call.Response);
 }
 
 TEST(Dispatcher, WritesAListOfObjectsInOrderWithZeroForNone) {
