@@ -2,7 +2,7 @@
 #include "bench/CBench.h"
 
 #include <algorithm>
-#include <cstddef>
+#include <utility>
 #include <vector>
 
 #include "bench/Table.h"
@@ -10,7 +10,7 @@
 namespace zambench {
 namespace {
 
-/// Long enough for the clock not to show, short enough for neighbours to see the same machine.
+/// Long enough for the clock not to show.
 constexpr double ShortestBurst = 0.4e6;
 constexpr double RoundTime = 40e6;
 
@@ -43,34 +43,41 @@ double TimeOfABurst(const SSide& ours, const SSide& floor) {
 
 }  // namespace
 
-void CBench::Compare(const std::string& row, double goal, const Figure& ours, const Figure& floor) const {
-    PrintRounds(row, goal, Rounds, [&](bool isOursFirst) { return MeasurePair(isOursFirst, ours, floor); });
+CBursts::CBursts(bool isOnce, EClock clock, SSide ours, SSide floor)
+    : m_isOnce(isOnce), m_clock(clock), m_ours(std::move(ours)), m_floor(std::move(floor)) {
+    const double burst = m_isOnce ? 0 : TimeOfABurst(m_ours, m_floor);
+    m_ourRuns = RunsThatTake(burst, m_ours);
+    m_floorRuns = RunsThatTake(burst, m_floor);
 }
 
-void CBench::CompareRuns(const std::string& row, double goal, EClock clock, const SSide& ours,
-                         const SSide& floor, int rounds) const {
-    const double burst = m_isOnce ? 0 : TimeOfABurst(ours, floor);
-    const std::size_t ourRuns = RunsThatTake(burst, ours);
-    const std::size_t floorRuns = RunsThatTake(burst, floor);
-    PrintRounds(row, goal, rounds, [&](bool isOursFirst) {
-        std::vector<SRound> pairs;
-        const double start = Now(EClock::Wall);
-        do {
-            pairs.push_back(MeasurePair(
-                isOursFirst, [&] { return MeasureBurst(clock, ours, ourRuns); },
-                [&] { return MeasureBurst(clock, floor, floorRuns); }));
-            isOursFirst = !isOursFirst;
-        } while (!m_isOnce && Now(EClock::Wall) - start < RoundTime);
-        return Medians(pairs);
-    });
+SRound CBursts::MeasureRound(bool isOursFirst) const {
+    std::vector<SRound> pairs;
+    const double start = Now(EClock::Wall);
+    do {
+        pairs.push_back(MeasurePair(
+            isOursFirst, [&] { return MeasureBurst(m_clock, m_ours, m_ourRuns); },
+            [&] { return MeasureBurst(m_clock, m_floor, m_floorRuns); }));
+        isOursFirst = !isOursFirst;
+    } while (!m_isOnce && Now(EClock::Wall) - start < RoundTime);
+    return Medians(pairs);
 }
 
-template <class Measure>
-void CBench::PrintRounds(const std::string& row, double goal, int rounds, Measure&& measure) const {
+void CBench::CompareRounds(const std::string& row, double goal, int rounds,
+                           const std::function<SRound(bool isOursFirst)>& measure) const {
     std::vector<SRound> measured;
     for (int round = 0; round < (m_isOnce ? 1 : rounds); ++round)
         measured.push_back(measure(round % 2 == 0));
     PrintRow(row, goal, measured);
+}
+
+void CBench::Compare(const std::string& row, double goal, const Figure& ours, const Figure& floor) const {
+    CompareRounds(row, goal, Rounds, [&](bool isOursFirst) { return MeasurePair(isOursFirst, ours, floor); });
+}
+
+void CBench::CompareRuns(const std::string& row, double goal, EClock clock, const SSide& ours,
+                         const SSide& floor, int rounds) const {
+    const CBursts bursts(m_isOnce, clock, ours, floor);
+    CompareRounds(row, goal, rounds, [&](bool isOursFirst) { return bursts.MeasureRound(isOursFirst); });
 }
 
 }  // namespace zambench

@@ -62,7 +62,8 @@ std::vector<std::string> TakeFlags(int argc, char** argv, void (*printHelp)()) {
     return {arguments.begin() + 1, arguments.begin() + count};
 }
 
-void AddRow(const CBench& bench, const std::string& row, double goal, Figure ours, Figure floor, int rounds) {
+void AddRow(const CBench& bench, const std::string& row, double goal, const Figure& ours, const Figure& floor,
+            int rounds) {
     const auto measure = [=](benchmark::State& state) {
         std::vector<SRound> pairs;
         for (auto _ : state)

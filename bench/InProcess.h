@@ -40,7 +40,7 @@ double CpuOfAPiece(std::size_t pieces, Run&& run) {
 std::vector<std::string> TakeFlags(int argc, char** argv, void (*printHelp)());
 
 /// Adds a row for the next `RunRows`. The figures are kept until then.
-void AddRow(const CBench& bench, const std::string& row, double goal, Figure ours, Figure floor,
+void AddRow(const CBench& bench, const std::string& row, double goal, const Figure& ours, const Figure& floor,
             int rounds = CBench::Rounds);
 
 /// Runs the rows that were added, prints them in the order in which they were, and forgets them.

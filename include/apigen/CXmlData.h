@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace apigen APIGEN_API {
@@ -42,6 +43,9 @@ public:
     /// For the library's own code, which works on the document underneath.
     /// \param owner keeps `document` alive; empty for the node that is a part of it
     CXmlData(CDocument& document, std::uint32_t node, std::shared_ptr<CDocument> owner) noexcept;
+    static CXmlData* From(IData& data) noexcept;  ///< null for a container of another make
+    static const CXmlData* From(const IData& data) noexcept;
+    void SetText(std::string_view key, std::string_view text);
     CDocument& Document() const noexcept { return m_document; }
     std::uint32_t Node() const noexcept { return m_node; }
 

@@ -2,6 +2,7 @@
 #include <apigen/ApiException.h>
 #include <apigen/CXmlData.h>
 
+#include <typeinfo>
 #include <utility>
 
 #include "support/apigen/Document.h"
@@ -23,7 +24,7 @@ std::shared_ptr<IData> Share(CDocument& document, NodeId node) {
     return std::make_shared<CXmlData>(document, node, document.shared_from_this());
 }
 
-NodeId Require(const CDocument& document, NodeId parent, const std::string& key) {
+NodeId Require(const CDocument& document, NodeId parent, std::string_view key) {
     const NodeId found = document.Find(parent, key);
     if (found == CDocument::None) document.ThrowMissing(parent, key);
     return found;
@@ -33,6 +34,15 @@ NodeId Require(const CDocument& document, NodeId parent, const std::string& key)
 
 CXmlData::CXmlData(CDocument& document, std::uint32_t node, std::shared_ptr<CDocument> owner) noexcept
     : m_document(document), m_node(node), m_owner(std::move(owner)) {}
+
+const CXmlData* CXmlData::From(const IData& data) noexcept {
+    // Nothing is derived from this class, so there is no need to search for it among bases.
+    return typeid(data) == typeid(CXmlData) ? static_cast<const CXmlData*>(&data) : nullptr;
+}
+
+CXmlData* CXmlData::From(IData& data) noexcept {
+    return const_cast<CXmlData*>(From(std::as_const(data)));
+}
 
 std::shared_ptr<IData> CXmlData::CreateNew() {
     return ShareRoot(std::make_shared<SRootedDocument>());
@@ -49,7 +59,7 @@ std::shared_ptr<IData> CXmlData::Unserialize(std::string&& text) {
 }
 
 std::string CXmlData::Serialize(const IData& data) {
-    const auto* const node = dynamic_cast<const CXmlData*>(&data);
+    const auto* const node = From(data);
     if (node == nullptr) {
         throw ApiInternalError("Only a container that CXmlData made has a text form");
     }
@@ -88,16 +98,20 @@ bool CXmlData::HasString(const std::string& key) const {
 }
 
 void CXmlData::SetString(const std::string& key, const std::string& value) {
+    SetText(key, value);
+}
+
+void CXmlData::SetText(std::string_view key, std::string_view text) {
     if (m_node == CDocument::Root && !m_document.HasRootEntry(key)) {
         RequireKey(key);
-        return m_document.AppendToTail(key, [&](CXmlWriter& tail) { tail.Entry(key, value); });
+        return m_document.AppendToTail(key, [&](CXmlWriter& tail) { tail.Entry(key, text); });
     }
     CDocument& document = Indexed();
     const NodeId found = document.Find(m_node, key);
     if (found == CDocument::None) {
-        document.AppendText(m_node, key, value);
+        document.AppendText(m_node, key, text);
     } else {
-        document.SetText(found, value);
+        document.SetText(found, text);
     }
 }
 

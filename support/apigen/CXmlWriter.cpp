@@ -2,6 +2,7 @@
 #include "support/apigen/CXmlWriter.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <string>
 
@@ -37,32 +38,60 @@ std::string_view Escape(char c) {
     }
 }
 
+constexpr std::size_t StartTagBytes = 2;  // besides the key
+constexpr std::size_t EndTagBytes = 3;
+
+/// Keys are short: a call of the library's function would cost more than the copy.
+char* PutKey(char* at, std::string_view key) {
+    const auto put = [&](auto word, std::size_t place) {
+        std::memcpy(&word, key.data() + place, sizeof word);
+        std::memcpy(at + place, &word, sizeof word);
+    };
+    // The last word may overlap the one before.
+    if (key.size() >= 8) {
+        for (std::size_t place = 0; place + 8 < key.size(); place += 8) {
+            put(std::uint64_t(), place);
+        }
+        put(std::uint64_t(), key.size() - 8);
+    } else if (key.size() >= 4) {
+        put(std::uint32_t(), 0);
+        put(std::uint32_t(), key.size() - 4);
+    } else {
+        for (std::size_t place = 0; place < key.size(); ++place) {
+            at[place] = key[place];
+        }
+    }
+    return at + key.size();
+}
+
+char* PutStartTag(char* at, std::string_view key) {
+    *at++ = '<';
+    at = PutKey(at, key);
+    *at++ = '>';
+    return at;
+}
+
+void PutEndTag(char* at, std::string_view key) {
+    *at++ = '<';
+    *at++ = '/';
+    *PutKey(at, key) = '>';
+}
+
 }  // namespace
 
-inline void CXmlWriter::StartTag(std::string_view key) {
-    char* const at = m_text.Room(key.size() + 2);
-    at[0] = '<';
-    std::memcpy(at + 1, key.data(), key.size());
-    at[key.size() + 1] = '>';
-    m_text.SetSize(m_text.Size() + key.size() + 2);
-}
-
-inline void CXmlWriter::EndTag(std::string_view key) {
-    char* const at = m_text.Room(key.size() + 3);
-    at[0] = '<';
-    at[1] = '/';
-    std::memcpy(at + 2, key.data(), key.size());
-    at[key.size() + 2] = '>';
-    m_text.SetSize(m_text.Size() + key.size() + 3);
-}
-
-inline void CXmlWriter::Append(std::string_view bytes) {
+void CXmlWriter::Append(std::string_view bytes) {
     std::memcpy(m_text.Room(bytes.size()), bytes.data(), bytes.size());
     m_text.SetSize(m_text.Size() + bytes.size());
 }
 
+void CXmlWriter::EndTag(std::string_view key) {
+    PutEndTag(m_text.Room(key.size() + EndTagBytes), key);
+    m_text.SetSize(m_text.Size() + key.size() + EndTagBytes);
+}
+
 std::size_t CXmlWriter::Open(std::string_view key) {
-    StartTag(key);
+    PutStartTag(m_text.Room(key.size() + StartTagBytes), key);
+    m_text.SetSize(m_text.Size() + key.size() + StartTagBytes);
     return m_text.Size();
 }
 
@@ -75,10 +104,11 @@ void CXmlWriter::Close(std::string_view key, std::size_t opened) {
 void CXmlWriter::Entry(std::string_view key, std::string_view text) {
     const char* const end = text.data() + text.size();
     if (xml::SkipPlain(text.data(), end) == end) {
-        m_text.Room(2 * key.size() + text.size() + 5);
-        StartTag(key);
-        Append(text);
-        return EndTag(key);
+        const std::size_t bytes = 2 * key.size() + StartTagBytes + text.size() + EndTagBytes;
+        char* at = PutStartTag(m_text.Room(bytes), key);
+        std::memcpy(at, text.data(), text.size());
+        PutEndTag(at + text.size(), key);
+        return m_text.SetSize(m_text.Size() + bytes);
     }
     Append("<");
     Append(key);

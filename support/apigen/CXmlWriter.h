@@ -30,7 +30,6 @@ public:
     void Entry(std::string_view key, std::string_view text);
 
 private:
-    void StartTag(std::string_view key);
     void EndTag(std::string_view key);
     void Append(std::string_view bytes);
     void AppendEscaped(std::string_view text);

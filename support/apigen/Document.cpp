@@ -6,12 +6,14 @@
 #include <algorithm>
 #include <limits>
 
+#include "support/apigen/XmlChars.h"
 #include "support/apigen/XmlParser.h"
 #include "support/common/Text.h"
 
 namespace apigen {
 bool IsKey(std::string_view text) {
-    return !text.empty() && IsKeyStart(text.front()) && std::all_of(text.begin(), text.end(), IsKeyChar);
+    const char* const end = text.data() + text.size();
+    return !text.empty() && xml::IsKeyStart(text.front()) && xml::SkipKeyChars(text.data(), end) == end;
 }
 
 void RequireKey(std::string_view key) {

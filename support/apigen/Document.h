@@ -5,7 +5,6 @@
 
 #include <apigen/Export.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -172,23 +171,6 @@ private:
     CXmlWriter m_tail;
     CSmallArray<STailKey, 4> m_tailKeys;  // each once
 };
-
-constexpr bool IsKeyStart(char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
-}
-
-/// One of the characters of a key.
-inline bool IsKeyChar(char c) {
-    static constexpr auto Table = [] {
-        std::array<bool, 256> table{};
-        for (unsigned i = 0; i < 128; ++i) {
-            const char each = static_cast<char>(i);
-            table[i] = IsKeyStart(each) || (each >= '0' && each <= '9') || each == '-' || each == '.';
-        }
-        return table;
-    }();
-    return Table[static_cast<unsigned char>(c)];
-}
 
 /// True for a key: a letter or `_`, then letters, digits, `_`, `-`, `.` (all ASCII).
 APIGEN_API bool IsKey(std::string_view text);

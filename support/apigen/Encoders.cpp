@@ -33,13 +33,18 @@ void CopyEntries(const CDocument& from, NodeId node, IData& to) {
 
 }  // namespace
 
+void detail::SetText(IData& data, const std::string& key, std::string_view text) {
+    if (auto* const node = CXmlData::From(data)) return node->SetText(key, text);
+    data.SetString(key, std::string(text));
+}
+
 void detail::AppendTo(IData& data, std::string_view key, WriteFunction write, const void* value) {
     RequireKey(key);
     const auto writeInto = [&](CXmlWriter& text) {
         CTextWriter writer(text);
         write(writer, key, value);
     };
-    auto* const node = dynamic_cast<CXmlData*>(&data);
+    auto* const node = CXmlData::From(data);
     if (node != nullptr && node->Node() == CDocument::Root) {
         return node->Document().AppendToTail(key, writeInto);
     }
@@ -51,7 +56,7 @@ void detail::AppendTo(IData& data, std::string_view key, WriteFunction write, co
 }
 
 void detail::ReadFrom(const IData& data, std::string_view key, ReadFunction read, void* value) {
-    if (const auto* const node = dynamic_cast<const CXmlData*>(&data)) {
+    if (const auto* const node = CXmlData::From(data)) {
         node->Document().Index();
         CReader reader(node->Document(), node->Node());
         return read(reader, key, value);

@@ -292,13 +292,14 @@ using WriteFunction = void (*)(CTextWriter& writer, std::string_view key, const 
 using ReadFunction = void (*)(CReader& reader, std::string_view key, void* value);
 
 /// What is the same for all types: where to write to, in any container, and where to read from.
+APIGEN_API void SetText(IData& data, const std::string& key, std::string_view text);
 APIGEN_API void AppendTo(IData& data, std::string_view key, WriteFunction write, const void* value);
 APIGEN_API void ReadFrom(const IData& data, std::string_view key, ReadFunction read, void* value);
 
 template <class T>
 void WriteTo(IData& data, const std::string& key, const T& value) {
     if constexpr (IsPlain<T>) {
-        WithText(value, [&](std::string_view text) { data.SetString(key, std::string(text)); });
+        WithText(value, [&](std::string_view text) { SetText(data, key, text); });
     } else {
         AppendTo(
             data, key,

@@ -63,6 +63,41 @@ inline const char* SkipPlain(const char* at, const char* end) {
     return at;
 }
 
+/// True for a letter or `_`, with which a key begins.
+constexpr bool IsKeyStart(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+}
+
+/// True for one of the characters of a key.
+constexpr bool IsKeyChar(char c) {
+    return IsKeyStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
+}
+
+/// The first character in [at, end) that is none of a key, or `end`.
+inline const char* SkipKeyChars(const char* at, const char* end) {
+#ifdef __SSE2__
+    const auto isAtMost = [](__m128i bytes, char limit) {  // without sign
+        return _mm_cmpeq_epi8(_mm_min_epu8(bytes, _mm_set1_epi8(limit)), bytes);
+    };
+    while (end - at >= 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+        const __m128i small = _mm_or_si128(bytes, _mm_set1_epi8(0x20));
+        const __m128i letters = isAtMost(_mm_sub_epi8(small, _mm_set1_epi8('a')), 'z' - 'a');
+        const __m128i others = _mm_andnot_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('/')),
+                                                isAtMost(_mm_sub_epi8(bytes, _mm_set1_epi8('-')), '9' - '-'));
+        const __m128i allowed =
+            _mm_or_si128(_mm_or_si128(letters, others), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('_')));
+        const unsigned refused = static_cast<unsigned>(_mm_movemask_epi8(allowed)) ^ 0xFFFF;
+        if (refused != 0) return at + std::countr_zero(refused);
+        at += 16;
+    }
+#endif
+    while (at != end && IsKeyChar(*at)) {
+        ++at;
+    }
+    return at;
+}
+
 /// True for a code point that an XML 1.0 document may hold (production [2] Char).
 constexpr bool IsXmlChar(std::uint32_t c) {
     return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) || (c >= 0xE000 && c <= 0xFFFD) ||

@@ -60,6 +60,10 @@ bool SkipSpace(const char*& at, const char* end) {
     return at != from;
 }
 
+bool HasBytes(const char* at, const char* end, std::size_t count) {
+    return static_cast<std::size_t>(end - at) >= count;
+}
+
 bool EqualsIgnoringCase(std::string_view left, std::string_view lowerCase) {
     return left.size() == lowerCase.size() &&
            std::equal(left.begin(), left.end(), lowerCase.begin(),
@@ -161,7 +165,7 @@ void CXmlParser::Advance() {
         m_started = true;
         if (StartsWith(ByteOrderMark)) m_at = m_start = ByteOrderMark.size();
     }
-    while (m_at != Size()) {
+    while (PlainElements(), m_at != Size()) {
         if (!Item()) {
             // Trying again only when the item has doubled keeps the whole work linear.
             m_retryAt = m_at + 2 * (Size() - m_at);
@@ -171,46 +175,54 @@ void CXmlParser::Advance() {
 }
 
 bool CXmlParser::Item() {
-    if (m_depth != 0 && PlainElement()) return true;
     if (Base()[m_at] == '<') return Markup();
     return m_depth == 0 ? Blank() : TextRun();
 }
 
-/// Takes the form that nearly everything has, an element without attributes that holds plain text, in one go;
-/// or the start tag alone of one whose first child follows at once. False for anything else: then nothing has
-/// changed.
-bool CXmlParser::PlainElement() {
+/// Takes what nearly everything is, as far as it goes: elements without attributes that hold plain text, start
+/// tags whose first child follows at once, and the end tags of those.
+void CXmlParser::PlainElements() {
+    auto& nodes = m_document.m_nodes;
     const char* at = Base() + m_at;
     const char* const end = Base() + Size();
-    if (*at != '<' || m_depth == MaxXmlDepth) return false;
-    // The text ends with a NUL, which stops the search for the name's end.
-    const char* const name = ++at;
-    if (!IsKeyStart(*at)) return false;
-    while (IsKeyChar(*at)) {
-        ++at;
-    }
-    if (*at != '>') return false;
-    const auto length = static_cast<std::size_t>(at - name);
-    const char* const text = ++at;
-    at = xml::SkipPlain(at, end);
-    if (end - at < static_cast<std::ptrdiff_t>(length + 3) || *at != '<') return false;
-    const bool isLeaf = at[1] == '/' && IsSameKey(at + 2, name, length) && at[length + 2] == '>';
-    if (!isLeaf && (at != text || !IsKeyStart(at[1]))) return false;
+    // Single characters may be looked at without asking for the end: there is a NUL, which fits nowhere.
+    while (m_depth != 0 && *at == '<') {
+        const char* const name = at + 1;
+        if (*name == '/') {
+            const auto& node = nodes[m_current];
+            const std::size_t tagBytes = node.KeyLength + std::size_t{3};
+            if (node.FirstChild == CDocument::None || !HasBytes(at, end, tagBytes) ||
+                at[tagBytes - 1] != '>' || !IsSameKey(name + 1, Base() + node.KeyOffset, node.KeyLength))
+                break;
+            at += tagBytes;
+            m_current = node.Parent;
+            --m_depth;
+            continue;
+        }
+        const char* const nameEnd = xml::SkipKeyChars(name, end);
+        if (m_depth == MaxXmlDepth || !xml::IsKeyStart(*name) || *nameEnd != '>') break;
+        const auto length = static_cast<std::size_t>(nameEnd - name);
+        const char* const text = nameEnd + 1;
+        const char* const textEnd = xml::SkipPlain(text, end);
+        const bool isLeaf = HasBytes(textEnd, end, length + 3) && textEnd[0] == '<' && textEnd[1] == '/' &&
+                            textEnd[length + 2] == '>' && IsSameKey(textEnd + 2, name, length);
+        if (!isLeaf && (textEnd != text || *text != '<' || !xml::IsKeyStart(text[1]))) break;
 
-    const NodeId node = m_document.Link(m_current, static_cast<std::uint32_t>(Offset(name)),
-                                        static_cast<std::uint32_t>(length));
-    if (isLeaf) {
-        auto& leaf = m_document.m_nodes[node];
-        leaf.TextOffset = static_cast<std::uint32_t>(Offset(text));
-        leaf.TextLength = static_cast<std::uint32_t>(at - text);
-        leaf.IsText = 1;
-        m_at = Offset(at + length + 3);
-    } else {
-        m_current = node;
-        ++m_depth;
-        m_at = Offset(text);
+        const NodeId node = m_document.Link(m_current, static_cast<std::uint32_t>(Offset(name)),
+                                            static_cast<std::uint32_t>(length));
+        if (isLeaf) {
+            auto& leaf = nodes[node];
+            leaf.TextOffset = static_cast<std::uint32_t>(Offset(text));
+            leaf.TextLength = static_cast<std::uint32_t>(textEnd - text);
+            leaf.IsText = 1;
+            at = textEnd + length + 3;
+        } else {
+            m_current = node;
+            ++m_depth;
+            at = text;
+        }
     }
-    return true;
+    m_at = Offset(at);
 }
 
 bool CXmlParser::Markup() {
@@ -302,7 +314,10 @@ std::size_t CXmlParser::Decode(const char* from, const char* end, char* target) 
             ++from;
             if (from != end && *from == '\n') ++from;
         } else {
-            *target++ = *from++;
+            const char* const stop = xml::SkipPlain(from + 1, end);
+            std::memmove(target, from, static_cast<std::size_t>(stop - from));
+            target += stop - from;
+            from = stop;
         }
     }
     return static_cast<std::size_t>(target - start);
@@ -326,6 +341,7 @@ const char* CXmlParser::Reference(const char* from, const char* end, std::string
 
 bool CXmlParser::Name(SCursor& cursor, std::string_view& name) const {
     const char* const from = cursor.At;
+    if (from != cursor.End && xml::IsKeyStart(*from)) cursor.At = xml::SkipKeyChars(from, cursor.End);
     while (true) {
         if (cursor.At == cursor.End) return false;
         const xml::SCodePoint point = xml::DecodeUtf8(cursor.At, cursor.End);

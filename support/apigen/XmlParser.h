@@ -42,7 +42,7 @@ private:
 
     void Advance();
     bool Item();
-    bool PlainElement();
+    void PlainElements();
     bool Markup();
     bool Blank();
     bool TextRun();

@@ -8,11 +8,14 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <locale>
 #include <memory>
 #include <random>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "support/apigen/Encoders.h"
@@ -528,6 +531,151 @@ TEST(Records, AreReadAlikeFromEveryKindOfContainer) {
     }
     EXPECT_GT(readable, 500);
     EXPECT_LT(readable, 4500);
+}
+
+/// Nothing in it needs an entity.
+SOuter PlainOuterValue() {
+    SOuter value = OuterValue();
+    value.Inner.Name =
+        "K\xC3\xB6ln \xE2\x82\xAC \xF0\x9F\x98\x80\ta line\nanother, longer than a vector of bytes";
+    value.Words = {"x", "", "y z"};
+    value.Last = "'z'\"\x7F";
+    return value;
+}
+
+template <class T>
+std::string DocumentOf(const T& value) {
+    const auto data = CXmlData::CreateNew();
+    Serialize(*data, "k", value);
+    return CXmlData::Serialize(*data);
+}
+
+template <class T>
+bool IsReadAsWritten(const std::string& text) {
+    T value{};
+    return detail::ReadAsWritten(text, "k", value);
+}
+
+TEST(RecordTexts, ThatAWriterMadeNeedNoDocument) {
+    for (const SOuter& value : {SOuter{}, PlainOuterValue()}) {
+        SOuter again;
+        EXPECT_TRUE(detail::ReadAsWritten(DocumentOf(value), "k", again));
+        EXPECT_EQ(again, value);
+    }
+}
+
+TEST(RecordTexts, OfAnotherMakeAreReadFromADocument) {
+    const std::string inside = "<Name>a</Name><Count>1</Count><Note><opt>n</opt></Note>";
+    ASSERT_TRUE(IsReadAsWritten<SInner>("<Data><k>" + inside + "</k></Data>"));
+    const SInner expected{"a", 1, std::string("n")};
+    for (const std::string& text : std::vector<std::string>{
+             "<?xml version='1.0'?><Data><k>" + inside + "</k></Data>", "<D><k>" + inside + "</k></D>",
+             "\xEF\xBB\xBF<Data><k>" + inside + "</k></Data>", "<Data><k>" + inside + "</k></Data>\n",
+             "<Data x=''><k>" + inside + "</k></Data>", "<Data><k >" + inside + "</k></Data>",
+             "<Data><k>" + inside + "</k ></Data>", "<Data> <k>" + inside + "</k></Data>",
+             "<Data><k>" + inside + " </k></Data>", "<Data><k>" + inside + "<x/></k></Data>",
+             "<Data><k>" + inside + "</k><x/></Data>", "<Data><x/><k>" + inside + "</k></Data>",
+             "<Data><k>" + inside + "<Name>b</Name></k></Data>",
+             "<Data><k>" + inside + "</k><k>" + inside + "</k></Data>",
+             std::string("<Data><k><Count>1</Count><Name>a</Name><Note><opt>n</opt></Note></k></Data>"),
+             std::string("<Data><k><Name>&#97;</Name><Count>1</Count><Note><opt>n</opt></Note></k></Data>"),
+             std::string(
+                 "<Data><k><Name><![CDATA[a]]></Name><Count>1</Count><Note><opt>n</opt></Note></k></Data>"),
+             std::string(
+                 "<Data><k><Name encoding='base64'>YQ==</Name><Count>1</Count><Note><opt>n</opt></Note>"
+                 "</k></Data>")}) {
+        EXPECT_FALSE(IsReadAsWritten<SInner>(text)) << text;
+        EXPECT_EQ(DeserializeDocument<SInner>(text, "k"), expected) << text;
+    }
+}
+
+TEST(RecordTexts, OddNumbersMeanWhatTheyMeanInADocument) {
+    const std::string text = "<Data><k><Name></Name><Count> 12abc</Count></k></Data>";
+    EXPECT_TRUE(IsReadAsWritten<SInner>(text));
+    EXPECT_EQ(DeserializeDocument<SInner>(text, "k"), (SInner{"", 12, {}}));
+}
+
+/// The record that `read` gives, or why it gives none.
+template <class Read>
+std::pair<SOuter, std::string> Outcome(Read&& read) {
+    try {
+        return {read(), ""};
+    } catch (const BrokenMessageError& error) {
+        return {{}, std::string("broken: ") + error.what()};
+    } catch (const ApiInternalError& error) {
+        return {{}, error.what()};
+    }
+}
+
+void ExpectSameAsADocument(const std::string& text) {
+    const auto expected = Outcome([&] {
+        SOuter value;
+        Deserialize(*CXmlData::Unserialize(text), "k", value);
+        return value;
+    });
+    ASSERT_EQ(Outcome([&] { return DeserializeDocument<SOuter>(text, "k"); }), expected) << text;
+}
+
+TEST(RecordTexts, CutAnywhereAreRefusedAsDocumentsAre) {
+    const std::string text = DocumentOf(PlainOuterValue());
+    for (std::size_t size = 0; size < text.size(); ++size) {
+        EXPECT_FALSE(IsReadAsWritten<SOuter>(text.substr(0, size)));
+        ExpectSameAsADocument(text.substr(0, size));
+    }
+}
+
+TEST(RecordTexts, MeanWhatTheirDocumentsMeanHoweverTheyAreMaimed) {
+    const std::string_view oddities[] = {"<x/>",
+                                         "<x>",
+                                         "</k>",
+                                         " ",
+                                         "&lt;",
+                                         "&",
+                                         "<",
+                                         ">",
+                                         "]]>",
+                                         "\r",
+                                         "\xFF",
+                                         "\xC3\xA9",
+                                         "\xC3",
+                                         std::string_view("\0", 1),
+                                         "\x1F",
+                                         "<!-- -->",
+                                         "<![CDATA[a]]>",
+                                         "<?p?>",
+                                         "<!DOCTYPE x>",
+                                         "<Note><opt>n</opt></Note>",
+                                         "<Name>b</Name>",
+                                         "<Words><item>w</item></Words>",
+                                         "/",
+                                         "7"};
+    std::mt19937_64 random(13);
+    const std::string whole = DocumentOf(PlainOuterValue());
+    int known = 0;
+    int readable = 0;
+    for (int i = 0; i < 20000; ++i) {
+        std::string text = whole;
+        const std::size_t at = random() % text.size();
+        switch (random() % 4) {
+            case 0:
+                text.erase(at, 1 + random() % 20);
+                break;
+            case 1:
+                text.insert(at, text.substr(random() % text.size(), random() % 40));
+                break;
+            case 2:
+                text[at] = static_cast<char>(random());
+                break;
+            default:
+                text.insert(at, oddities[random() % std::size(oddities)]);
+        }
+        ExpectSameAsADocument(text);
+        known += IsReadAsWritten<SOuter>(text) ? 1 : 0;
+        readable += Outcome([&] { return DeserializeDocument<SOuter>(text, "k"); }).second.empty() ? 1 : 0;
+    }
+    EXPECT_GT(known, 1000);
+    EXPECT_GT(readable, known + 200);
+    EXPECT_LT(readable, 15000);
 }
 
 TEST(Encoders, IgnoreTheGlobalLocale) {

@@ -3,6 +3,7 @@
 #include <apigen/ApiException.h>
 #include <apigen/CXmlData.h>
 #include <apigen/Serialize.h>
+#include <zamclientlib/EventRecords.h>
 #include <zamclientlib/InstallerRecords.h>
 
 #include <cstddef>
@@ -10,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "support/apigen/Encoders.h"
 #include "tests/fuzz/Check.h"
 
 namespace {
@@ -35,15 +37,28 @@ void CheckRecord(const apigen::IData& data) {
     if (Written(again) != written) Check("lost in: " + written);
 }
 
+/// An event that is read straight from a text is the one that a document of it gives.
+void CheckEvent(const std::string& text, const apigen::IData& document) {
+    zamclientlib::SBaseEvent event;
+    if (!apigen::detail::ReadAsWritten(text, "Event", event)) return;
+    zamclientlib::SBaseEvent expected;
+    apigen::Deserialize(document, "Event", expected);
+    if (event != expected) Check("an event read wrongly: " + text);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::shared_ptr<apigen::IData> document;
+    const std::string text(reinterpret_cast<const char*>(data), size);
     try {
-        document = apigen::CXmlData::Unserialize(std::string(reinterpret_cast<const char*>(data), size));
+        document = apigen::CXmlData::Unserialize(text);
     } catch (const apigen::BrokenMessageError&) {
+        zamclientlib::SBaseEvent event;
+        if (apigen::detail::ReadAsWritten(text, "Event", event)) Check("an event in no document: " + text);
         return 0;
     }
+    CheckEvent(text, *document);
     CheckRecord<zamclientlib::SSystemInformation>(*document);
     CheckRecord<zamclientlib::SInstallationInfo>(*document);
     CheckRecord<zamclientlib::SPackageInfo>(*document);
