@@ -23,7 +23,6 @@ using apigen::ApiException;
 using apigen::ApiInternalError;
 using apigen::CXmlData;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 /// Throws what `description`, the content of "__exception_obj", describes, through a whole call.
 void CallThatFailsWith(const std::string& description, const std::shared_ptr<apigen::ILogger>& logger) {
