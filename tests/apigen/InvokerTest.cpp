@@ -129,7 +129,7 @@ TEST_F(Invoker, DoesNotWaitForTheAnswersOfReleases) {
     std::vector<std::string> held;
     const auto invoker = Connect([&](const std::string& request) -> std::vector<std::string> {
         if (IsRelease(request)) {
-            held.push_back("<Data><__result>of a release</__result></Data>");
+            held.emplace_back("<Data><__result>of a release</__result></Data>");
             return {};
         }
         auto answers = std::exchange(held, {});
