@@ -213,7 +213,6 @@ const std::map<std::string, std::function<int(const Arguments&)>> Ways{
      }},
     {"trickle-for-ever",
      [](const Arguments&) -> int {
-         // NOLINTNEXTLINE(bugprone-string-constructor): as long as that, on purpose
          Write(1, Frame(std::string(100'000'000, 't')).substr(0, 4));
          for (;; ::poll(nullptr, 0, 1))
              Write(1, "t");
