@@ -115,7 +115,7 @@ TEST_F(EventDirectory, HoldsASocketWhosePathHas107BytesAndNoLongerOne) {
     EXPECT_EQ(source.SocketPath().size(), 107U);
     EXPECT_NO_THROW(zamclientlib::CEventsStream(source.Config(), nullptr));
     try {
-        const CEventSource tooLong(m_directory, name + "x");
+        CEventSource(m_directory, name + "x");
         FAIL() << "a path of 108 bytes was taken";
     } catch (const std::system_error& error) {
         EXPECT_EQ(error.code().value(), ENAMETOOLONG);

@@ -29,7 +29,6 @@ using apigen::ProcessLaunchError;
 using apigen::TimeoutError;
 using testing::AllOf;
 using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

@@ -23,8 +23,6 @@ namespace zamtest {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::Each;
-using testing::IsEmpty;
 using zamclientlib::ITarvoInstaller;
 
 /// Calls from several threads; each must get the answers to its own questions.

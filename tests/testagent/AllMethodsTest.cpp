@@ -11,7 +11,6 @@ namespace {
 
 using namespace zamclientlib;  // NOLINT: for tests alone
 using apigen::Guid;
-using testing::HasSubstr;
 
 class EveryMethodOfTheAgent : public CAgentTest {
 protected:
@@ -132,7 +131,7 @@ void UseJobs(IZamProduct& product, SBackupJobConfigurationInfo config) {
     EXPECT_FALSE(job->GetInfo().Enabled);
     EXPECT_TRUE(job->Enable());
     EXPECT_EQ(job->GetConfigurationInfo(), config);
-    config.Source.IncludeDirs.push_back("/home");
+    config.Source.IncludeDirs.emplace_back("/home");
     job->UpdateConfigurationInfo(config);
     EXPECT_EQ(job->GetConfigurationInfo(), config);
     EXPECT_TRUE(job->CheckValidity().empty());

@@ -89,7 +89,7 @@ TEST_F(TheTestAgent, TellsOfEveryChange) {
     const auto product = control->RequestControl(Owner(), false);
     const auto job = MakeJob(*product, "nightly");
     auto config = job->GetConfigurationInfo();
-    config.Source.IncludeDirs.push_back("/home");
+    config.Source.IncludeDirs.emplace_back("/home");
     config.Source.BackupMode = JobBackupMode::VolumeLevel;
     job->UpdateConfigurationInfo(config);
     const Guid session = job->Start({})->GetInfo().Uid;
