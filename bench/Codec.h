@@ -14,6 +14,9 @@
 #include <utility>
 #include <vector>
 
+#include "bench/Round.h"
+#include "support/apigen/TextEncoders.h"
+
 namespace zambench {
 
 inline std::shared_ptr<apigen::IData> Parse(std::string&& text) {
@@ -27,6 +30,7 @@ std::string Encode(const Record& record) {
     return apigen::CXmlData::Serialize(*data);
 }
 
+/// By way of a container, as a program does that has a text of its own.
 template <class Record>
 Record Decode(std::string&& text) {
     Record record;
@@ -46,6 +50,14 @@ std::vector<Record> DecodeList(std::string&& text) {
     std::vector<Record> records;
     apigen::DeserializeVector(*Parse(std::move(text)), "__result", records);
     return records;
+}
+
+/// Straight from the text, as a proxy does.
+template <class Value>
+Value DecodeAnswer(std::string&& text) {
+    Value value;
+    Require(apigen::DeserializeText(text, "__result", value), "an answer in its usual form");
+    return value;
 }
 
 inline std::size_t CountTags(std::string_view text) {

@@ -29,7 +29,10 @@ void AddRows(const CBench& bench, const std::string& name, std::size_t size, Val
         bench, name + ", parse, ns each", 0, [=] { return CpuOfAPiece(size, copy, Parse); }, scan);
     AddRow(
         bench, name + ", decode, ns each", hasGoals ? DecodeGoal : 0,
-        [=] { return CpuOfAPiece(size, copy, decode); }, scan);
+        [=] { return CpuOfAPiece(size, copy, DecodeAnswer<Value>); }, scan);
+    AddRow(
+        bench, name + ", decode by a container, ns each", 0, [=] { return CpuOfAPiece(size, copy, decode); },
+        scan);
     AddRow(
         bench, name + ", encode, ns each", hasGoals ? EncodeGoal : 0,
         [=, written = std::make_shared<const Value>(std::move(value))] {

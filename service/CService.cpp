@@ -10,6 +10,7 @@
 
 #include "service/Dispatcher.h"
 #include "service/Failure.h"
+#include "service/Request.h"
 #include "src/AgentMethods.h"
 #include "src/InstallerMethods.h"
 
@@ -34,40 +35,63 @@ public:
         return handle;
     }
 
-    std::shared_ptr<IData> Answer(const std::string& requestText) {
-        SCall call{*this};
-        try {
-            call.Request = CXmlData::Unserialize(requestText);
-            call.Response = CXmlData::CreateNew();
-            CarryOut(call);
-            return call.Response;
-        } catch (const std::exception& error) {
-            return call.IsUnderstood ? Failure(error) : InternalError(error.what());
-        } catch (...) {
-            return Failure(ApiInternalError("The service failed for a reason that it can't name"));
-        }
+    std::string Answer(const std::string& request) {
+        std::string text = AnswerOfAnySize(request);
+        if (text.size() <= apigen::IIoDev::MaxMessageBytes) return text;
+        return TextOf(InternalError("The answer of " + std::to_string(text.size()) +
+                                    " bytes is over the limit of a message"));
     }
 
 private:
-    void CarryOut(SCall& call) {
-        const Handle handle = apigen::HandleUtils::FromData(call.Request);
-        const std::string method = call.Request->GetString(envelope::MethodKey);
-        const auto found = m_objects.find(handle.Value);
-        if (found == m_objects.end()) {
-            throw ApiInternalError("No object has the handle " + std::to_string(handle.Value));
+    std::string AnswerOfAnySize(const std::string& request) {
+        apigen::CXmlWriter response;
+        const std::size_t opened = response.Open(apigen::RootName);
+        SCall call{*this, response};
+        try {
+            if (!CarryOutText(call, request)) CarryOutContainer(call, request);
+            response.Close(apigen::RootName, opened);
+            return std::string(response.Text());
+        } catch (const std::exception& error) {
+            return TextOf(call.IsUnderstood ? Failure(error) : InternalError(error.what()));
+        } catch (...) {
+            return TextOf(Failure(ApiInternalError("The service failed for a reason that it can't name")));
         }
+    }
+
+    static std::string TextOf(const std::shared_ptr<IData>& failure) { return CXmlData::Serialize(*failure); }
+
+    /// The short way. False, and nothing done, for a request that takes the other one.
+    bool CarryOutText(SCall& call, std::string_view request) {
+        const auto parts = SplitRequest(request);
+        if (!parts) return false;
+        call.Arguments = parts->Arguments;
+        return CarryOut(call, parts->Target, parts->Method);
+    }
+
+    void CarryOutContainer(SCall& call, const std::string& request) {
+        call.Arguments = {};
+        call.Container = CXmlData::Unserialize(request);
+        const Handle target = apigen::HandleUtils::FromData(call.Container);
+        const std::string method = call.Container->GetString(envelope::MethodKey);
+        if (CarryOut(call, target, method)) return;
+        const std::string handle = std::to_string(target.Value);
+        if (m_objects.count(target.Value) == 0) throw ApiInternalError("No object has the handle " + handle);
+        throw ApiInternalError("The object with the handle " + handle + " has no method " + method);
+    }
+
+    /// False when there is nothing to call, or when the text of the arguments has to become a container.
+    bool CarryOut(SCall& call, Handle target, std::string_view method) {
+        const auto found = m_objects.find(target.Value);
+        if (found == m_objects.end()) return false;
         if (method == envelope::ReleaseMethod) {
+            if (!call.Arguments.empty()) return false;
             m_objects.erase(found);
-            return;
+            return true;
         }
         // A copy: the object outlives its call whatever that does.
         const SObject object = found->second;
         const auto* const handler = object.Interface->Find(method);
-        if (handler == nullptr) {
-            throw ApiInternalError("The object with the handle " + std::to_string(handle.Value) +
-                                   " has no method " + method);
-        }
-        (*handler)(object.Object.get(), call);
+        return handler != nullptr && (*handler)(object.Object.get(), call);
     }
 
     std::unordered_map<std::uint64_t, SObject> m_objects;
@@ -92,15 +116,7 @@ std::string CService::Greeting() const {
 }
 
 std::string CService::Answer(const std::string& request) {
-    const auto response = m_impl->Answer(request);
-    try {
-        std::string text = CXmlData::Serialize(*response);
-        if (text.size() <= apigen::IIoDev::MaxMessageBytes) return text;
-        return CXmlData::Serialize(*InternalError("The answer of " + std::to_string(text.size()) +
-                                                  " bytes is over the limit of a message"));
-    } catch (const ApiInternalError& error) {
-        return CXmlData::Serialize(*InternalError(error.what()));
-    }
+    return m_impl->Answer(request);
 }
 
 std::size_t CService::ObjectCount() const noexcept {

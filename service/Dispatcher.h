@@ -19,6 +19,7 @@
 
 #include "src/Method.h"
 #include "support/apigen/Envelope.h"
+#include "support/apigen/TextEncoders.h"
 
 namespace zamservice {
 
@@ -40,16 +41,18 @@ public:
 /// A call on its way through the service.
 struct SCall {
     IObjectTable& Objects;
-    std::shared_ptr<apigen::IData> Request = {};
-    std::shared_ptr<apigen::IData> Response = {};
+    apigen::CXmlWriter& Result;                     ///< takes the response's entries
+    std::string_view Arguments = {};                ///< their text, as long as there is no container
+    std::shared_ptr<apigen::IData> Container = {};  ///< the whole request
     bool IsUnderstood = false;  ///< the arguments have been read: what fails now is the implementation
 };
 
 /// The methods that an interface has on the wire.
 class CInterface {
 public:
-    /// Reads the arguments, carries out the call and writes its result.
-    using Handler = std::function<void(void* object, SCall& call)>;
+    /// Reads the arguments, carries out the call and writes its result. False, and nothing done, when the text
+    /// of the arguments is not as it would be written: a container has to be made of the request then.
+    using Handler = std::function<bool(void* object, SCall& call)>;
 
     /// The one table of interface `I`.
     template <class I>
@@ -90,6 +93,19 @@ void ReadArgument(const apigen::IData& request, std::string_view key, std::vecto
     apigen::DeserializeVector(request, std::string(key), values);
 }
 
+template <class Keys, class... A>
+bool ReadArguments(const SCall& call, const Keys& keys, A&... arguments) {
+    [[maybe_unused]] std::size_t key = 0;
+    if (call.Container != nullptr) {
+        (ReadArgument(*call.Container, keys[key++], arguments), ...);
+        return true;
+    }
+    apigen::CTextCursor cursor(call.Arguments);
+    apigen::CTextReader reader(cursor);
+    (apigen::ReadText(reader, keys[key++], arguments), ...);
+    return cursor.IsWhollyRead();
+}
+
 /// Null has no object and so the handle 0.
 template <class I>
 apigen::Handle HandleOf(IObjectTable& objects, const std::shared_ptr<I>& object) {
@@ -97,41 +113,31 @@ apigen::Handle HandleOf(IObjectTable& objects, const std::shared_ptr<I>& object)
 }
 
 template <class T>
-void WriteResult(apigen::IData& response, IObjectTable& /*objects*/, const T& value) {
-    apigen::Serialize(response, apigen::envelope::ResultKey, value);
-}
-
-template <class T>
-void WriteResult(apigen::IData& response, IObjectTable& /*objects*/, const std::vector<T>& values) {
-    apigen::SerializeVector(response, apigen::envelope::ResultKey, values);
+void WriteResult(SCall& call, const T& value) {
+    apigen::WriteText(call.Result, apigen::envelope::ResultKey, value);
 }
 
 template <class I>
-void WriteResult(apigen::IData& response, IObjectTable& objects, const std::shared_ptr<I>& object) {
-    apigen::Serialize(response, apigen::envelope::HandleKey, HandleOf(objects, object));
+void WriteResult(SCall& call, const std::shared_ptr<I>& object) {
+    apigen::WriteText(call.Result, apigen::envelope::HandleKey, HandleOf(call.Objects, object));
 }
 
 template <class I>
-void WriteResult(apigen::IData& response, IObjectTable& objects,
-                 const std::vector<std::shared_ptr<I>>& list) {
+void WriteResult(SCall& call, const std::vector<std::shared_ptr<I>>& list) {
     std::vector<apigen::Handle> handles;
     handles.reserve(list.size());
     for (const auto& object : list) {
-        handles.push_back(HandleOf(objects, object));
+        handles.push_back(HandleOf(call.Objects, object));
     }
-    apigen::SerializeVector(response, apigen::envelope::HandleKey, handles);
+    apigen::WriteText(call.Result, apigen::envelope::HandleKey, handles);
 }
 
 template <class I, class Pointer, class R, class... A>
 void CInterface::Bind(const zamclientlib::Method<I, Pointer, R, A...>& method) {
     m_handlers.emplace(method.Id, [&method](void* object, SCall& call) {
         std::tuple<A...> arguments;
-        std::apply(
-            [&](auto&... argument) {
-                [[maybe_unused]] std::size_t key = 0;
-                (ReadArgument(*call.Request, method.Keys[key++], argument), ...);
-            },
-            arguments);
+        const auto read = [&](auto&... argument) { return ReadArguments(call, method.Keys, argument...); };
+        if (!std::apply(read, arguments)) return false;
         call.IsUnderstood = true;
         const auto run = [&](auto&... argument) {
             return (static_cast<I*>(object)->*method.Member)(std::move(argument)...);
@@ -139,8 +145,9 @@ void CInterface::Bind(const zamclientlib::Method<I, Pointer, R, A...>& method) {
         if constexpr (std::is_void_v<R>) {
             std::apply(run, arguments);
         } else {
-            WriteResult(*call.Response, call.Objects, std::apply(run, arguments));
+            WriteResult(call, std::apply(run, arguments));
         }
+        return true;
     });
 }
 

@@ -15,7 +15,9 @@
 #include <vector>
 
 #include "src/Method.h"
+#include "support/apigen/CRequest.h"
 #include "support/apigen/Envelope.h"
+#include "support/apigen/TextEncoders.h"
 
 namespace zamclientlib {
 
@@ -23,79 +25,78 @@ namespace zamclientlib {
 template <class I>
 struct ProxyOf;
 
-/// Takes a method's result out of the response; chosen by the result's type.
-template <class R>
-struct ResultReader {
-    static R Read(const apigen::IData& response, const apigen::ProxyBase& /*proxy*/) {
-        R result{};
-        apigen::Deserialize(response, apigen::envelope::ResultKey, result);
-        return result;
-    }
-};
-
-template <>
-struct ResultReader<void> {
-    static void Read(const apigen::IData& /*response*/, const apigen::ProxyBase& /*proxy*/) {}
-};
-
-template <class T>
-struct ResultReader<std::vector<T>> {
-    static std::vector<T> Read(const apigen::IData& response, const apigen::ProxyBase& /*proxy*/) {
-        std::vector<T> result;
-        apigen::DeserializeVector(response, apigen::envelope::ResultKey, result);
-        return result;
-    }
-};
-
 /// Wraps a remote object. A plain `new`: should the shared pointer fail, the proxy's destructor releases it.
 template <class I>
 std::shared_ptr<I> MakeProxy(const apigen::ProxyBase& parent, apigen::Handle handle) {
     return std::shared_ptr<I>(new typename ProxyOf<I>::Type(parent.GetInvoker(), handle));
 }
 
+/// How a method's result travels: the type that is read, under which key, and what becomes of it.
+template <class R>
+struct Result {
+    using Wire = R;
+    static constexpr const char* Key = apigen::envelope::ResultKey;
+    static R Make(Wire&& value, const apigen::ProxyBase& /*proxy*/) { return std::move(value); }
+};
+
 template <class I>
-struct ResultReader<std::shared_ptr<I>> {
-    static std::shared_ptr<I> Read(const apigen::IData& response, const apigen::ProxyBase& proxy) {
-        const apigen::Handle handle = apigen::HandleUtils::FromData(response);
+struct Result<std::shared_ptr<I>> {
+    using Wire = apigen::Handle;
+    static constexpr const char* Key = apigen::envelope::HandleKey;
+    static std::shared_ptr<I> Make(Wire handle, const apigen::ProxyBase& proxy) {
         return handle ? MakeProxy<I>(proxy, handle) : nullptr;
     }
 };
 
 template <class I>
-struct ResultReader<std::vector<std::shared_ptr<I>>> {
-    static std::vector<std::shared_ptr<I>> Read(const apigen::IData& response,
-                                                const apigen::ProxyBase& proxy) {
-        std::vector<apigen::Handle> handles;
-        apigen::DeserializeVector(response, apigen::envelope::HandleKey, handles);
-        std::vector<std::shared_ptr<I>> result;
-        result.reserve(handles.size());
+struct Result<std::vector<std::shared_ptr<I>>> {
+    using Wire = std::vector<apigen::Handle>;
+    static constexpr const char* Key = apigen::envelope::HandleKey;
+    static std::vector<std::shared_ptr<I>> Make(Wire&& handles, const apigen::ProxyBase& proxy) {
+        std::vector<std::shared_ptr<I>> objects;
+        objects.reserve(handles.size());
         for (const apigen::Handle handle : handles) {
-            result.push_back(MakeProxy<I>(proxy, handle));
+            objects.push_back(MakeProxy<I>(proxy, handle));
         }
-        return result;
+        return objects;
     }
 };
 
 template <class T>
-void WriteArgument(apigen::IData& request, std::string_view key, const T& value) {
-    apigen::Serialize(request, std::string(key), value);
+void ReadResult(const apigen::IData& response, const char* key, T& value) {
+    apigen::Deserialize(response, key, value);
 }
 
 template <class T>
-void WriteArgument(apigen::IData& request, std::string_view key, const std::vector<T>& values) {
-    apigen::SerializeVector(request, std::string(key), values);
+void ReadResult(const apigen::IData& response, const char* key, std::vector<T>& values) {
+    apigen::DeserializeVector(response, key, values);
 }
 
 /// Calls `method` on the object that `proxy` stands for.
 template <class I, class Pointer, class R, class... A>
 R Call(const apigen::ProxyBase& proxy, const Method<I, Pointer, R, A...>& method,
        const std::type_identity_t<A>&... arguments) {
-    auto request = proxy.GetInvoker()->CreateContainer();
+    apigen::CRequest request;
     [[maybe_unused]] std::size_t key = 0;
-    (WriteArgument(*request, method.Keys[key++], arguments), ...);
-    const auto response =
-        proxy.InvokeMethod(std::string(method.Id), std::string(method.Signature), std::move(request));
-    return ResultReader<R>::Read(*response, proxy);
+    (apigen::WriteText(request.Arguments(), method.Keys[key++], arguments), ...);
+    if constexpr (std::is_void_v<R>) {
+        constexpr auto read = [](std::string_view answer, void* /*result*/) {
+            return answer == apigen::envelope::EmptyResponse();
+        };
+        request.Send(proxy, method.Id, method.Signature, read, nullptr);
+    } else {
+        using Wire = typename Result<R>::Wire;
+        constexpr auto read = [](std::string_view answer, void* result) {
+            return apigen::DeserializeText(answer, Result<R>::Key, *static_cast<Wire*>(result));
+        };
+        Wire value{};
+        const auto response = request.Send(proxy, method.Id, method.Signature, read, &value);
+        if (response != nullptr) {
+            value = {};
+            ReadResult(*response, Result<R>::Key, value);
+        }
+        return Result<R>::Make(std::move(value), proxy);
+    }
 }
 
 }  // namespace zamclientlib

@@ -8,6 +8,8 @@
 
 #include <chrono>
 #include <memory>
+#include <string>
+#include <string_view>
 
 namespace apigen APIGEN_API {
 
@@ -32,6 +34,14 @@ public:
     std::shared_ptr<IData> Invoke(std::shared_ptr<IData> request) override;
 
     std::shared_ptr<IApiExceptionGenerator> GetExceptionGenerator() const override;
+
+    /// For the library's own code, which can do without containers: reads the result straight out of an
+    /// answer's text, or returns false when it does not know that.
+    using ResultReader = bool (*)(std::string_view answer, void* result);
+
+    /// Sends the text of a request; null when `read` has read the answer.
+    /// \param read may be null; not asked about the answer of a release, which is no container then either
+    std::shared_ptr<IData> Invoke(const std::string& request, ResultReader read, void* result);
 
 protected:
     /// Takes a message that the service sends unasked.

@@ -46,6 +46,9 @@ private:
 /// Reads the entries of one element. A text that is given up reads as empty from there on.
 class CTextReader {
 public:
+    /// Of an element that the cursor stands in.
+    explicit CTextReader(CTextCursor& cursor) : m_cursor(cursor) {}
+    /// Of the element `key`, which the cursor stands before.
     CTextReader(CTextCursor& cursor, std::string_view key) : m_cursor(cursor), m_key(key) {
         m_cursor.Open(key);
     }

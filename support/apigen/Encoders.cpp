@@ -33,6 +33,12 @@ void CopyEntries(const CDocument& from, NodeId node, IData& to) {
 
 }  // namespace
 
+void AppendEntries(IData& data, std::string_view entries) {
+    CDocument document;
+    CXmlParser(document).ParseBelowRoot(entries);
+    CopyEntries(document, CDocument::Root, data);
+}
+
 void detail::SetText(IData& data, const std::string& key, std::string_view text) {
     if (auto* const node = CXmlData::From(data)) return node->SetText(key, text);
     data.SetString(key, std::string(text));
@@ -50,9 +56,7 @@ void detail::AppendTo(IData& data, std::string_view key, WriteFunction write, co
     }
     CXmlWriter writer;
     writeInto(writer);
-    CDocument document;
-    CXmlParser(document).ParseBelowRoot(writer.Text());
-    CopyEntries(document, CDocument::Root, data);
+    AppendEntries(data, writer.Text());
 }
 
 void detail::ReadFrom(const IData& data, std::string_view key, ReadFunction read, void* value) {

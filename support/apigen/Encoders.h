@@ -23,6 +23,7 @@
 #include "support/apigen/Document.h"
 #include "support/apigen/GuidText.h"
 #include "support/apigen/NumberText.h"
+#include "support/apigen/TextEncoders.h"
 #include "support/apigen/XmlText.h"
 
 namespace apigen {
@@ -277,17 +278,6 @@ void Read(Reader& reader, std::string_view key, T& value) {
     }
 }
 
-/// Reads `value` out of a document that holds it alone, written by the same list of fields; says whether the
-/// document was one. Otherwise anything may stand in `value`.
-template <class T>
-bool ReadAsWritten(std::string_view document, std::string_view key, T& value) {
-    CTextCursor cursor(document);
-    CTextReader root(cursor, RootName);
-    Read(root, key, value);
-    root.End();
-    return cursor.IsWhollyRead();
-}
-
 using WriteFunction = void (*)(CTextWriter& writer, std::string_view key, const void* value);
 using ReadFunction = void (*)(CReader& reader, std::string_view key, void* value);
 
@@ -332,12 +322,23 @@ void Deserialize(const IData& data, const std::string& key, T& value) {
     detail::ReadFrom(data, key, value);
 }
 
+template <class T>
+void WriteText(CXmlWriter& writer, std::string_view key, const T& value) {
+    detail::CTextWriter text(writer);
+    detail::Write(text, key, value);
+}
+
+template <class T>
+void ReadText(CTextReader& reader, std::string_view key, T& value) {
+    detail::Read(reader, key, value);
+}
+
 /// Reads the value under `key` out of the text of a whole document. Cheaper than a container when the
 /// document holds nothing else.
 template <class T>
 T DeserializeDocument(std::string text, const std::string& key) {
     T value{};
-    if (!detail::ReadAsWritten(text, key, value)) {
+    if (!DeserializeText(text, key, value)) {
         value = {};
         Deserialize(*CXmlData::Unserialize(std::move(text)), key, value);
     }
@@ -366,15 +367,23 @@ void DeserializeVector(const IData& data, const std::string& key, std::vector<T>
 
 }  // namespace apigen
 
+#define APIGEN_INSTANTIATE_TEXT_ENCODERS(type)                                              \
+    template APIGEN_API void apigen::WriteText(CXmlWriter&, std::string_view, const type&); \
+    template APIGEN_API void apigen::ReadText(CTextReader&, std::string_view, type&)
+
 /// Instantiates the encoders of `type`, alone and in an optional. To stand at global scope.
-#define APIGEN_INSTANTIATE_PLAIN_ENCODERS(type)                                                            \
-    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const type&);                   \
-    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, type&);                 \
-    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const apigen::Optional<type>&); \
-    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, apigen::Optional<type>&)
+#define APIGEN_INSTANTIATE_PLAIN_ENCODERS(type)                                                              \
+    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const type&);                     \
+    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, type&);                   \
+    APIGEN_INSTANTIATE_TEXT_ENCODERS(type);                                                                  \
+    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const apigen::Optional<type>&);   \
+    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, apigen::Optional<type>&); \
+    APIGEN_INSTANTIATE_TEXT_ENCODERS(apigen::Optional<type>)
 
 /// As well in a list.
 #define APIGEN_INSTANTIATE_ENCODERS(type)                                                                   \
     APIGEN_INSTANTIATE_PLAIN_ENCODERS(type);                                                                \
     template APIGEN_API void apigen::SerializeVector(IData&, const std::string&, const std::vector<type>&); \
-    template APIGEN_API void apigen::DeserializeVector(const IData&, const std::string&, std::vector<type>&)
+    template APIGEN_API void apigen::DeserializeVector(const IData&, const std::string&,                    \
+                                                       std::vector<type>&);                                 \
+    APIGEN_INSTANTIATE_TEXT_ENCODERS(std::vector<type>)

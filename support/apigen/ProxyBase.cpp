@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "support/apigen/CRequest.h"
 #include "support/apigen/Envelope.h"
 #include "support/apigen/NumberText.h"
 
@@ -16,7 +17,8 @@ ProxyBase::ProxyBase(std::shared_ptr<IInvoker> invoker, Handle handle)
 
 ProxyBase::~ProxyBase() {
     try {
-        InvokeMethod(envelope::ReleaseMethod, "Destructor", m_invoker->CreateContainer());
+        const auto isRead = [](std::string_view /*answer*/, void* /*result*/) { return true; };
+        CRequest().Send(*this, envelope::ReleaseMethod, "Destructor", isRead, nullptr);
     } catch (const std::exception&) {
         // The service may be gone, and with it the object: there is nothing left to release.
     }

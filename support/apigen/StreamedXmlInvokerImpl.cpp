@@ -21,18 +21,20 @@ public:
           m_timeout(timeout),
           m_logger(std::move(logger)) {}
 
-    std::shared_ptr<IData> Call(const std::string& text) {
+    std::shared_ptr<IData> Call(const std::string& text, ResultReader read, void* result) {
         m_device->WriteString(text);
         if (IsRelease(text)) {
             ++m_owedAnswers;
-            return CXmlData::CreateNew();
+            return read != nullptr ? nullptr : CXmlData::CreateNew();
         }
         while (m_owedAnswers != 0) {
             std::string answer = m_device->ReadString();
             if (answer != envelope::EmptyResponse()) CXmlData::Unserialize(std::move(answer));
             --m_owedAnswers;
         }
-        return Receive();
+        std::string answer = m_device->ReadString();
+        if (read != nullptr && read(answer, result)) return nullptr;
+        return CXmlData::Unserialize(std::move(answer));
     }
 
     std::shared_ptr<IData> Receive() { return CXmlData::Unserialize(m_device->ReadString()); }
@@ -109,13 +111,17 @@ std::shared_ptr<IData> StreamedXmlInvokerImpl::CreateContainer() {
 }
 
 std::shared_ptr<IData> StreamedXmlInvokerImpl::Invoke(std::shared_ptr<IData> request) {
+    return Invoke(CXmlData::Serialize(*request), nullptr, nullptr);
+}
+
+std::shared_ptr<IData> StreamedXmlInvokerImpl::Invoke(const std::string& request, ResultReader read,
+                                                      void* result) {
     // What can't be sent is refused before the stream is touched, which so stays usable.
-    const std::string text = CXmlData::Serialize(*request);
-    if (text.size() > IIoDev::MaxMessageBytes) {
-        throw ApiInternalError("A request of " + std::to_string(text.size()) +
+    if (request.size() > IIoDev::MaxMessageBytes) {
+        throw ApiInternalError("A request of " + std::to_string(request.size()) +
                                " bytes is over the limit of " + std::to_string(IIoDev::MaxMessageBytes));
     }
-    return m_impl->Guard(*this, [&] { return m_impl->Call(text); });
+    return m_impl->Guard(*this, [&] { return m_impl->Call(request, read, result); });
 }
 
 std::shared_ptr<IApiExceptionGenerator> StreamedXmlInvokerImpl::GetExceptionGenerator() const {

@@ -553,13 +553,13 @@ std::string DocumentOf(const T& value) {
 template <class T>
 bool IsReadAsWritten(const std::string& text) {
     T value{};
-    return detail::ReadAsWritten(text, "k", value);
+    return DeserializeText(text, "k", value);
 }
 
 TEST(RecordTexts, ThatAWriterMadeNeedNoDocument) {
     for (const SOuter& value : {SOuter{}, PlainOuterValue()}) {
         SOuter again;
-        EXPECT_TRUE(detail::ReadAsWritten(DocumentOf(value), "k", again));
+        EXPECT_TRUE(DeserializeText(DocumentOf(value), "k", again));
         EXPECT_EQ(again, value);
     }
 }

@@ -40,7 +40,7 @@ void CheckRecord(const apigen::IData& data) {
 /// An event that is read straight from a text is the one that a document of it gives.
 void CheckEvent(const std::string& text, const apigen::IData& document) {
     zamclientlib::SBaseEvent event;
-    if (!apigen::detail::ReadAsWritten(text, "Event", event)) return;
+    if (!apigen::DeserializeText(text, "Event", event)) return;
     zamclientlib::SBaseEvent expected;
     apigen::Deserialize(document, "Event", expected);
     if (event != expected) Check("an event read wrongly: " + text);
@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         document = apigen::CXmlData::Unserialize(text);
     } catch (const apigen::BrokenMessageError&) {
         zamclientlib::SBaseEvent event;
-        if (apigen::detail::ReadAsWritten(text, "Event", event)) Check("an event in no document: " + text);
+        if (apigen::DeserializeText(text, "Event", event)) Check("an event in no document: " + text);
         return 0;
     }
     CheckEvent(text, *document);

@@ -30,6 +30,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 using zamservice::CService;
 
@@ -236,6 +237,45 @@ TEST_F(Service, TakesArgumentsInAnyPlaceAndIgnoresUnknownOnes) {
     EXPECT_THAT(m_journal->Calls, ElementsAre("FindService(nothing)"));
 }
 
+TEST_F(Service, IsNotDeceivedByWhatLooksLikeAPlainRequest) {
+    const std::string envelope = "<__handle>1</__handle><__method>__dtr</__method></Data>";
+    for (const std::string& text :
+         {"<Data><!--" + envelope, "<Data><a>" + envelope, "<Data></a>" + envelope,
+          "<Data><![CDATA[" + envelope, "<Data>]]>" + envelope, "<Data>&" + envelope, "<Data>\x01" + envelope,
+          "<Data><?" + envelope, "<Data></Data>" + envelope, "<Data><Data>" + envelope,
+          "<Data><a b='>" + envelope}) {
+        Refusal(text);
+    }
+    EXPECT_EQ(m_service.ObjectCount(), 1U);
+    EXPECT_THAT(Refusal("<Data><__handle>5</__handle>" + envelope), HasSubstr("handle 5"));
+    EXPECT_THAT(Refusal("<Data><__method>x</__method>" + envelope), HasSubstr("no method x"));
+    EXPECT_THAT(Refusal(Request("<serviceName>\x01</serviceName>", 1, "FindService_15620865180769635232")),
+                Not(IsEmpty()));
+    EXPECT_THAT(m_journal->Calls, IsEmpty());
+}
+
+TEST_F(Service, CarriesOutRequestsThatAreWrittenInOtherWays) {
+    const std::string find = "FindService_15620865180769635232";
+    for (const std::string& text :
+         {Request("<serviceName>nothing</serviceName>", 1, find),
+          Request("<serviceName>n&#111;thing</serviceName>", 1, find),
+          Request("<serviceName><![CDATA[nothing]]></serviceName>", 1, find),
+          Request("<serviceName encoding=\"base64\">bm90aGluZw==</serviceName>", 1, find),
+          Request("<serviceName>nothing</serviceName><later/>", 1, find),
+          Request("<!-- who --><serviceName>nothing</serviceName>", 1, find),
+          "\n" + Request("<serviceName>nothing</serviceName> ", 1, find) + "\n",
+          "<Data><serviceName>nothing</serviceName><__handle> 1</__handle><__method>" + find +
+              "</__method></Data>",
+          "<Data><serviceName>nothing</serviceName><__handle>1</__handle><between/><__method>" + find +
+              "</__method></Data>"}) {
+        EXPECT_EQ(Ask(text), "<Data><__handle>0</__handle></Data>") << text;
+        EXPECT_THAT(m_journal->Calls, ElementsAre("FindService(nothing)")) << text;
+        m_journal->Calls.clear();
+    }
+    EXPECT_EQ(Ask(Request("<x>1</x>", 1, "__dtr")), "<Data/>") << "a release with something besides";
+    EXPECT_EQ(m_service.ObjectCount(), 0U);
+}
+
 TEST_F(Service, GivesEachReturnedObjectAHandleOfItsOwnForEver) {
     for (int handle = 2; handle < 6; ++handle) {
         EXPECT_EQ(Ask(Request("", 1, "GetZAMService_7046161401573418507")),
@@ -290,9 +330,12 @@ std::string Dispatched(CFolder& folder, const std::string& method, const std::st
     const auto* const handler = zamservice::CInterface::Of<IFolder>().Find(method);
     if (handler == nullptr) return "no method";
     IFolder* const object = &folder;
-    zamservice::SCall call{table, apigen::CXmlData::Unserialize(request), apigen::CXmlData::CreateNew()};
+    apigen::CXmlWriter result;
+    const std::size_t opened = result.Open("Data");
+    zamservice::SCall call{table, result, {}, apigen::CXmlData::Unserialize(request)};
     (*handler)(object, call);
-    return apigen::CXmlData::Serialize(*call.Response);
+    result.Close("Data", opened);
+    return std::string(result.Text());
 }
 
 TEST(Dispatcher, WritesAListOfObjectsInOrderWithZeroForNone) {

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// The encoders' short way: between a value and its text, without a container between.
+#pragma once
+
+#include <apigen/Export.h>
+#include <apigen/IData.h>
+
+#include <string_view>
+
+#include "support/apigen/CTextReader.h"
+#include "support/apigen/CXmlWriter.h"
+#include "support/apigen/XmlText.h"
+
+namespace apigen {
+
+/// Writes what `Serialize` and `SerializeVector` would add to a container. Instantiated with the encoders.
+template <class T>
+APIGEN_API void WriteText(CXmlWriter& writer, std::string_view key, const T& value);
+
+/// Reads what `WriteText` has written. Instantiated with the encoders.
+template <class T>
+APIGEN_API void ReadText(CTextReader& reader, std::string_view key, T& value);
+
+/// Reads the value under `key` out of the text of a document that holds nothing else. False for any text that
+/// is not just as it would be written; anything may stand in `value` then.
+template <class T>
+bool DeserializeText(std::string_view document, std::string_view key, T& value) {
+    CTextCursor cursor(document);
+    CTextReader root(cursor, RootName);
+    ReadText(root, key, value);
+    root.End();
+    return cursor.IsWhollyRead();
+}
+
+/// Adds entries that were written as text to a container of any make.
+APIGEN_API void AppendEntries(IData& data, std::string_view entries);
+
+}  // namespace apigen
