@@ -221,6 +221,7 @@ SScript Read(CMembers& members) {
 }  // namespace
 
 SScript SScript::FromEnvironment() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in this program changes the environment
     const char* const path = std::getenv(ScriptVariable);
     if (path == nullptr) return {};
     try {
