@@ -14,7 +14,7 @@
 #include <system_error>
 #include <utility>
 
-#include "support/apigen/Encoders.h"
+#include "support/apigen/TextEncoders.h"
 #include "support/common/CDescriptor.h"
 
 namespace zamclientlib {
@@ -87,7 +87,7 @@ SBaseEvent CEventsStream::Read() {
 }
 
 SBaseEvent CEventsStream::ReadNext() {
-    return apigen::DeserializeDocument<SBaseEvent>(m_device->ReadString(), "Event");
+    return apigen::DeserializeDocument<SBaseEvent>(m_device->ReadView(), "Event");
 }
 
 apigen::Optional<SBaseEvent> CEventsStream::ReadUntil(std::chrono::steady_clock::time_point deadline) {

@@ -26,7 +26,7 @@ bool IsEmptyTag(const char* at, const char* end, std::string_view key) {
 }
 
 /// Behind the text that stands for itself: in front of what a parser has to decode, to obey or to refuse.
-const char* SkipText(const char* at, const char* end) {
+[[gnu::noinline]] const char* SkipText(const char* at, const char* end) {
     while ((at = xml::SkipPlain(at, end)) != end && xml::Classify(*at) == xml::EChar::Multibyte) {
         const unsigned bytes = xml::XmlCharBytes(at, end);
         if (bytes == 0) break;
@@ -61,9 +61,11 @@ void CTextCursor::Close(std::string_view key) {
 std::string_view CTextCursor::Text(std::string_view key) {
     if (IsStartTag(m_at, m_end, key)) {
         const char* const from = m_at + key.size() + 2;
-        const char* to = SkipText(from, m_end);
+        const char* to = xml::SkipPlain(from, m_end);
+        const bool isPlain = to != m_end && *to == '<';
+        if (!isPlain) to = SkipText(to, m_end);
         std::string_view text(from, static_cast<std::size_t>(to - from));
-        if (to != m_end && *to == '&') {
+        if (!isPlain && to != m_end && *to == '&') {
             to = Unescape(from, to);
             text = m_unescaped;
         }
