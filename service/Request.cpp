@@ -2,6 +2,7 @@
 #include "service/Request.h"
 
 #include <charconv>
+#include <cstring>
 #include <string>
 
 #include "support/apigen/Envelope.h"
@@ -21,8 +22,10 @@ struct STags {
 std::optional<std::string_view> TakeLast(std::string_view& text, const STags& tags) {
     if (!text.ends_with(tags.End)) return {};
     text.remove_suffix(tags.End.size());
-    const std::size_t at = text.rfind('<');
-    if (at == std::string_view::npos || !text.substr(at).starts_with(tags.Start)) return {};
+    const void* const tag = ::memrchr(text.data(), '<', text.size());
+    if (tag == nullptr) return {};
+    const auto at = static_cast<std::size_t>(static_cast<const char*>(tag) - text.data());
+    if (!text.substr(at).starts_with(tags.Start)) return {};
     const std::string_view content = text.substr(at + tags.Start.size());
     text.remove_suffix(text.size() - at);
     return content;

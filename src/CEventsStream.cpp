@@ -14,7 +14,7 @@
 #include <system_error>
 #include <utility>
 
-#include "support/apigen/Encoders.h"
+#include "support/apigen/TextEncoders.h"
 #include "support/common/CDescriptor.h"
 
 // A copy made here, unless it is inlined, would be hidden and would hide the one that the library exports.
@@ -91,7 +91,7 @@ SBaseEvent CEventsStream::Read() {
 }
 
 SBaseEvent CEventsStream::ReadNext() {
-    return apigen::DeserializeDocument<SBaseEvent>(m_device->ReadString(), "Event");
+    return apigen::DeserializeDocument<SBaseEvent>(m_device->ReadView(), "Event");
 }
 
 apigen::Optional<SBaseEvent> CEventsStream::ReadUntil(std::chrono::steady_clock::time_point deadline) {

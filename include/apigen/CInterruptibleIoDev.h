@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace apigen APIGEN_API {
 
@@ -25,6 +26,10 @@ public:
 
     std::string ReadRawText(unsigned long maxBytes, bool& flag) override;
     std::string ReadString() override;
+
+    /// As `ReadString`, without a copy: valid until the device is used again.
+    std::string_view ReadView();
+
     void WriteString(const std::string& text) override;
     void SetDeadline(Clock::time_point deadline) override;
 

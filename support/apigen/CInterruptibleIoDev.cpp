@@ -62,6 +62,10 @@ std::string CInterruptibleIoDev::ReadString() {
     return m_impl->Stream().ReadString();
 }
 
+std::string_view CInterruptibleIoDev::ReadView() {
+    return m_impl->Stream().ReadView();
+}
+
 void CInterruptibleIoDev::WriteString(const std::string& text) {
     m_impl->Stream().WriteString(text);
 }

@@ -24,20 +24,6 @@ bool IsXmlText(std::string_view text) {
     return true;
 }
 
-/// What stands in a text for a character that means something to a parser.
-std::string_view Escape(char c) {
-    switch (c) {
-        case '&':
-            return "&amp;";
-        case '<':
-            return "&lt;";
-        case '>':
-            return "&gt;";
-        default:
-            return "&#13;";
-    }
-}
-
 constexpr std::size_t StartTagBytes = 2;  // besides the key
 constexpr std::size_t EndTagBytes = 3;
 
@@ -131,7 +117,7 @@ void CXmlWriter::AppendEscaped(std::string_view text) {
         const auto plain = static_cast<std::size_t>(special - text.begin());
         Append(text.substr(0, plain));
         if (special == text.end()) break;
-        Append(Escape(*special));
+        Append(xml::Escape(*special));
         text.remove_prefix(plain + 1);
     }
 }

@@ -333,18 +333,6 @@ void ReadText(CTextReader& reader, std::string_view key, T& value) {
     detail::Read(reader, key, value);
 }
 
-/// Reads the value under `key` out of the text of a whole document. Cheaper than a container when the
-/// document holds nothing else.
-template <class T>
-T DeserializeDocument(std::string text, const std::string& key) {
-    T value{};
-    if (!DeserializeText(text, key, value)) {
-        value = {};
-        Deserialize(*CXmlData::Unserialize(std::move(text)), key, value);
-    }
-    return value;
-}
-
 template <class T>
 void Serialize(IData& data, const std::string& key, const Optional<T>& value) {
     detail::WriteTo(data, key, value);

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apigen/Guid.h>
 
-#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <ios>
-#include <iterator>
 #include <locale>
 #include <sstream>
 #include <string_view>
@@ -93,12 +91,11 @@ bool ReadCanonical(std::string_view text, Guid& guid) {
     guid.Data1 = numbers[0];
     guid.Data2 = static_cast<std::uint16_t>(numbers[1] >> 16);
     guid.Data3 = static_cast<std::uint16_t>(numbers[1]);
-    for (unsigned i = 0; i < 4; ++i) {
-        guid.Data4[i] = static_cast<std::uint8_t>(numbers[2] >> (24 - 8 * i));
-        guid.Data4[4 + i] = static_cast<std::uint8_t>(numbers[3] >> (24 - 8 * i));
-    }
-    return bad == 0 && std::all_of(std::begin(Dashes), std::end(Dashes),
-                                   [at](std::size_t place) { return at[place] == '-'; });
+    const std::uint64_t last = std::uint64_t{numbers[2]} << 32 | numbers[3];
+    Store(__builtin_bswap64(last), reinterpret_cast<char*>(guid.Data4.data()));  // the highest byte first
+    for (const std::size_t place : Dashes)
+        bad |= static_cast<std::uint64_t>(at[place] ^ '-');
+    return bad == 0;
 }
 
 /// Reads any text as far as it goes; what can't be read stays zero.

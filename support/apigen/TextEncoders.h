@@ -3,9 +3,11 @@
 /// The encoders' short way: between a value and its text, without a container between.
 #pragma once
 
+#include <apigen/CXmlData.h>
 #include <apigen/Export.h>
-#include <apigen/IData.h>
+#include <apigen/Serialize.h>
 
+#include <string>
 #include <string_view>
 
 #include "support/apigen/CTextReader.h"
@@ -31,6 +33,18 @@ bool DeserializeText(std::string_view document, std::string_view key, T& value) 
     ReadText(root, key, value);
     root.End();
     return cursor.IsWhollyRead();
+}
+
+/// Reads the value under `key` out of the text of any document. Cheaper than a container for one that holds
+/// nothing else.
+template <class T>
+T DeserializeDocument(std::string_view text, const std::string& key) {
+    T value{};
+    if (!DeserializeText(text, key, value)) {
+        value = {};
+        Deserialize(*CXmlData::Unserialize(std::string(text)), key, value);
+    }
+    return value;
 }
 
 /// Adds entries that were written as text to a container of any make.

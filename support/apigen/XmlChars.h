@@ -5,7 +5,9 @@
 
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
@@ -31,6 +33,23 @@ inline constexpr std::array<EChar, 256> CharClasses = [] {
 
 inline EChar Classify(char c) {
     return CharClasses[static_cast<unsigned char>(c)];
+}
+
+/// What is written for a character that means something to a parser.
+struct SEscape {
+    char Character;
+    std::string_view Text;
+};
+inline constexpr std::array<SEscape, 4> Escapes{
+    {{'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'\r', "&#13;"}}};
+
+/// \param special one of the above
+constexpr std::string_view Escape(char special) {
+    std::size_t i = 0;
+    while (Escapes[i].Character != special) {
+        ++i;
+    }
+    return Escapes[i].Text;
 }
 
 /// The first character in [at, end) that is not plain, or `end`.

@@ -36,6 +36,19 @@ std::string CFrameStream::ReadString() {
         m_input.Drop(m_length);
         return message;
     }
+    return ReadRest();
+}
+
+std::string_view CFrameStream::ReadView() {
+    BeginOperation("read a message from");
+    if (!m_inMessage && BeginMessage()) {
+        m_viewed = m_length;
+        return m_input.Bytes().substr(0, m_length);
+    }
+    return m_longView = ReadRest();
+}
+
+std::string CFrameStream::ReadRest() {
     while (m_filled < m_length) {
         if (m_filled == m_message.size())
             m_message.resize(std::min(m_length, std::max(2 * m_message.size(), BodyStep)));
@@ -159,6 +172,8 @@ void CFrameStream::GiveUp(std::string_view reason) noexcept {
 void CFrameStream::BeginOperation(const char* action) {
     m_action = action;
     m_continued = false;
+    m_input.Drop(std::exchange(m_viewed, 0));
+    if (!m_longView.empty()) m_longView = {};
     if (m_givenUp) throw PeerGoneError(Cannot("the connection was given up (" + m_reason + ')'));
     m_owner.Check();
 }

@@ -61,6 +61,8 @@ public:
     Clock::time_point Deadline() const noexcept { return m_deadline; }
 
     std::string ReadString();
+    /// The same without a copy, for a message that is looked at once: valid until the next operation.
+    std::string_view ReadView();
     std::string ReadRawText(std::size_t maxBytes, bool& ended);
     void WriteString(std::string_view text);
 
@@ -70,6 +72,7 @@ public:
 private:
     void BeginOperation(const char* action);
     bool BeginMessage();
+    std::string ReadRest();
     void RefuseOverlong(unsigned long length);
     void SendAll(std::string_view text);
 
@@ -98,6 +101,8 @@ private:
     std::string m_reason;
 
     CByteQueue m_input;
+    std::size_t m_viewed = 0;  // how many bytes of it are done with when the next operation begins
+    std::string m_longView;    // a message that was handed out as a view and is in no queue
     std::vector<pollfd> m_pollSet;
 
     // The message that is being read: its announced length, and the room that has been made for it so far.

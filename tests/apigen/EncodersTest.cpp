@@ -589,6 +589,54 @@ TEST(RecordTexts, OfAnotherMakeAreReadFromADocument) {
     }
 }
 
+struct SSparse {
+    Optional<std::string> Note;
+    std::vector<std::string> Words;
+
+    template <class Visitor>
+    static constexpr void Fields(Visitor&& field) {
+        field("Note", &SSparse::Note);
+        field("Words", &SSparse::Words);
+    }
+};
+
+TEST(RecordTexts, OfNothingNeedNoDocument) {
+    const std::string text = DocumentOf(SSparse{});
+    ASSERT_EQ(text, "<Data><k/></Data>");
+    EXPECT_TRUE(IsReadAsWritten<SSparse>(text));
+    EXPECT_TRUE(IsReadAsWritten<SSparse>("<Data><k></k></Data>"));
+    EXPECT_TRUE(IsReadAsWritten<Optional<SSparse>>("<Data><k><opt/></k></Data>"));
+    for (const std::string odd :
+         {"<Data><k/", "<Data><k/></k></Data>", "<Data><k/><Note><opt>a</opt></Note></Data>"}) {
+        EXPECT_FALSE(IsReadAsWritten<SSparse>(odd)) << odd;
+    }
+    EXPECT_FALSE(IsReadAsWritten<SInner>(text));
+    EXPECT_THROW(DeserializeDocument<SInner>(text, "k"), ApiInternalError);
+}
+
+TEST(RecordTexts, WithEscapesNeedNoDocumentEither) {
+    const SInner value{"<a> & \"b\"\r\n\xC3\xB6 ]]>&amp;", 1, std::string("&&")};
+    SInner again;
+    EXPECT_TRUE(DeserializeText(DocumentOf(value), "k", again));
+    EXPECT_EQ(again, value);
+}
+
+TEST(RecordTexts, WithEscapesOfAnotherMakeAreLeftToADocument) {
+    const auto text = [](const std::string& name) {
+        return "<Data><k><Name>" + name + "</Name><Count>1</Count></k></Data>";
+    };
+    ASSERT_TRUE(IsReadAsWritten<SInner>(text("a&amp;b")));
+    for (const std::string name : {"a&#38;b", "a&#x26;b", "a<![CDATA[&]]>b", "a&amp;<!---->b"}) {
+        EXPECT_FALSE(IsReadAsWritten<SInner>(text(name))) << name;
+        EXPECT_EQ(DeserializeDocument<SInner>(text(name), "k"), (SInner{"a&b", 1, {}})) << name;
+    }
+    for (const std::string name :
+         {"a&b", "a&amp", "a&ampb;", "&", "&;", "&amp;&", "&amp;\x01", "&amp;\xFF", "&amp;<"}) {
+        EXPECT_FALSE(IsReadAsWritten<SInner>(text(name))) << name;
+        EXPECT_THROW(DeserializeDocument<SInner>(text(name), "k"), ApiInternalError) << name;
+    }
+}
+
 TEST(RecordTexts, OddNumbersMeanWhatTheyMeanInADocument) {
     const std::string text = "<Data><k><Name></Name><Count> 12abc</Count></k></Data>";
     EXPECT_TRUE(IsReadAsWritten<SInner>(text));
