@@ -126,6 +126,47 @@ TEST_F(Connection, SurvivesAFloodOnStandardError) {
     EXPECT_TRUE(Connect("flood-error-and-serve")->IsSystemSupported());
 }
 
+TEST_F(Connection, TakesAnswersThatAreWrittenInOtherWays) {
+    const std::string plain = "<major>2</major><minor>0</minor><revision>5</revision><build>12</build>";
+    for (const std::string& answer :
+         {"<Data><__result>" + plain + "</__result></Data>",
+          "<?xml version=\"1.0\"?>\n<Data>\n <__result>" + plain + "</__result>\n</Data>\n",
+          "\xEF\xBB\xBF<Data><__result>" + plain + "</__result></Data>",
+          "<Answer a='b'><__result>" + plain + "</__result></Answer>",
+          "<Data><!-- done --><__result>" + plain + "</__result></Data>",
+          "<Data><took>1 ms</took><__result>" + plain + "</__result><later/></Data>",
+          "<Data><__result>" + plain + "<later>1</later></__result></Data>",
+          "<Data><__result>" + plain + "</__result><__result><major>9</major></__result></Data>",
+          std::string("<Data><__result><build>1&#50;</build><revision><![CDATA[5]]></revision><minor></minor>"
+                      "<major> 2</major></__result></Data>")}) {
+        Set("ZAM_OUTPUT", answer);
+        EXPECT_EQ(Connect("greet-and-answer")->GetToolVersion(), (zamclientlib::SVersion{2, 0, 5, 12}))
+            << answer;
+    }
+}
+
+TEST_F(Connection, ReportsAFailureThatComesWithAResult) {
+    const std::string result = "<__result>true</__result>";
+    const std::string failure = "<__api_internal_err><msg>no memory</msg></__api_internal_err>";
+    for (const std::string& answer : {result + failure, failure + result, failure}) {
+        Set("ZAM_OUTPUT", "<Data>" + answer + "</Data>");
+        const auto root = Connect("greet-and-answer");
+        EXPECT_THAT(MessageOf<ApiInternalError>([&] { root->IsSystemSupported(); }), HasSubstr("no memory"));
+    }
+}
+
+TEST_F(Connection, NeedsTheResultThatTheMethodHas) {
+    for (const std::string answer : {"<Data/>", "<Data></Data>", "<Data><result>true</result></Data>",
+                                     "<Data><__result><a>true</a></__result></Data>"}) {
+        Set("ZAM_OUTPUT", answer);
+        const auto root = Connect("greet-and-answer");
+        EXPECT_THAT(MessageOf<ApiInternalError>([&] { root->IsSystemSupported(); }), HasSubstr("__result"))
+            << answer;
+        EXPECT_THAT(MessageOf<ApiInternalError>([&] { root->IsSystemSupported(); }), HasSubstr("__result"))
+            << "the connection stays usable after " << answer;
+    }
+}
+
 TEST_F(Connection, PassesAFailureOfTheServiceOnAndStaysUsable) {
     const auto packages = Connect("serve")->GetPackageManager();
     EXPECT_EQ(
@@ -266,6 +307,19 @@ TEST_F(Connection, IsGivenUpWhenAnAnswerIsNoFrame) {
     const std::string first = MessageOf<BrokenMessageError>([&] { root->IsSystemSupported(); });
     EXPECT_THAT(first, HasSubstr(text));
     EXPECT_THAT(MessageOf<PeerGoneError>([&] { root->IsSystemSupported(); }), HasSubstr(first));
+}
+
+TEST_F(Connection, IsGivenUpWhenAnAnswerIsNoDocument) {
+    for (const std::string answer :
+         {"", "true", "<Data><__result>true</__result>", "<Data><__result>true</__result></Data>x",
+          "<Data><__result>true</__result></Daten>", "<Data><__result>tr\x01ue</__result></Data>",
+          "<Data><__result>tr\xFFue</__result></Data>", "<Data><__result>a & b</__result></Data>",
+          "<!DOCTYPE Data><Data><__result>true</__result></Data>"}) {
+        Set("ZAM_OUTPUT", answer);
+        const auto root = Connect("greet-and-answer");
+        const std::string first = MessageOf<BrokenMessageError>([&] { root->IsSystemSupported(); });
+        EXPECT_THAT(MessageOf<PeerGoneError>([&] { root->IsSystemSupported(); }), HasSubstr(first)) << answer;
+    }
 }
 
 TEST_F(Connection, ToAToolWithAClosedInputFailsWithoutASignal) {

@@ -121,6 +121,13 @@ const std::map<std::string, std::function<int()>> Scripts{
          if (::read(STDIN_FILENO, &byte, 1) == 1) Write(STDOUT_FILENO, Variable("ZAM_OUTPUT"));
          return WaitForEndOfInput();
      }},
+    {"greet-and-answer",  // every request alike
+     [] {
+         Write(STDOUT_FILENO, Frame("<Data><__handle>1</__handle></Data>"));
+         for (char request[4096]; ::read(STDIN_FILENO, request, sizeof request) > 0;)
+             Write(STDOUT_FILENO, Frame(Variable("ZAM_OUTPUT")));
+         return 0;
+     }},
     {"exit-at-once",
      [] {
          Write(STDERR_FILENO, "reading the configuration\nno licence found\n");
