@@ -134,49 +134,32 @@ void CXmlParser::Adopt(std::string text) {
     nodes.Reserve(text.size() / BytesPerElement + 1);
     PrepareLargeBlock(nodes.Data(), text.size() / BytesPerElement * sizeof nodes[0]);
     m_document.m_bytes = std::move(text);
-    Finish();
+    if (Size() > std::numeric_limits<std::uint32_t>::max()) Fail("more than 4 GiB of text", Size());
+    constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
+    if (StartsWith(ByteOrderMark)) m_at = m_start = ByteOrderMark.size();
+    Items();
+    if (m_depth != 0) FailAtEnd();
+    if (!m_hasRoot) Fail("no root element", Size());
 }
 
 void CXmlParser::ParseBelowRoot(std::string_view elements) {
     m_at = m_document.AppendBytes(elements);
-    m_started = m_final = m_hasRoot = true;
+    m_hasRoot = true;
     m_depth = 1;
     m_current = CDocument::Root;
-    Advance();
+    Items();
 }
 
-void CXmlParser::Feed(std::string_view piece) {
-    m_document.AppendBytes(piece);
-    if (Size() >= m_retryAt) Advance();
-}
-
-void CXmlParser::Finish() {
-    m_final = true;
-    if (Size() > std::numeric_limits<std::uint32_t>::max()) Fail("more than 4 GiB of text", Size());
-    Advance();
-    if (m_at != Size() || m_depth != 0) Fail("unexpected end of the text", Size());
-    if (!m_hasRoot) Fail("no root element", Size());
-}
-
-void CXmlParser::Advance() {
-    if (!m_started) {
-        constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
-        if (!m_final && Size() < ByteOrderMark.size()) return;
-        m_started = true;
-        if (StartsWith(ByteOrderMark)) m_at = m_start = ByteOrderMark.size();
-    }
+void CXmlParser::Items() {
     while (PlainElements(), m_at != Size()) {
-        if (!Item()) {
-            // Trying again only when the item has doubled keeps the whole work linear.
-            m_retryAt = m_at + 2 * (Size() - m_at);
-            return;
+        if (Base()[m_at] == '<') {
+            Markup();
+        } else if (m_depth == 0) {
+            Blank();
+        } else {
+            TextRun();
         }
     }
-}
-
-bool CXmlParser::Item() {
-    if (Base()[m_at] == '<') return Markup();
-    return m_depth == 0 ? Blank() : TextRun();
 }
 
 /// Takes what nearly everything is, as far as it goes: elements without attributes that hold plain text, start
@@ -225,31 +208,30 @@ void CXmlParser::PlainElements() {
     m_at = Offset(at);
 }
 
-bool CXmlParser::Markup() {
+void CXmlParser::Markup() {
     const std::string_view rest = Rest();
-    if (rest.size() < 2) return false;
+    if (rest.size() < 2) FailAtEnd();
     if (rest[1] == '/') return EndTag();
     if (rest[1] == '?') return Instruction();
     if (rest[1] != '!') return StartTag();
     if (StartsWith("<!--")) return Comment();
     if (StartsWith("<![CDATA[")) return CData();
     if (StartsWith("<!DOCTYPE")) Fail("a document type declaration is not accepted", m_at);
-    if (std::string_view("<!--").substr(0, rest.size()) == rest) return false;
-    if (std::string_view("<![CDATA[").substr(0, rest.size()) == rest) return false;
-    if (std::string_view("<!DOCTYPE").substr(0, rest.size()) == rest) return false;
+    if (std::string_view("<!--").substr(0, rest.size()) == rest) FailAtEnd();
+    if (std::string_view("<![CDATA[").substr(0, rest.size()) == rest) FailAtEnd();
+    if (std::string_view("<!DOCTYPE").substr(0, rest.size()) == rest) FailAtEnd();
     Fail("unknown markup", m_at);
 }
 
-/// Only white space may stand outside the root element; it need not be kept for more to come.
-bool CXmlParser::Blank() {
+/// Only white space may stand outside the root element.
+void CXmlParser::Blank() {
     SCursor cursor = Cursor(0);
     SkipSpace(cursor.At, cursor.End);
     if (cursor.At != cursor.End && *cursor.At != '<') Fail("text outside the root element", cursor.At);
     m_at = Offset(cursor.At);
-    return true;
 }
 
-bool CXmlParser::TextRun() {
+void CXmlParser::TextRun() {
     const char* const from = Base() + m_at;
     const char* const end = Base() + Size();
     const char* at = from;
@@ -267,17 +249,13 @@ bool CXmlParser::TextRun() {
             ++at;
         } else {
             const unsigned bytes = xml::XmlCharBytes(at, end);
-            if (bytes == 0) {
-                if (!m_final && end - at < 4) return false;
-                Fail("a byte that no document may hold", at);
-            }
+            if (bytes == 0) Fail("a byte that no document may hold", at);
             at += bytes;
         }
     }
-    if (at == end) return false;
+    if (at == end) FailAtEnd();
     StoreText(m_at, Offset(at), isPlain);
     m_at = Offset(at);
-    return true;
 }
 
 void CXmlParser::StoreText(std::size_t from, std::size_t end, bool isPlain) {
@@ -339,36 +317,34 @@ const char* CXmlParser::Reference(const char* from, const char* end, std::string
     return stop + 1;
 }
 
-bool CXmlParser::Name(SCursor& cursor, std::string_view& name) const {
+std::string_view CXmlParser::Name(SCursor& cursor) const {
     const char* const from = cursor.At;
     if (from != cursor.End && xml::IsKeyStart(*from)) cursor.At = xml::SkipKeyChars(from, cursor.End);
     while (true) {
-        if (cursor.At == cursor.End) return false;
+        if (cursor.At == cursor.End) FailAtEnd();
         const xml::SCodePoint point = xml::DecodeUtf8(cursor.At, cursor.End);
-        if (point.Bytes == 0 && !m_final && cursor.End - cursor.At < 4) return false;
         if (point.Bytes == 0 || !(cursor.At == from ? IsNameStart(point.Value) : IsNameChar(point.Value)))
             break;
         cursor.At += point.Bytes;
     }
     if (cursor.At == from) Fail("a name was expected", from);
-    name = std::string_view(from, static_cast<std::size_t>(cursor.At - from));
-    return true;
+    return {from, static_cast<std::size_t>(cursor.At - from)};
 }
 
-bool CXmlParser::Attribute(SCursor& cursor, std::string_view& name, std::string& value) const {
-    if (!Name(cursor, name)) return false;
+std::string_view CXmlParser::Attribute(SCursor& cursor, std::string& value) const {
+    const std::string_view name = Name(cursor);
     SkipSpace(cursor.At, cursor.End);
-    if (cursor.At == cursor.End) return false;
+    if (cursor.At == cursor.End) FailAtEnd();
     if (*cursor.At != '=') Fail("an attribute without a value", cursor.At);
     ++cursor.At;
     SkipSpace(cursor.At, cursor.End);
-    if (cursor.At == cursor.End) return false;
+    if (cursor.At == cursor.End) FailAtEnd();
     const char quote = *cursor.At;
     if (quote != '"' && quote != '\'') Fail("an attribute value without quotes", cursor.At);
     ++cursor.At;
     const char* const from = cursor.At;
     cursor.At = std::find(from, cursor.End, quote);
-    if (cursor.At == cursor.End) return false;
+    if (cursor.At == cursor.End) FailAtEnd();
     CheckChars(from, cursor.At);
     value.clear();
     for (const char* at = from; at != cursor.At;) {
@@ -381,7 +357,7 @@ bool CXmlParser::Attribute(SCursor& cursor, std::string_view& name, std::string&
         }
     }
     ++cursor.At;
-    return true;
+    return name;
 }
 
 const char* CXmlParser::CheckChars(const char* from, const char* end) const {
@@ -393,16 +369,18 @@ const char* CXmlParser::CheckChars(const char* from, const char* end) const {
     return from;
 }
 
-bool CXmlParser::Attributes(SCursor& cursor, bool& isBase64) const {
+/// \return whether they say that the text is in base64
+bool CXmlParser::Attributes(SCursor& cursor) const {
+    bool isBase64 = false;
     std::vector<std::string_view> names;
     std::string value;
     while (true) {
         const bool hasSpace = SkipSpace(cursor.At, cursor.End);
-        if (cursor.At == cursor.End) return false;
+        if (cursor.At == cursor.End) FailAtEnd();
         if (*cursor.At == '>' || *cursor.At == '/') break;
         if (!hasSpace) Fail("white space was expected", cursor.At);
         const char* const from = cursor.At;
-        if (!Attribute(cursor, names.emplace_back(), value)) return false;
+        names.push_back(Attribute(cursor, value));
         if (names.back() == "encoding") {
             if (value != "base64") Fail("an encoding other than base64", from);
             isBase64 = true;
@@ -411,19 +389,16 @@ bool CXmlParser::Attributes(SCursor& cursor, bool& isBase64) const {
     std::sort(names.begin(), names.end());
     const auto twin = std::adjacent_find(names.begin(), names.end());
     if (twin != names.end()) Fail("an attribute given twice", std::max(twin->data(), (twin + 1)->data()));
-    return true;
+    return isBase64;
 }
 
-bool CXmlParser::StartTag() {
+void CXmlParser::StartTag() {
     if (m_depth == 0 && m_hasRoot) Fail("a second root element", m_at);
     SCursor cursor = Cursor(1);
-    std::string_view name;
-    if (!Name(cursor, name)) return false;
-    bool isBase64 = false;
-    if (cursor.At == cursor.End) return false;
-    if (*cursor.At != '>' && !Attributes(cursor, isBase64)) return false;
+    const std::string_view name = Name(cursor);
+    const bool isBase64 = *cursor.At != '>' && Attributes(cursor);
     const bool isEmpty = *cursor.At == '/';
-    if (isEmpty && ++cursor.At == cursor.End) return false;
+    if (isEmpty && ++cursor.At == cursor.End) FailAtEnd();
     if (*cursor.At != '>') Fail("\">\" was expected", cursor.At);
     ++cursor.At;
 
@@ -431,7 +406,6 @@ bool CXmlParser::StartTag() {
     m_base64 = isBase64 ? node : CDocument::None;
     m_at = Offset(cursor.At);
     if (isEmpty) Close(false);
-    return true;
 }
 
 NodeId CXmlParser::Open(std::string_view name) {
@@ -470,7 +444,7 @@ void CXmlParser::Close(bool isText) {
     --m_depth;
 }
 
-bool CXmlParser::EndTag() {
+void CXmlParser::EndTag() {
     const std::string_view rest = Rest();
     if (m_depth == 0) Fail("an end tag without its start tag", m_at);
     const std::string_view name = m_document.Key(m_current);
@@ -480,34 +454,32 @@ bool CXmlParser::EndTag() {
         (came.size() > name.size() && came.back() != '>' && !IsSpace(came.back()))) {
         Fail("an end tag that does not match <" + common::Escaped(name.substr(0, 64)) + ">", m_at);
     }
-    if (came.size() <= name.size()) return false;
+    if (came.size() <= name.size()) FailAtEnd();
     const char* at = rest.data() + 2 + name.size();
     const char* const end = rest.data() + rest.size();
     SkipSpace(at, end);
-    if (at == end) return false;
+    if (at == end) FailAtEnd();
     if (*at != '>') Fail("\">\" was expected", at);
     m_at = Offset(at + 1);
     Close(true);
-    return true;
 }
 
-bool CXmlParser::Comment() {
+void CXmlParser::Comment() {
     constexpr std::string_view Start = "<!--";
     const std::string_view rest = Rest();
     const std::size_t dashes = rest.find("--", Start.size());
-    if (dashes == std::string_view::npos || dashes + 2 >= rest.size()) return false;
+    if (dashes == std::string_view::npos || dashes + 2 >= rest.size()) FailAtEnd();
     if (rest[dashes + 2] != '>') Fail("\"--\" in a comment", m_at + dashes);
     CheckChars(rest.data() + Start.size(), rest.data() + dashes);
     m_at += dashes + 3;
-    return true;
 }
 
-bool CXmlParser::CData() {
+void CXmlParser::CData() {
     constexpr std::string_view Start = "<![CDATA[";
     if (m_depth == 0) Fail("a CDATA section outside the root element", m_at);
     const std::string_view rest = Rest();
     const std::size_t stop = rest.find("]]>", Start.size());
-    if (stop == std::string_view::npos) return false;
+    if (stop == std::string_view::npos) FailAtEnd();
     char* const base = m_document.m_bytes.data();
     const std::size_t from = m_at + Start.size();
     std::size_t end = m_at + stop;
@@ -524,27 +496,24 @@ bool CXmlParser::CData() {
     }
     m_at += stop + 3;
     StoreText(from, end, true);
-    return true;
 }
 
-bool CXmlParser::Instruction() {
+void CXmlParser::Instruction() {
     SCursor cursor = Cursor(2);
-    std::string_view target;
-    if (!Name(cursor, target)) return false;
+    const std::string_view target = Name(cursor);
     if (EqualsIgnoringCase(target, "xml")) {
         if (target == "xml" && m_at == m_start && IsSpace(*cursor.At)) return Declaration();
         Fail("an XML declaration that is not at the start", m_at);
     }
     const std::string_view rest(cursor.At, static_cast<std::size_t>(cursor.End - cursor.At));
     const std::size_t stop = rest.find("?>");
-    if (stop == std::string_view::npos) return false;
+    if (stop == std::string_view::npos) FailAtEnd();
     if (stop != 0 && !IsSpace(rest.front())) Fail("white space was expected", cursor.At);
     CheckChars(cursor.At, cursor.At + stop);
     m_at = Offset(cursor.At + stop + 2);
-    return true;
 }
 
-bool CXmlParser::Declaration() {
+void CXmlParser::Declaration() {
     SCursor cursor = Cursor(std::size("<?xml") - 1);
     const auto isVersion = [](const std::string& value) {
         return value.size() > 2 && value.compare(0, 2, "1.") == 0 &&
@@ -554,12 +523,11 @@ bool CXmlParser::Declaration() {
     std::string value;
     while (true) {
         const bool hasSpace = SkipSpace(cursor.At, cursor.End);
-        if (cursor.End - cursor.At < 2) return false;
+        if (cursor.End - cursor.At < 2) FailAtEnd();
         if (*cursor.At == '?') break;
         const char* const from = cursor.At;
-        std::string_view name;
         if (!hasSpace) Fail("white space was expected", from);
-        if (!Attribute(cursor, name, value)) return false;
+        const std::string_view name = Attribute(cursor, value);
         if (std::find(from, cursor.At, '&') != cursor.At) Fail("a reference in the XML declaration", from);
         if (name == "version" && parts == 0) {
             if (!isVersion(value)) Fail("an XML version other than 1.0", from);
@@ -579,7 +547,6 @@ bool CXmlParser::Declaration() {
     }
     if (parts == 0 || cursor.At[1] != '>') Fail("an invalid XML declaration", m_at);
     m_at = Offset(cursor.At + 2);
-    return true;
 }
 
 }  // namespace apigen

@@ -6,12 +6,13 @@
 #include <expat.h>
 #include <pugixml.hpp>
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <type_traits>
+#include <vector>
 
 #include "support/apigen/Document.h"
-#include "support/apigen/XmlParser.h"
 #include "support/apigen/XmlText.h"
 
 namespace apigen::test {
@@ -37,17 +38,6 @@ std::string Show(const CDocument& document, NodeId node) {
         children += ShowEntry(document.Key(child), Show(document, child));
     }
     return ShowChildren(children);
-}
-
-template <class Action>
-SOutcome Read(Action&& action) {
-    CDocument document;
-    try {
-        action(document);
-    } catch (const BrokenMessageError& error) {
-        return {false, {}, error.what()};
-    }
-    return {true, Show(document, CDocument::Root), {}};
 }
 
 // Base64 as the standard describes it, as plainly as can be.
@@ -251,31 +241,13 @@ std::string ReadWithPugixml(std::string_view text) {
 }  // namespace
 
 SOutcome ReadWhole(std::string_view text) {
-    return Read([&](CDocument& document) { ParseXml(std::string(text), document); });
-}
-
-SOutcome ReadInPieces(std::string_view text, const std::vector<std::size_t>& cuts) {
-    return Read([&](CDocument& document) {
-        CXmlParser parser(document);
-        std::size_t from = 0;
-        for (const std::size_t cut : cuts) {
-            // A copy of its own, so that a sanitizer sees a reach beyond the piece.
-            parser.Feed(std::string(text.substr(from, cut - from)));
-            from = cut;
-        }
-        parser.Feed(std::string(text.substr(from)));
-        parser.Finish();
-    });
-}
-
-std::string FindDifferenceInPieces(std::string_view text, const std::vector<std::size_t>& cuts) {
-    const SOutcome whole = ReadWhole(text);
-    const SOutcome pieces = ReadInPieces(text, cuts);
-    if (whole.IsAccepted == pieces.IsAccepted && whole.Tree == pieces.Tree &&
-        whole.Message == pieces.Message) {
-        return {};
+    CDocument document;
+    try {
+        ParseXml(std::string(text), document);
+    } catch (const BrokenMessageError& error) {
+        return {false, {}, error.what()};
     }
-    return "whole: " + whole.Message + whole.Tree + "\npieces: " + pieces.Message + pieces.Tree;
+    return {true, Show(document, CDocument::Root), {}};
 }
 
 std::string FindDisagreement(std::string_view text) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Our reader against expat and pugixml, and against itself when the text comes in pieces.
+// Our reader against expat and pugixml.
 #include <gtest/gtest.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -11,7 +10,6 @@
 #include <random>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "tests/apigen/XmlOracles.h"
 
@@ -218,23 +216,6 @@ private:
     std::string m_text;
 };
 
-std::vector<std::size_t> RandomCuts(Random& random, std::size_t size) {
-    std::vector<std::size_t> cuts(Below(random, 6));
-    for (auto& cut : cuts) {
-        cut = Below(random, size + 1);
-    }
-    std::sort(cuts.begin(), cuts.end());
-    return cuts;
-}
-
-std::vector<std::size_t> EveryByte(std::size_t size) {
-    std::vector<std::size_t> cuts(size);
-    for (std::size_t i = 0; i < size; ++i) {
-        cuts[i] = i;
-    }
-    return cuts;
-}
-
 TEST(XmlReader, AgreesWithTheOraclesOnTheSamples) {
     for (const auto sample : Samples) {
         EXPECT_TRUE(ReadWhole(sample).IsAccepted) << ReadWhole(sample).Message;
@@ -288,96 +269,6 @@ TEST(XmlReader, RefusesEveryBeginningOfADocument) {
         }
     }
 }
-
-TEST(XmlReader, ReadsADocumentInTwoPiecesAsTheWhole) {
-    for (const auto sample : Samples) {
-        for (std::size_t cut = 0; cut <= sample.size(); ++cut) {
-            ASSERT_EQ(FindDifferenceInPieces(sample, {cut}), "") << "cut at " << cut;
-        }
-    }
-}
-
-TEST(XmlReader, ReadsADocumentByteByByteAsTheWhole) {
-    Random random(3);
-    for (const auto sample : Samples) {
-        EXPECT_EQ(FindDifferenceInPieces(sample, EveryByte(sample.size())), "");
-    }
-    for (int i = 0; i < 5000; ++i) {
-        const std::string text = Mutated(random, CDocumentMaker(random).Make());
-        ASSERT_EQ(FindDifferenceInPieces(text, EveryByte(text.size())), "") << text;
-    }
-}
-
-TEST(XmlReader, RefusesInPiecesForTheSameReasonAtTheSameOffset) {
-    Random random(4);
-    for (int i = 0; i < 30000; ++i) {
-        const std::string text = Mutated(random, Pick(random, Samples));
-        ASSERT_EQ(FindDifferenceInPieces(text, RandomCuts(random, text.size())), "") << text;
-    }
-}
-
-double Seconds() {
-    timespec now{};
-    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
-
-/// A begun construct that takes the most of a document, and how it ends.
-struct SLongPart {
-    const char* Name;
-    std::string_view Before;
-    std::string_view Repeated;
-    std::string_view After;
-    std::size_t Size = 4 * 1024 * 1024;
-};
-
-void PrintTo(const SLongPart& part, std::ostream* stream) {
-    *stream << part.Name;
-}
-
-class XmlReaderOfLongParts : public testing::TestWithParam<SLongPart> {};
-
-TEST_P(XmlReaderOfLongParts, TakesLinearTimeInSmallPieces) {
-    constexpr std::size_t Piece = 4096;
-    const SLongPart& part = GetParam();
-    std::string text(part.Before);
-    while (text.size() < part.Size) {
-        text += part.Repeated;
-    }
-    text += part.After;
-    std::vector<std::size_t> cuts;
-    for (std::size_t cut = Piece; cut < text.size(); cut += Piece) {
-        cuts.push_back(cut);
-    }
-    const double start = Seconds();
-    const SOutcome whole = ReadWhole(text);
-    const double afterWhole = Seconds();
-    const SOutcome pieces = ReadInPieces(text, cuts);
-    const double end = Seconds();
-    EXPECT_EQ(whole.Message, pieces.Message);
-    EXPECT_TRUE(whole.Tree == pieces.Tree);
-    // Reading again from the start with every piece would take thousands of times as long.
-    EXPECT_LT(end - afterWhole, 20 * (afterWhole - start) + 0.5);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Xml, XmlReaderOfLongParts,
-    testing::Values(
-        SLongPart{"Text", "<a>", "x", "</a>", 16 * 1024 * 1024},
-        SLongPart{"Entities", "<a>", "&lt;\r", "</a>"},
-        SLongPart{"Attribute", "<a b='", "x", "'/>", 16 * 1024 * 1024},
-        SLongPart{"Attributes", "<a", " \t\n ", "b=''/>"}, SLongPart{"Comment", "<a><!--", "- ", "--></a>"},
-        SLongPart{"CData", "<a><![CDATA[", "]]\r\n", "]]></a>"},
-        SLongPart{"Instruction", "<?a ", "x?", "?><a/>"},
-        SLongPart{"Declaration", "<?xml version='1.", "0", "'?><a/>"},
-        SLongPart{"DeclarationBlanks", "<?xml version='1.0'", "  ", "?><a/>"},
-        SLongPart{"Name", "<", "n", "/>"}, SLongPart{"BlankOutside", "<a/>", " \n", ""},
-        SLongPart{"BlankInTheEndTag", "<a></a", "  ", ">"},
-        SLongPart{"CommentedText", "<a>", "x<!---->", "</a>"},
-        SLongPart{"CDataSections", "<a>", "<![CDATA[x]]>", "</a>"},
-        SLongPart{"Children", "<a>", "<b/>", "</a>"}, SLongPart{"OpenComment", "<a><!--", "- ", ""},
-        SLongPart{"Reference", "<a>&#", "0", "65;</a>"}, SLongPart{"AttributeList", "<a ", "&", "/>"}),
-    [](const auto& test) { return std::string(test.param.Name); });
 
 }  // namespace
 }  // namespace apigen::test
