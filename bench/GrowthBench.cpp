@@ -16,7 +16,7 @@ constexpr std::size_t Largest = 1'000'000;
 double MeasureRecords(std::size_t size) {
     const auto records = Samples<SBackupRepositoryInfo>(size);
     return CpuOfAPiece(size, [&] {
-        const auto again = DecodeList<SBackupRepositoryInfo>(EncodeList(records));
+        const auto again = DecodeAnswer<std::vector<SBackupRepositoryInfo>>(EncodeList(records));
         Require(again.size() == size, "a list");
         return again.size();
     });
@@ -51,7 +51,9 @@ void AddSizes(const CBench& bench, const std::string& name, double (*measure)(st
     };
     add(1, CBench::Rounds);
     add(10'000, CBench::Rounds);
-    if (!bench.IsOnce()) add(Largest, 3);
+    if (bench.IsOnce()) return;
+    add(100'000, 5);
+    add(Largest, 3);
 }
 
 }  // namespace

@@ -33,6 +33,11 @@ void CopyEntries(const CDocument& from, NodeId node, IData& to) {
 
 }  // namespace
 
+std::size_t EstimateEntries(std::string_view document, std::string_view key) {
+    const std::size_t end = document.find(std::string("</").append(key).append(">"));
+    return end != std::string_view::npos && end != 0 ? document.size() / end : 0;
+}
+
 void AppendEntries(IData& data, std::string_view entries) {
     CDocument document;
     CXmlParser(document).ParseBelowRoot(entries);

@@ -7,8 +7,11 @@
 #include <apigen/Export.h>
 #include <apigen/Serialize.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "support/apigen/CTextReader.h"
 #include "support/apigen/CXmlWriter.h"
@@ -24,10 +27,23 @@ APIGEN_API void WriteText(CXmlWriter& writer, std::string_view key, const T& val
 template <class T>
 APIGEN_API void ReadText(CTextReader& reader, std::string_view key, T& value);
 
+/// How many entries under `key` a document that holds nothing else may have, going by its first one.
+APIGEN_API std::size_t EstimateEntries(std::string_view document, std::string_view key);
+
+/// A list is given its room at once. Never much more than the text has taken, whatever that pretends.
+template <class T>
+void MakeRoom(std::string_view document, std::string_view key, std::vector<T>& values) {
+    const std::size_t count = std::min(EstimateEntries(document, key), 4 * document.size() / sizeof(T));
+    values.reserve(count);
+}
+template <class T>
+void MakeRoom(std::string_view /*document*/, std::string_view /*key*/, T& /*value*/) {}
+
 /// Reads the value under `key` out of the text of a document that holds nothing else. False for any text that
 /// is not just as it would be written; anything may stand in `value` then.
 template <class T>
 bool DeserializeText(std::string_view document, std::string_view key, T& value) {
+    MakeRoom(document, key, value);
     CTextCursor cursor(document);
     CTextReader root(cursor, RootName);
     ReadText(root, key, value);

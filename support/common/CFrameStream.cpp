@@ -14,9 +14,8 @@ namespace apigen::common {
 
 namespace {
 
-// Room for a message is made in steps of at least this; what is still missing beyond it is received in
-// place instead of through the queue.
-constexpr std::size_t BodyStep = 256 * 1024;
+// A message is given room for so many times what has come of it. Room that stays untouched costs nothing.
+constexpr std::size_t RoomAhead = 8;
 
 // While it writes, a stream takes in no more than this; a peer that sends on without reading has to wait.
 constexpr std::size_t MaxReceivedAhead = 2 * IIoDev::MaxMessageBytes;
@@ -49,22 +48,14 @@ std::string_view CFrameStream::ReadView() {
 }
 
 std::string CFrameStream::ReadRest() {
-    while (m_filled < m_length) {
-        if (m_filled == m_message.size())
-            m_message.resize(std::min(m_length, std::max(2 * m_message.size(), BodyStep)));
-        char* const place = m_message.data() + m_filled;
-        const std::size_t room = m_message.size() - m_filled;
-        std::size_t count = std::min(room, m_input.Size());
-        if (count != 0) {
-            m_input.Bytes().copy(place, count);
-            m_input.Drop(count);
-        } else if (m_length - m_filled >= BodyStep) {
-            count = Receive(place, room);
-            if (count == 0) ThrowGone("the stream ended in the middle of a message" + Progress());
-        } else if (ReceiveIntoQueue() == 0) {
+    while (m_message.size() < m_length) {
+        if (m_input.IsEmpty() && ReceiveIntoQueue() == 0)
             ThrowGone("the stream ended in the middle of a message" + Progress());
-        }
-        m_filled += count;
+        const std::string_view bytes = m_input.Bytes().substr(0, m_length - m_message.size());
+        const std::size_t needed = m_message.size() + bytes.size();
+        if (needed > m_message.capacity()) m_message.reserve(std::min(m_length, RoomAhead * needed));
+        m_message += bytes;
+        m_input.Drop(bytes.size());
     }
     m_inMessage = false;
     return std::exchange(m_message, {});
@@ -84,7 +75,6 @@ bool CFrameStream::BeginMessage() {
     m_length = length;
     if (m_input.Size() >= length) return true;
     m_inMessage = true;
-    m_filled = 0;
     m_message.clear();
     return false;
 }
@@ -250,12 +240,12 @@ std::string CFrameStream::Cannot(std::string_view why) const {
 std::string CFrameStream::Progress() const {
     if (!m_inMessage) return {};
     std::string text =
-        " (" + std::to_string(m_filled) + " of " + std::to_string(m_length) + " bytes had come";
+        " (" + std::to_string(m_message.size()) + " of " + std::to_string(m_length) + " bytes had come";
     const auto header = EncodeHeader(m_length);
     const std::string_view shownHeader(header.data(), header.size());
     if (LooksLikeText(shownHeader))  // a short text can pass for a length
-        text += "; they may be no message: " +
-                Quoted(std::string(shownHeader) + m_message.substr(0, std::min(m_filled, ShownBytes)));
+        text +=
+            "; they may be no message: " + Quoted(std::string(shownHeader) + m_message.substr(0, ShownBytes));
     return text + ')';
 }
 

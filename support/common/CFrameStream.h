@@ -105,10 +105,9 @@ private:
     std::string m_longView;    // a message that was handed out as a view and is in no queue
     std::vector<pollfd> m_pollSet;
 
-    // The message that is being read: its announced length, and the room that has been made for it so far.
+    // The message that is being read: its announced length, and what has come of it.
     bool m_inMessage = false;
     std::size_t m_length = 0;
-    std::size_t m_filled = 0;
     std::string m_message;
 };
 
