@@ -169,11 +169,11 @@ void CFrameStream::BeginOperation(const char* action) {
 }
 
 std::size_t CFrameStream::Receive(char* into, std::size_t room) {
+    if (std::exchange(m_continued, true)) {  // a peer that trickles must not outlast the deadline
+        m_owner.Check();
+        if (IsPast(m_deadline)) ThrowTimeout(Progress());
+    }
     for (;;) {
-        if (std::exchange(m_continued, true)) {  // a peer that trickles must not outlast the deadline
-            m_owner.Check();
-            if (IsPast(m_deadline)) ThrowTimeout(Progress());
-        }
         const ssize_t count = m_channel.Read(into, room);
         if (count >= 0) {
             m_inputEnded = count == 0;
@@ -210,13 +210,14 @@ bool CFrameStream::Wait(bool forWriting) {
         if (ready < 0 && errno != EINTR) ThrowGone("waiting failed: " + ErrorText(errno));
         const bool readable = ready > 0 && m_pollSet[0].revents != 0;
         const bool writable = ready > 0 && m_pollSet[1].revents != 0;
-        if (ready > 0) m_owner.Woken();
+        const bool othersReady = ready > int{readable} + int{writable};
+        if (othersReady) m_owner.Woken();
         if (forWriting ? writable : readable) return readable;
         if (IsPast(m_deadline)) ThrowTimeout(forWriting ? std::string() : Progress());
         if (readable) return true;
         m_owner.Check();
         // It may have written its last words after the streams were looked at and before its end was.
-        if (ready > 0 && m_owner.HasPeerEnded() && (forWriting || !IsReadable()))
+        if (othersReady && m_owner.HasPeerEnded() && (forWriting || !IsReadable()))
             ThrowGone("it has ended, and left its streams open in others' hands");
         m_pollSet.resize(2);
         m_owner.Watch(m_pollSet);

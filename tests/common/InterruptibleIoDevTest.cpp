@@ -92,6 +92,22 @@ TEST_F(InterruptibleIoDev, MessagesTravelBothWays) {
     EXPECT_EQ(m_device->ReadString(), "three");
 }
 
+TEST_F(InterruptibleIoDev, MessagesCanBeLookedAtWithoutACopy) {
+    Send(Frame("one") + Frame("") + Frame("three") + Frame("four"));
+    EXPECT_EQ(m_device->ReadView(), "one");
+    EXPECT_EQ(m_device->ReadView(), "");
+    EXPECT_EQ(m_device->ReadString(), "three");
+    EXPECT_EQ(m_device->ReadView(), "four");
+    m_device->WriteString("answer");
+
+    // One that comes in pieces, longer than any buffer, and one behind it.
+    const std::string big(1'000'000, 'x');
+    auto sent = std::async(std::launch::async, [&] { Send(Frame(big) + Frame("last")); });
+    EXPECT_TRUE(m_device->ReadView() == big);
+    EXPECT_EQ(m_device->ReadView(), "last");
+    sent.get();
+}
+
 TEST_F(InterruptibleIoDev, AnEventEndsABlockedRead) {
     std::promise<int> tid;
     auto read = std::async(std::launch::async, [&] {
