@@ -34,6 +34,8 @@ void CopyEntries(const CDocument& from, NodeId node, IData& to) {
 }  // namespace
 
 std::size_t EstimateEntries(std::string_view document, std::string_view key) {
+    constexpr std::size_t WorthIt = 16 * 1024;
+    if (document.size() < WorthIt) return 0;
     const std::size_t end = document.find(std::string("</").append(key).append(">"));
     return end != std::string_view::npos && end != 0 ? document.size() / end : 0;
 }

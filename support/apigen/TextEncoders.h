@@ -27,7 +27,8 @@ APIGEN_API void WriteText(CXmlWriter& writer, std::string_view key, const T& val
 template <class T>
 APIGEN_API void ReadText(CTextReader& reader, std::string_view key, T& value);
 
-/// How many entries under `key` a document that holds nothing else may have, going by its first one.
+/// How many entries under `key` a long document that holds nothing else may have, going by its first one; 0
+/// for a short one.
 APIGEN_API std::size_t EstimateEntries(std::string_view document, std::string_view key);
 
 /// A list is given its room at once. Never much more than the text has taken, whatever that pretends.
