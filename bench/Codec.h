@@ -23,11 +23,9 @@ inline std::shared_ptr<apigen::IData> Parse(std::string&& text) {
     return apigen::CXmlData::Unserialize(std::move(text));
 }
 
-template <class Record>
-std::string Encode(const Record& record) {
-    const auto data = apigen::CXmlData::CreateNew();
-    apigen::Serialize(*data, "__result", record);
-    return apigen::CXmlData::Serialize(*data);
+template <class Value>
+std::string Encode(const Value& value) {
+    return apigen::SerializeDocument("__result", value);
 }
 
 /// By way of a container, as a program does that has a text of its own.
@@ -36,13 +34,6 @@ Record Decode(std::string&& text) {
     Record record;
     apigen::Deserialize(*Parse(std::move(text)), "__result", record);
     return record;
-}
-
-template <class Record>
-std::string EncodeList(const std::vector<Record>& records) {
-    const auto data = apigen::CXmlData::CreateNew();
-    apigen::SerializeVector(*data, "__result", records);
-    return apigen::CXmlData::Serialize(*data);
 }
 
 template <class Record>

@@ -45,7 +45,7 @@ template <class Record>
 void AddLists(const CBench& bench, const std::string& name) {
     for (const std::size_t size : {1, 100, 10'000}) {
         AddRows<std::vector<Record>>(bench, std::to_string(size) + ' ' + name, size, Samples<Record>(size),
-                                     EncodeList<Record>, DecodeList<Record>);
+                                     Encode, DecodeList<Record>);
     }
 }
 

@@ -16,7 +16,7 @@ constexpr std::size_t Largest = 1'000'000;
 double MeasureRecords(std::size_t size) {
     const auto records = Samples<SBackupRepositoryInfo>(size);
     return CpuOfAPiece(size, [&] {
-        const auto again = DecodeAnswer<std::vector<SBackupRepositoryInfo>>(EncodeList(records));
+        const auto again = DecodeAnswer<std::vector<SBackupRepositoryInfo>>(Encode(records));
         Require(again.size() == size, "a list");
         return again.size();
     });

@@ -23,7 +23,7 @@ namespace {
 using zamclientlib::SBackupRepositoryInfo;
 
 std::string EncodeRepositories(std::size_t size) {
-    return EncodeList(Samples<SBackupRepositoryInfo>(size));
+    return Encode(Samples<SBackupRepositoryInfo>(size));
 }
 
 /// A line of /proc/self/status, in bytes.

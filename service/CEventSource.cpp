@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apigen/ApiException.h>
-#include <apigen/CXmlData.h>
 #include <apigen/IIoDev.h>
-#include <apigen/Serialize.h>
 #include <zamservice/EventSource.h>
 
 #include <fcntl.h>
@@ -26,6 +24,7 @@
 
 #include "service/CSubscriber.h"
 #include "service/EventSocket.h"
+#include "support/apigen/TextEncoders.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/FrameHeader.h"
 #include "support/common/Waiting.h"
@@ -39,9 +38,7 @@ using apigen::common::RetryInterrupted;
 
 /// A frame with the event's document.
 std::string FrameOf(const zamclientlib::SBaseEvent& event) {
-    const auto document = apigen::CXmlData::CreateNew();
-    apigen::Serialize(*document, "Event", event);
-    const std::string text = apigen::CXmlData::Serialize(*document);
+    const std::string text = apigen::SerializeDocument("Event", event);
     if (text.size() > apigen::IIoDev::MaxMessageBytes) {
         throw apigen::ApiInternalError("Cannot publish an event of " + std::to_string(text.size()) +
                                        " bytes: the limit of a message is " +

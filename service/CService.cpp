@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <exception>
-#include <typeinfo>
 #include <utility>
 
 #include "service/Dispatcher.h"
@@ -110,9 +109,7 @@ CService& CService::operator=(CService&&) noexcept = default;
 CService::~CService() = default;
 
 std::string CService::Greeting() const {
-    const auto greeting = CXmlData::CreateNew();
-    apigen::Serialize(*greeting, envelope::HandleKey, m_impl->Root());
-    return CXmlData::Serialize(*greeting);
+    return apigen::SerializeDocument(envelope::HandleKey, m_impl->Root());
 }
 
 std::string CService::Answer(const std::string& request) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apigen/ApiException.h>
 #include <apigen/CXmlData.h>
-#include <apigen/Serialize.h>
 #include <zamservice/Service.h>
 
 #include <fcntl.h>
@@ -21,6 +20,7 @@
 #include "service/Failure.h"
 #include "src/Protocol.h"
 #include "support/apigen/Envelope.h"
+#include "support/apigen/TextEncoders.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/FrameHeader.h"
 
@@ -188,9 +188,9 @@ int PrintProtocolVersion() {
 }
 
 int PrintProtocolVersion(const zamclientlib::SVersion& version) {
-    const auto document = apigen::CXmlData::CreateNew();
-    apigen::Serialize(*document, zamclientlib::protocol::InfoKey, zamclientlib::SCompatibilityInfo{version});
-    std::cout << apigen::CXmlData::Serialize(*document) << std::flush;
+    std::cout << apigen::SerializeDocument(zamclientlib::protocol::InfoKey,
+                                           zamclientlib::SCompatibilityInfo{version})
+              << std::flush;
     return std::cout ? 0 : 1;
 }
 

@@ -17,10 +17,6 @@
 #include "support/apigen/TextEncoders.h"
 #include "support/common/CDescriptor.h"
 
-// A copy made here, unless it is inlined, would be hidden and would hide the one that the library exports.
-extern template APIGEN_API void apigen::Deserialize(const IData&, const std::string&,
-                                                    zamclientlib::SBaseEvent&);
-
 namespace zamclientlib {
 namespace {
 

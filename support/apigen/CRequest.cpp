@@ -7,8 +7,8 @@
 #include <typeinfo>
 #include <utility>
 
-#include "support/apigen/Encoders.h"
 #include "support/apigen/Envelope.h"
+#include "support/apigen/TextEncoders.h"
 
 namespace apigen {
 

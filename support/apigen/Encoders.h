@@ -2,8 +2,9 @@
 /// \file
 /// The definitions of the encoder family, for the sources that instantiate it for their types.
 ///
-/// Every type is written and read by one rule, on top of two small classes that know where. Both work on the
-/// documents of `CXmlData` without an allocation for each node, and serve any other `IData` more slowly.
+/// Every type is written and read by one rule, on top of small classes that know where: `CTextWriter` into a
+/// text, `CTextReader` straight out of one, `CReader` out of a container, which is faster for `CXmlData` than
+/// for any other `IData`.
 #pragma once
 
 #include <apigen/CXmlData.h>

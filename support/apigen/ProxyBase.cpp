@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apigen/ApiException.h>
 #include <apigen/ProxyBase.h>
+#include <apigen/Serialize.h>
 
 #include <utility>
 
 #include "support/apigen/CRequest.h"
 #include "support/apigen/Envelope.h"
-#include "support/apigen/NumberText.h"
 
 namespace apigen {
 
@@ -26,8 +26,7 @@ ProxyBase::~ProxyBase() {
 
 std::shared_ptr<IData> ProxyBase::InvokeMethod(const std::string& methodId, const std::string& signature,
                                                std::shared_ptr<IData> request) const {
-    SNumberBuffer buffer;
-    request->SetString(envelope::HandleKey, std::string(FormatNumber(m_handle.Value, buffer)));
+    Serialize(*request, envelope::HandleKey, m_handle);
     request->SetString(envelope::MethodKey, methodId);
     auto response = m_invoker->Invoke(std::move(request));
     if (response == nullptr) throw ApiInternalError("Method call " + signature + " got no response");

@@ -27,6 +27,16 @@ APIGEN_API void WriteText(CXmlWriter& writer, std::string_view key, const T& val
 template <class T>
 APIGEN_API void ReadText(CTextReader& reader, std::string_view key, T& value);
 
+/// The text of a document that holds nothing but the value under `key`.
+template <class T>
+std::string SerializeDocument(std::string_view key, const T& value) {
+    CXmlWriter writer;
+    const std::size_t opened = writer.Open(RootName);
+    WriteText(writer, key, value);
+    writer.Close(RootName, opened);
+    return std::string(writer.Text());
+}
+
 /// How many entries under `key` a long document that holds nothing else may have, going by its first one; 0
 /// for a short one.
 APIGEN_API std::size_t EstimateEntries(std::string_view document, std::string_view key);
