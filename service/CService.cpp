@@ -9,9 +9,9 @@
 
 #include "service/Dispatcher.h"
 #include "service/Failure.h"
-#include "service/Request.h"
 #include "src/AgentMethods.h"
 #include "src/InstallerMethods.h"
+#include "support/apigen/RequestText.h"
 
 namespace zamservice {
 
@@ -61,7 +61,7 @@ private:
 
     /// The short way. False, and nothing done, for a request that takes the other one.
     bool CarryOutText(SCall& call, std::string_view request) {
-        const auto parts = SplitRequest(request);
+        const auto parts = apigen::SplitRequest(request);
         if (!parts) return false;
         call.Arguments = parts->Arguments;
         return CarryOut(call, parts->Target, parts->Method);

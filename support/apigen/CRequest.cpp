@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "support/apigen/Envelope.h"
+#include "support/apigen/RequestText.h"
 #include "support/apigen/TextEncoders.h"
 
 namespace apigen {
@@ -24,9 +25,7 @@ std::shared_ptr<IData> CRequest::Send(const ProxyBase& proxy, std::string_view m
         AppendEntries(*container, m_text.Text().substr(m_begin));
         return proxy.InvokeMethod(std::string(methodId), std::string(signature), std::move(container));
     }
-    WriteText(m_text, envelope::HandleKey, proxy.GetHandle());
-    m_text.Entry(envelope::MethodKey, methodId);
-    m_text.Close(RootName, m_opened);
+    EndRequest(m_text, m_opened, proxy.GetHandle(), methodId);
     auto response = static_cast<CApiClientInvoker&>(invoker).Invoke(std::string(m_text.Text()), read, result);
     if (response != nullptr) envelope::ThrowIfFailed(*response, invoker, "Method call ", signature);
     return response;
