@@ -41,32 +41,36 @@ constexpr const char* PeerEnded = "it has ended, and left its streams open in ot
 /// is gone, the stream is.
 class CFrameStream::COutgoing {
 public:
-    COutgoing(CFrameStream& stream, std::string_view& text)
+    /// Puts the message, or of a large one what precedes its text, behind the output. `text` is what remains to be
+    /// sent behind that.
+    COutgoing(CFrameStream& stream, std::string_view& text, std::size_t copied)
         : m_stream(stream), m_begin(stream.m_output.size()) {
         const auto header = EncodeHeader(text.size());
-        const bool isSmall = text.size() <= SmallMessage;
+        const bool isCopied = text.size() <= copied;
         auto& output = m_stream.m_output;
-        output.reserve(m_begin + header.size() + (isSmall ? text.size() : 0));
+        output.reserve(m_begin + header.size() + (isCopied ? text.size() : 0));
         output.append(header.data(), header.size());
-        if (isSmall) output.append(std::exchange(text, {}));
+        if (isCopied) output.append(std::exchange(text, {}));
     }
     COutgoing(const COutgoing&) = delete;
     COutgoing& operator=(const COutgoing&) = delete;
     ~COutgoing() {
         if (m_isDone) return;
         if (m_stream.m_sent > m_begin) {
-            m_stream.GiveUp("a message was sent by half");
+            m_stream.GiveUp(m_failure);
         } else {
             m_stream.m_output.resize(m_begin);
         }
     }
 
     void Done() noexcept { m_isDone = true; }
+    void Failed(const char* why) { m_failure = why; }
 
 private:
     CFrameStream& m_stream;
     std::size_t m_begin;
     bool m_isDone = false;
+    std::string m_failure = "a message was cut off";
 };
 
 std::string CFrameStream::ReadString() {
@@ -103,20 +107,20 @@ std::string CFrameStream::ReadRawText(std::size_t maxBytes, bool& ended) {
 }
 
 void CFrameStream::WriteString(std::string_view text) {
-    if (text.size() > IIoDev::MaxMessageBytes)
-        throw ApiInternalError("Cannot send a message of " + std::to_string(text.size()) + " bytes to " +
-                               m_owner.Peer() + ": the limit is " + std::to_string(IIoDev::MaxMessageBytes) +
-                               " bytes");
-    Begin("send a message to");
-    COutgoing outgoing(*this, text);
-    Send(text);
+    BeginMessage(text);
+    COutgoing outgoing(*this, text, SmallMessage);
+    try {
+        Send(text);
+    } catch (const std::exception& error) {
+        outgoing.Failed(error.what());
+        throw;
+    }
     outgoing.Done();
 }
 
 void CFrameStream::WriteLater(std::string_view text) {
-    if (text.size() > SmallMessage || m_output.size() > SmallMessage) return WriteString(text);
-    Begin("send a message to");
-    COutgoing(*this, text).Done();
+    BeginMessage(text);
+    COutgoing(*this, text, text.size()).Done();
 }
 
 void CFrameStream::SendQueued() {
@@ -146,6 +150,14 @@ void CFrameStream::Begin(const char* action) {
     if (m_lost) throw PeerGoneError(Cannot("the connection was given up (" + *m_lost + ')'));
 }
 
+void CFrameStream::BeginMessage(std::string_view text) {
+    if (text.size() > IIoDev::MaxMessageBytes)
+        throw ApiInternalError("Cannot send a message of " + std::to_string(text.size()) + " bytes to " +
+                               m_owner.Peer() + ": the limit is " + std::to_string(IIoDev::MaxMessageBytes) +
+                               " bytes");
+    Begin("send a message to");
+}
+
 /// Takes in what comes next, waiting for it when nothing is there; false at the end of the input.
 bool CFrameStream::Receive() {
     if (!m_output.empty()) Send({});
@@ -167,8 +179,12 @@ bool CFrameStream::Receive() {
             m_input.Commit(static_cast<std::size_t>(count));
             return true;
         }
-        if (count == 0) m_end = StreamEnded;
-        if (count < 0 && errno != EAGAIN && errno != EINTR) ThrowGone(ErrorText(errno));
+        // A peer that closes a socket without having read everything resets it.
+        if (count == 0 || errno == ECONNRESET) {
+            m_end = StreamEnded;
+        } else if (errno != EAGAIN && errno != EINTR) {
+            ThrowGone(ErrorText(errno));
+        }
         isToWait = true;
     }
     return false;
@@ -192,7 +208,7 @@ bool CFrameStream::ReceiveAhead() {
 void CFrameStream::Send(std::string_view text) {
     while (!m_output.empty() || !text.empty()) {
         if (SendSome(text)) continue;
-        if (errno == EPIPE || errno == ECONNRESET) ThrowGone("it takes no more input");
+        if (errno == EPIPE || errno == ECONNRESET) ThrowClosed("it takes no more input");
         if (errno != EAGAIN && errno != EINTR && errno != ENOBUFS) ThrowGone(ErrorText(errno));
         if (IsPast(m_deadline)) ThrowTimeout();
         const int events = POLLOUT | (MayReceiveAhead() ? POLLIN : 0);
@@ -238,9 +254,15 @@ void CFrameStream::ThrowEnded() {
     if (m_end == PeerEnded) ThrowGone(PeerEnded + progress);
     if (!progress.empty()) ThrowGone(std::string(m_end) + " in the middle of a message" + progress);
     const std::string_view rest = m_input.Loose();
-    if (rest.empty()) throw StreamEndedError(Cannot(m_end + m_owner.Epitaph(true)));
+    if (rest.empty()) ThrowClosed(m_end);
     ThrowGone(std::string(m_end) + " after " + std::to_string(rest.size()) +
               " bytes that are no message: " + Quoted(rest));
+}
+
+/// The peer has closed its end; orderly, unless it did so in the middle of a message.
+void CFrameStream::ThrowClosed(const char* how) {
+    const bool isOrderly = !m_input.IsWithin() && m_input.Loose().empty();
+    throw PeerGoneError(Cannot(how + m_owner.Epitaph(true)), isOrderly);
 }
 
 void CFrameStream::ThrowTimeout() {

@@ -60,7 +60,7 @@ public:
     std::string ReadRawText(std::size_t maxBytes, bool& ended);
 
     void WriteString(std::string_view text);
-    /// The message waits for the next one, or for the next time that the stream asks for input.
+    /// The message waits for the next one, or for the next time that the stream asks for input. Sends nothing.
     void WriteLater(std::string_view text);
     /// Sends of what waits as much as goes at once, on a channel that does not block. A failure of it shows in the
     /// next operation.
@@ -75,6 +75,7 @@ private:
     class COutgoing;
 
     void Begin(const char* action);
+    void BeginMessage(std::string_view text);
     void AwaitMessage();
     bool Receive();
     bool MayReceiveAhead() const noexcept;
@@ -85,6 +86,7 @@ private:
 
     [[noreturn]] void ThrowOverlong();
     [[noreturn]] void ThrowEnded();
+    [[noreturn]] void ThrowClosed(const char* how);
     [[noreturn]] void ThrowTimeout();
     [[noreturn]] void ThrowGone(const std::string& why);
     std::string Cannot(std::string_view why) const;
