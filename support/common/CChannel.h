@@ -43,10 +43,10 @@ public:
     }
 
     /// As `read`.
-    ssize_t Read(char* into, std::size_t room) const noexcept;
+    ssize_t Read(char* into, std::size_t room) const;
 
     /// As `writev`.
-    ssize_t Write(const iovec* parts, std::size_t count) const noexcept;
+    ssize_t Write(const iovec* parts, std::size_t count) const;
 
 private:
     enum class EKind {
@@ -65,6 +65,6 @@ private:
 
 /// `writev` without SIGPIPE on any system: keeps the signal from the calling thread for as long as it
 /// writes, which takes system calls of its own.
-APIGEN_API ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count) noexcept;
+APIGEN_API ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count);
 
 }  // namespace apigen::common

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "support/common/Quietly.h"
 #include "support/common/Text.h"
 
 namespace apigen::common {
@@ -210,12 +211,13 @@ CChildProcess::CChildProcess(const SChildStart& start) : m_endSignal(start.EndSi
 }
 
 CChildProcess::~CChildProcess() {
+    const CNoCancellation uncancelled;
     if (!m_origin.IsHere() || HasEnded()) return;
     Kill();
     AwaitEnd(DeadlineAfter(KillPatience));
 }
 
-bool CChildProcess::HasEnded() noexcept {
+bool CChildProcess::HasEnded() {
     if (m_ended) return true;
     int status = 0;
     const pid_t pid = RetryInterrupted([&] { return ::waitpid(m_pid, &status, WNOHANG); });
@@ -225,7 +227,7 @@ bool CChildProcess::HasEnded() noexcept {
     return m_ended = true;
 }
 
-bool CChildProcess::AwaitNews(pollfd* others, std::size_t count, Clock::time_point deadline) noexcept {
+bool CChildProcess::AwaitNews(pollfd* others, std::size_t count, Clock::time_point deadline) {
     constexpr std::size_t MaxOthers = 7;
     std::array<pollfd, MaxOthers + 1> set;
     std::copy_n(others, count, set.begin());
@@ -238,7 +240,7 @@ bool CChildProcess::AwaitNews(pollfd* others, std::size_t count, Clock::time_poi
     return !isAnnounced || set[count].revents != 0;
 }
 
-bool CChildProcess::AwaitEnd(Clock::time_point deadline) noexcept {
+bool CChildProcess::AwaitEnd(Clock::time_point deadline) {
     while (!HasEnded()) {
         if (IsPast(deadline)) return false;
         AwaitNews(nullptr, 0, deadline);
@@ -246,7 +248,7 @@ bool CChildProcess::AwaitEnd(Clock::time_point deadline) noexcept {
     return true;
 }
 
-void CChildProcess::Signal(int signal) noexcept {
+void CChildProcess::Signal(int signal) {
     if (!m_origin.IsHere() || HasEnded()) return;  // its process id may be another's by now
     if (m_pidfd) {
         ::syscall(SYS_pidfd_send_signal, m_pidfd.Get(), signal, nullptr, 0);

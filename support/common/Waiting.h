@@ -17,9 +17,11 @@ namespace apigen::common {
 
 using Clock = IIoDev::Clock;
 
+// Nothing that waits is `noexcept`: the cancellation of a thread unwinds out of it.
+
 /// Calls `systemCall` until a signal handler no longer cuts it short.
 template <class F>
-auto RetryInterrupted(F systemCall) noexcept {
+auto RetryInterrupted(F systemCall) {
     for (;;) {
         const auto result = systemCall();
         if (result != -1 || errno != EINTR) return result;
@@ -42,7 +44,7 @@ inline int PollTimeout(Clock::time_point deadline) noexcept {
 
 /// As `poll`, which also fails when the set is larger than the caller may have descriptors open. Rather than to wait
 /// for nothing at full speed, it takes a short rest then, and has everything looked at.
-inline int PollPatiently(pollfd* set, std::size_t count, int timeout) noexcept {
+inline int PollPatiently(pollfd* set, std::size_t count, int timeout) {
     const int ready = ::poll(set, count, timeout);
     if (ready >= 0) return ready;
     const bool isInterrupted = errno == EINTR;
