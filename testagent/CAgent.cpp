@@ -99,6 +99,7 @@ void CAgent::Listen() {
             m_events.emplace(m_directory->Path(), CPrivateDirectory::SocketName);
             if (m_directory->Keep()) return;
             m_events.reset();
+            if (attempt == Attempts) throw std::runtime_error("The folder of the event socket is taken away");
         } catch (const std::system_error& error) {
             if (error.code() == std::errc::filename_too_long) {
                 throw std::runtime_error(std::string(error.what()) + "; let $TMPDIR name a shorter one");

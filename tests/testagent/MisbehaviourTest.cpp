@@ -117,6 +117,18 @@ TEST_F(AMisbehavingAgent, SendsEnumerationsThatNoMemberNames) {
     EXPECT_EQ(*job->GetDefaultJobStartOptions().Priority, static_cast<EJobStartPriorityMode>(99));
 }
 
+// A gateway has a number under the key that is an enumeration's in the options of a start.
+TEST_F(AMisbehavingAgent, LeavesNumbersAloneThatAreNoEnumerations) {
+    Script(RuleFor("GetCloudServiceProviderGateways", R"("action": "unknown-enum")"));
+    const auto control = Connect();
+    const auto providers = control->RequestControl(Owner(), false)->GetCloudServiceProviderManager();
+    SCloudServiceProviderInfo provider;
+    provider.Name = "cloud.example";
+    provider.Connection = {{"gw1.example", 6180}};
+    const auto id = providers->AddCloudServiceProvider(provider).Id;
+    EXPECT_EQ(providers->GetCloudServiceProviderGateways(id).at(0).Priority, 1);
+}
+
 TEST_F(AMisbehavingAgent, ThatHandsOutNoObjectAnswersWithTheHandleOfNone) {
     Script(R"({"rules": [{"method": "RequestControl", "times": 1, "action": "null-object"},
                {"method": "FindBackupJob", "action": "null-object"},
