@@ -155,7 +155,8 @@ bool CMembers::ReadGuid(const char* name, apigen::Guid& value) {
         bare = bare.substr(1, Form.size());
     }
     const auto fits = [](char wanted, char is) {
-        return wanted == '-' ? is == '-' : std::string_view("0123456789abcdefABCDEF").find(is) != Form.npos;
+        return wanted == '-' ? is == '-'
+                             : std::string_view("0123456789abcdefABCDEF").find(is) != std::string_view::npos;
     };
     if (!std::equal(Form.begin(), Form.end(), bare.begin(), bare.end(), fits)) {
         Refuse(name, Quoted(text) +
