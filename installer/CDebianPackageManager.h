@@ -37,7 +37,12 @@ private:
         std::string Status;
         zamclientlib::SPackageInfo Info;
 
-        bool IsInstalled() const { return Status == "installed"; }
+        // Unpacked and configured; that a trigger of it or of another package is still to run takes nothing
+        // away.
+        bool IsInstalled() const {
+            return Status == "installed" || Status == "triggers-awaited" || Status == "triggers-pending";
+        }
+        // "unpacked", "half-configured" and "half-installed" as well: something is there, and doesn't work.
         bool IsPresent() const { return Status != "not-installed" && Status != "config-files"; }
     };
     struct SPackageFile {
@@ -56,6 +61,10 @@ private:
     void InstallFiles(const std::vector<std::string>& paths, EPurpose purpose) const;
     void Change(const std::string& what, const SCommand& command) const;
     SCommand Dpkg(std::vector<std::string> arguments) const;
+    std::string LogFile() const;
+
+    // The folder of the package database; empty when the system has none.
+    std::string Database() const;
 
     SInstallerContext m_context;
 };

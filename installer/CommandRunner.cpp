@@ -17,8 +17,8 @@
 #include <cstdlib>
 #include <utility>
 
-#include "installer/SmallFile.h"
 #include "support/common/CDescriptor.h"
+#include "support/common/COutputTail.h"
 #include "support/common/CSpawn.h"
 #include "support/common/Text.h"
 #include "support/common/Waiting.h"
@@ -27,24 +27,37 @@ namespace installer {
 namespace {
 
 using apigen::common::CDescriptor;
+using apigen::common::Quoted;
 using apigen::common::RetryInterrupted;
 using zamclientlib::CGenericException;
 
 constexpr off_t outputLimit = 4 * 1024 * 1024;
 constexpr off_t errorTextLimit = 64 * 1024;
-constexpr std::size_t failureLines = 8;
-
 // dpkg insists on finding ldconfig and start-stop-daemon, which the PATH of a plain user lacks.
 constexpr std::string_view systemFolders = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
-// What the tools are told by the environment must come from us alone.
-constexpr std::array<std::string_view, 9> ownVariables{
-    "PATH=",          "LC_ALL=",          "LANG=",
-    "LANGUAGE=",      "DEBIAN_FRONTEND=", "DPKG_ROOT=",
-    "DPKG_ADMINDIR=", "DPKG_FORCE=",      "DPKG_FRONTEND_LOCKED="};
+// What the tools and the packages' scripts may know of our environment: where they find and put things, how
+// they reach the network, and who runs them. Of everything else some variable changes what some tool does.
+constexpr std::string_view handedOn[]{"HOME",        "TMPDIR",    "USER",      "LOGNAME",  "http_proxy",
+                                      "https_proxy", "ftp_proxy", "all_proxy", "no_proxy", "HTTP_PROXY",
+                                      "HTTPS_PROXY", "FTP_PROXY", "ALL_PROXY", "NO_PROXY"};
+
+// Lines that tell of progress, or warn, but never say what went wrong.
+constexpr std::string_view chatter[]{"Reading package lists...",
+                                     "Building dependency tree...",
+                                     "Reading state information...",
+                                     "Need to get ",
+                                     "After this operation, ",
+                                     "Get:",
+                                     "(Reading database ",
+                                     "Selecting previously ",
+                                     "Preparing to unpack ",
+                                     "W: ",
+                                     "N: "};
 
 [[noreturn]] void ThrowCannotRun(const SCommand& command, int error) {
-    throw CGenericException("Can't run '" + command.Program + "': " + apigen::common::ErrorText(error) + ".");
+    throw CGenericException("Can't run " + Quoted(command.Program) + ": " + apigen::common::ErrorText(error) +
+                            ".");
 }
 
 std::string SearchPath() {
@@ -58,12 +71,14 @@ std::vector<std::string> CommandEnvironment() {
     std::vector<std::string> environment;
     for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
         const std::string_view text = *variable;
-        const bool isOurs = std::any_of(ownVariables.begin(), ownVariables.end(),
-                                        [&](std::string_view name) { return text.starts_with(name); });
-        if (!isOurs) environment.emplace_back(text);
+        const std::string_view name = text.substr(0, text.find('='));
+        if (std::find(std::begin(handedOn), std::end(handedOn), name) != std::end(handedOn)) {
+            environment.emplace_back(text);
+        }
     }
     environment.push_back("PATH=" + SearchPath());
-    environment.emplace_back("LC_ALL=C");
+    environment.emplace_back("LC_ALL=C");  // their words are looked at
+    environment.emplace_back("TERM=dumb");
     environment.emplace_back("DEBIAN_FRONTEND=noninteractive");
     return environment;
 }
@@ -106,9 +121,9 @@ public:
     void Kill() noexcept { kill(m_pid, SIGKILL); }
 
     int Reap() noexcept {
-        int status = 0;
-        RetryInterrupted([&] { return waitpid(m_pid, &status, 0); });
-        return status;
+        int status = -1;
+        const pid_t pid = RetryInterrupted([&] { return waitpid(m_pid, &status, 0); });
+        return pid == m_pid ? status : -1;
     }
 
     SCommandResult Finish() {
@@ -169,14 +184,29 @@ private:
     pid_t m_pid = -1;
 };
 
-// The last lines of `text`.
-std::string LastLines(const std::string& text) {
-    const std::string trimmed = Trimmed(text);
-    std::size_t start = trimmed.size();
-    for (std::size_t lines = 0; lines < failureLines && start != std::string::npos && start > 0; ++lines) {
-        start = trimmed.rfind('\n', start - 1);
+bool IsChatter(std::string_view line) {
+    return std::any_of(std::begin(chatter), std::end(chatter),
+                       [&](std::string_view start) { return line.starts_with(start); });
+}
+
+// The end of what a tool said, in one line that a log or a terminal can take.
+std::string LastWords(std::string_view text) {
+    apigen::common::COutputTail tail;
+    while (!text.empty()) {
+        std::string_view line = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+        while (line.ends_with('\r'))
+            line.remove_suffix(1);
+        line.remove_prefix(line.rfind('\r') + 1);  // written over, as progress is
+        line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+        if (line.empty() || IsChatter(line)) continue;
+        tail.Append(line);
+        tail.Append("\n");
     }
-    return start == std::string::npos || start == 0 ? trimmed : trimmed.substr(start + 1);
+    std::string words = tail.Text();
+    for (std::size_t at = words.find('\n'); at != std::string::npos; at = words.find('\n', at))
+        words.replace(at, 1, " / ");
+    return words;
 }
 
 }  // namespace
@@ -187,11 +217,12 @@ std::optional<int> SCommandResult::ExitStatus() const noexcept {
 }
 
 std::string SCommandResult::Failure() const {
-    const std::string end = WIFSIGNALED(WaitStatus)
-                                ? "ended by signal " + std::to_string(WTERMSIG(WaitStatus))
-                                : "exit status " + std::to_string(WEXITSTATUS(WaitStatus));
-    const std::string words = LastLines(Trimmed(ErrorText).empty() ? Output : ErrorText);
-    return words.empty() ? end : end + ": " + words;
+    const std::string errors = LastWords(ErrorText);
+    const std::string output = LastWords(Output);
+    std::string failure = apigen::common::EndingText(WaitStatus);
+    if (!errors.empty()) failure += ": " + errors;
+    if (!output.empty()) failure += (errors.empty() ? ": " : ". Before that: ") + output;
+    return failure;
 }
 
 SCommandResult RunQuery(const SCommand& command, std::chrono::milliseconds limit) {
@@ -199,12 +230,12 @@ SCommandResult RunQuery(const SCommand& command, std::chrono::milliseconds limit
     if (!running.Wait(limit)) {
         running.Kill();
         running.Reap();
-        throw CGenericException("'" + command.Program + "' did not answer within " +
+        throw CGenericException(Quoted(command.Program) + " did not answer within " +
                                 std::to_string(limit.count()) + " ms and was ended.");
     }
     SCommandResult result = running.Finish();
     if (running.SaidTooMuch()) {
-        throw CGenericException("'" + command.Program + "' gave more than " + std::to_string(outputLimit) +
+        throw CGenericException(Quoted(command.Program) + " gave more than " + std::to_string(outputLimit) +
                                 " bytes of output.");
     }
     return result;

@@ -71,10 +71,12 @@ class RemoteInstaller : public testing::Test {
 protected:
     std::shared_ptr<zamclientlib::ITarvoInstaller> Connect(const std::string& root) const {
         const auto script =
-            m_folder.WriteScript("tool", "exec '" + tool + "' --root '" + root + "' \"$@\"\n");
+            m_folder.WriteScript("tool", "echo $$ > '" + (m_folder.Path() / "pid").string() + "'\nexec " +
+                                             m_launcher + " '" + tool + "' --root '" + root + "' \"$@\"\n");
         return zamclientlib::GetTarvoInstaller(script, std::chrono::seconds(60), false, nullptr);
     }
 
+    std::string m_launcher;  // a command that starts the tool
     CTestFolder m_folder;
     CTestSystem m_system;
 };
@@ -120,7 +122,27 @@ TEST_F(RemoteInstaller, FailuresArriveWithTheirType) {
 
 TEST_F(RemoteInstaller, ARootThatIsNotThereIsReportedOnConnecting) {
     EXPECT_THROW_WITH(Connect("/no/such/root"), CGenericException,
-                      "Can't manage the system in '/no/such/root'");
+                      "Can't manage the system in \"/no/such/root\"");
+}
+
+TEST_F(RemoteInstaller, AFailureIsOneAlsoWhenTheToolWasStartedWithSigchldIgnored) {
+    m_launcher = "env --ignore-signal=CHLD";
+    const auto packages = Connect(m_system.Root().string())->GetPackageManager();
+    EXPECT_THROW_WITH(
+        packages->InstalLocalPackages({m_system.Build({"needy", "1", "d", "Depends: missing-one\n"})}),
+        CGenericException, "dpkg exited with status 1: ");
+    packages->InstalLocalPackages({m_system.Build({"foo"})});
+    EXPECT_TRUE(packages->FindInstalledPackage("foo").HasValue());
+}
+
+TEST_F(RemoteInstaller, SigtermEndsTheToolWhateverItsStarterDidToIt) {
+    for (const char* const launcher : {"env --ignore-signal=TERM", "env --block-signal=TERM"}) {
+        SCOPED_TRACE(launcher);
+        m_launcher = launcher;
+        const auto installer = Connect(m_system.Root().string());
+        EXPECT_EQ(kill(std::stoi(ReadAll(m_folder.Path() / "pid")), SIGTERM), 0);
+        EXPECT_THROW_WITH(installer->IsSystemSupported(), apigen::PeerGoneError, "signal 15");
+    }
 }
 
 TEST_F(RemoteInstaller, AnInstallationGoesOnWhenTheToolIsEnded) {
