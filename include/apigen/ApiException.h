@@ -62,6 +62,12 @@ public:
     using ApiInternalError::ApiInternalError;
 };
 
+/// The peer closed the stream between two messages, as it does when it has finished.
+class StreamEndedError : public PeerGoneError {
+public:
+    using PeerGoneError::PeerGoneError;
+};
+
 /// The peer sent something that is no message: garbage, an over-long frame, a malformed document.
 class BrokenMessageError : public ApiInternalError {
 public:
