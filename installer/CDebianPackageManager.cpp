@@ -121,6 +121,7 @@ void CDebianPackageManager::RemovePackages(std::vector<std::string> pkgNames) co
         if (!IsPresent(name)) {
             throw CGenericException("Can't remove the package '" + name + "': it is not installed.");
         }
+        RequireNoWayOut(name);
     }
     std::vector<std::string> arguments = m_context.IsRunningSystem()
                                              ? std::vector<std::string>{"remove", "-y", "--"}
@@ -190,7 +191,9 @@ std::vector<CDebianPackageManager::SPackageFile> CDebianPackageManager::CheckFil
         file.Name = std::move(identity.Name);
         file.Version = std::move(identity.Version);
         RequireWholeArchive(file.Path);
+        RequireNoWayOut(file);
         const auto entry = Look(file.Name);
+        if (entry && entry->IsPresent()) RequireNoWayOut(file.Name);
         if (entry && entry->IsInstalled()) {
             RequireNoDowngrade(file, *entry);
         } else if (purpose == EPurpose::Update) {
@@ -201,6 +204,37 @@ std::vector<CDebianPackageManager::SPackageFile> CDebianPackageManager::CheckFil
         files.push_back(std::move(file));
     }
     return files;
+}
+
+void CDebianPackageManager::RequireNoWayOut(const SPackageFile& file) const {
+    RequireNoWayOut("Can't install " + Quoted(file.Path.string()),
+                    R"(dpkg-deb --fsys-tarfile -- "$1" | tar -t --quoting-style=literal)",
+                    file.Path.string());
+}
+
+void CDebianPackageManager::RequireNoWayOut(const std::string& installedPackage) const {
+    RequireNoWayOut("Can't replace or remove the package '" + installedPackage + "'",
+                    R"(dpkg-query --admindir="$2" --listfiles -- "$1")", installedPackage);
+}
+
+void CDebianPackageManager::RequireNoWayOut(const std::string& attempt, const std::string& listing,
+                                            const std::string& argument) const {
+    if (m_context.IsRunningSystem()) return;
+    // Of many files few folders remain.
+    const std::string script = listing + R"( | sed 's,/*[^/]*/*$,,' | sort -u)";
+    const SCommandResult result =
+        RunQuery({"sh", {"-c", script, "sh", argument, Database()}}, archiveCheckLimit);
+    if (!result.Succeeded())
+        throw CGenericException(attempt + ": listing its files failed, sh " + result.Failure());
+    for (std::string_view rest = result.Output; !rest.empty();) {
+        const std::string_view folder = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(folder.size() + 1, rest.size()));
+        if (!folder.starts_with('/') && !folder.starts_with("./")) continue;
+        if (const auto link = FindWayOut(m_context.Root, folder)) {
+            throw CGenericException(attempt + ": it has files behind the link " + Quoted(link->string()) +
+                                    ", which leads dpkg out of " + Quoted(m_context.Root.string()) + ".");
+        }
+    }
 }
 
 void CDebianPackageManager::RequireNoDowngrade(const SPackageFile& file,

@@ -57,6 +57,11 @@ private:
 
     std::optional<SDatabaseEntry> Look(const std::string& packageName) const;
     std::vector<SPackageFile> CheckFiles(const std::vector<std::string>& paths, EPurpose purpose) const;
+    // dpkg itself takes links of another root in the sense of the running system, and would write there.
+    void RequireNoWayOut(const SPackageFile& file) const;
+    void RequireNoWayOut(const std::string& installedPackage) const;
+    void RequireNoWayOut(const std::string& attempt, const std::string& listing,
+                         const std::string& argument) const;
     void RequireNoDowngrade(const SPackageFile& file, const SDatabaseEntry& installed) const;
     void InstallFiles(const std::vector<std::string>& paths, EPurpose purpose) const;
     void Change(const std::string& what, const SCommand& command) const;

@@ -12,8 +12,8 @@ namespace installer {
 
 // How a command ended and what it said.
 struct SCommandResult {
-    int WaitStatus = -1;  // as waitpid reports it; -1, no success, when it could not be told
-    std::string Output;
+    int WaitStatus = -1;    // as waitpid reports it; -1, no success, when it could not be told
+    std::string Output;     // of a change, like the other: the end of it, when it is long
     std::string ErrorText;  // the end of it, when it is long
 
     bool Succeeded() const noexcept { return WaitStatus == 0; }
@@ -30,12 +30,14 @@ struct SCommand {
     bool DropOutput = false;
 };
 
-// Runs a command that only looks. It is killed when it takes longer than `limit`.
-// Throws CGenericException when it can't be started, takes too long or says more than 4 MiB.
+// Runs a command that only looks. It is killed when it takes longer than `limit` or says more than 4 MiB. What it
+// leaves running in the background is not waited for.
+// Throws CGenericException when it can't be started or had to be killed.
 SCommandResult RunQuery(const SCommand& command, std::chrono::milliseconds limit = std::chrono::minutes(1));
 
 // Runs a command that changes the host, and waits for its end however long that takes. It has its own
 // session and writes to files, not to pipes: it finishes its work also when this process is killed meanwhile.
+// Throws CGenericException when it can't be started.
 SCommandResult RunChange(const SCommand& command);
 
 // What the commands get of our environment is what stands in a list: paths, proxies, who we are. Variables that

@@ -115,4 +115,20 @@ std::optional<std::filesystem::path> ResolveInside(const std::filesystem::path& 
     return std::nullopt;
 }
 
+std::optional<std::filesystem::path> FindWayOut(const std::filesystem::path& root,
+                                                const std::filesystem::path& path) {
+    std::filesystem::path inside;
+    for (const std::filesystem::path& part : path.relative_path().lexically_normal()) {
+        inside /= part;
+        std::error_code error;
+        const std::filesystem::path outside = root / inside;
+        const auto status = std::filesystem::symlink_status(outside, error);
+        if (!std::filesystem::exists(status)) return std::nullopt;
+        if (!std::filesystem::is_symlink(status)) continue;
+        const auto target = ResolveInside(root, inside.native());
+        if (!target || std::filesystem::canonical(outside, error) != *target) return outside;
+    }
+    return std::nullopt;
+}
+
 }  // namespace installer

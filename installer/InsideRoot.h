@@ -18,4 +18,9 @@ apigen::common::CDescriptor OpenInside(const std::filesystem::path& root, std::s
 // Empty, with errno set, when it isn't there.
 std::optional<std::filesystem::path> ResolveInside(const std::filesystem::path& root, std::string_view path);
 
+// The first link on the way to `path` by which a program that knows nothing of `root` gets elsewhere than the
+// system does; empty when there is none. What isn't there yet is no link.
+std::optional<std::filesystem::path> FindWayOut(const std::filesystem::path& root,
+                                                const std::filesystem::path& path);
+
 }  // namespace installer

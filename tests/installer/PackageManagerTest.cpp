@@ -323,6 +323,35 @@ TEST_F(PackageManager, LinksOfAnotherRootLeadNowhereOutside) {
     EXPECT_EQ(ReadAll(other.Root() / "var/lib/dpkg/status"), before);
 }
 
+TEST_F(PackageManager, AnotherRootsLinksDoNotLetDpkgWriteToTheHost) {
+    const CTestFolder outside;
+    const auto link = m_system.Root() / "opt";
+    const auto package = m_system.Build({.Name = "foo", .File = "opt/foo/file"});
+    std::filesystem::create_directory(m_system.Root() / "data");
+    for (const std::filesystem::path& target :
+         {outside.Path(), std::filesystem::path("/data"), std::filesystem::path("/no/such")}) {
+        std::filesystem::remove(link);
+        std::filesystem::create_symlink(target, link);
+        EXPECT_THROW_WITH(m_packages.InstalLocalPackages({package}), CGenericException,
+                          "it has files behind the link \"" + link.string() + "\"");
+        ExpectAbsent("foo");
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(outside.Path()));
+
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink("data", link);
+    m_packages.InstalLocalPackages({package});
+    EXPECT_TRUE(std::filesystem::exists(m_system.Root() / "data/foo/file"));
+
+    std::filesystem::remove(link);
+    std::filesystem::rename(m_system.Root() / "data/foo", outside.Path() / "foo");
+    std::filesystem::create_symlink(outside.Path(), link);
+    EXPECT_THROW_WITH(m_packages.RemovePackages({"foo"}), CGenericException, "leads dpkg out of");
+    EXPECT_THROW_WITH(m_packages.UpdateLocalPackages({m_system.Build({"foo", "2"})}), CGenericException,
+                      "leads dpkg out of");
+    EXPECT_TRUE(std::filesystem::exists(outside.Path() / "foo/file"));
+}
+
 TEST_F(PackageManager, ABrokenDatabaseIsAnErrorAndNoAbsence) {
     m_system.Folder().Write("var/lib/dpkg/status", "this is no database\n");
     EXPECT_THROW_WITH(m_packages.FindInstalledPackage("foo"), CGenericException,
