@@ -231,11 +231,12 @@ std::optional<int> SCommandResult::ExitStatus() const noexcept {
 }
 
 std::string SCommandResult::Failure() const {
-    const std::string errors = LastWords(ErrorText);
+    std::string errors = LastWords(ErrorText);
     const std::string output = LastWords(Output);
     std::string failure = apigen::common::EndingText(WaitStatus);
+    if (!output.empty() && errors.ends_with('.')) errors.pop_back();  // the sentence ends below
     if (!errors.empty()) failure += ": " + errors;
-    if (!output.empty()) failure += (errors.empty() ? ": " : ". Before that: ") + output;
+    if (!output.empty()) failure += (errors.empty() ? ": " : ". Its output: ") + output;
     return failure;
 }
 

@@ -11,6 +11,7 @@
 namespace installer {
 
 SInstallerContext MakeContext(const std::filesystem::path& root, std::shared_ptr<apigen::ILogger> log) {
+    if (root.empty()) throw zamclientlib::CGenericException("The path of the system to manage is empty.");
     std::error_code error;
     std::filesystem::path resolved = std::filesystem::canonical(root, error);
     if (!error && !std::filesystem::is_directory(resolved, error) && !error) {

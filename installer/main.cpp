@@ -74,7 +74,8 @@ int Run(int argc, char** argv) {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) throw CLI::RequiredError("A subcommand");
     } catch (const CLI::Success& request) {
-        return app.exit(request);  // --help, --version
+        const int exitCode = app.exit(request);  // --help, --version
+        return std::cout.flush() ? exitCode : 1;
     } catch (const CLI::ParseError& error) {
         std::cerr << "tarvoinstaller: " << Escaped(error.what()) << "\n\n" << app.help();
         return usageError;

@@ -35,7 +35,7 @@ TEST(CommandRunner, CollectsOutputErrorsAndStatus) {
         EXPECT_EQ(result.ExitStatus(), 3);
         EXPECT_EQ(result.Output, "out\n");
         EXPECT_EQ(result.ErrorText, "err\n");
-        EXPECT_EQ(result.Failure(), "exited with status 3: err. Before that: out");
+        EXPECT_EQ(result.Failure(), "exited with status 3: err. Its output: out");
         EXPECT_TRUE(run(Shell("exit 0")).Succeeded());
     }
 }
@@ -173,7 +173,7 @@ TEST(CommandRunner, WhatAToolSaysBecomesOneHarmlessLine) {
         RunQuery(Shell("printf 'one\\033[31m\\r\\n\\n 5%%\\r10%%\\rtwo\\n\\302\\233x\\n' >&2; printf "
                        "'three\\007\\n\\tfour'; exit 1"));
     EXPECT_EQ(result.Failure(),
-              "exited with status 1: one\\x1b[31m / two / \\xc2\\x9bx. Before that: three\\x07 / four");
+              "exited with status 1: one\\x1b[31m / two / \\xc2\\x9bx. Its output: three\\x07 / four");
     EXPECT_EQ(
         RunQuery(Shell("printf 'W: careful\\nE: broken\\n' >&2; echo 'Reading package lists...'; exit 1"))
             .Failure(),

@@ -108,6 +108,7 @@ TEST_F(HostInformation, AManagedRootMustBeAFolder) {
                       "No such file or directory");
     EXPECT_THROW_WITH(MakeContext(m_folder.Write("file", ""), nullptr), zamclientlib::CGenericException,
                       "Not a directory");
+    EXPECT_THROW_WITH(MakeContext("", nullptr), zamclientlib::CGenericException, "is empty");
     EXPECT_TRUE(MakeContext("/usr/..", nullptr).IsRunningSystem());
     EXPECT_EQ(MakeContext("/", nullptr).Outside("/etc/x"), "/etc/x");
     EXPECT_THROW_WITH(MakeContext("/no\nsuch\x1b[1m", nullptr), zamclientlib::CGenericException,

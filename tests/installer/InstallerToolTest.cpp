@@ -42,6 +42,15 @@ TEST(InstallerTool, TellsItsVersionAndItsUsage) {
     EXPECT_NE(help.Output.find("start-command-invoker"), std::string::npos) << help.Output;
 }
 
+TEST(InstallerTool, TextThatCannotBeWrittenIsAFailure) {
+    for (const char* const request : {"--version", "--help", "protocol-version"}) {
+        EXPECT_EQ(RunQuery({"sh", {"-c", "exec \"$0\" " + std::string(request) + " > /dev/full", tool}})
+                      .ExitStatus(),
+                  1)
+            << request;
+    }
+}
+
 TEST(InstallerTool, AWrongCommandLineIsAnsweredWithTheUsage) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
         {{}, "A subcommand is required"},
@@ -57,6 +66,7 @@ TEST(InstallerTool, AWrongCommandLineIsAnsweredWithTheUsage) {
         {{"start-command-invoker", "--log-name", ".."}, "--log-name"},
         {{"--root"}, "--root"},
     };
+    EXPECT_EQ(RunQuery({tool, {"odd\x1b[31m\nword"}}).ErrorText.find("\x1b"), std::string::npos);
     for (const auto& [arguments, part] : cases) {
         SCOPED_TRACE(testing::PrintToString(arguments));
         const SCommandResult result = RunQuery({tool, arguments});

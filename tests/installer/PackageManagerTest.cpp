@@ -468,11 +468,11 @@ TEST_F(PackageManagerOfTheRunningSystem, InstallsFilesThroughAptGet) {
 }
 
 TEST_F(PackageManagerOfTheRunningSystem, AptGetsRefusalIsReportedInItsWords) {
-    EXPECT_THROW_WITH(
-        m_packages.InstalLocalPackages(
-            {m_system.Build({"zam-probe-one", "1", "d", "Depends: zam-not-to-be-had\n"}, "one.deb")}),
-        CGenericException,
-        "apt-get exited with status 100: E: Unable to correct problems, you have held broken packages.");
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({m_system.Build(
+                          {"zam-probe-one", "1", "d", "Depends: zam-not-to-be-had\n"}, "one.deb")}),
+                      CGenericException,
+                      "apt-get exited with status 100: E: Unable to correct problems, you have held broken "
+                      "packages. Its output: ");
     EXPECT_EQ(m_system.DpkgStatus("zam-probe-one"), "");
 }
 
