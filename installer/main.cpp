@@ -29,7 +29,7 @@ constexpr int usageError = 2;
 void ResetSignals() {
     sigset_t none;
     sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
     std::signal(SIGCHLD, SIG_DFL);
     std::signal(SIGTERM, SIG_DFL);
 }

@@ -90,7 +90,8 @@ TEST(CommandRunner, AQueryEndsWithItselfAndNotWithWhatItLeavesBehind) {
 }
 
 TEST(CommandRunner, AScriptThatOpensItsOutputAnewSpoilsNothing) {
-    const SCommandResult result = RunChange(Shell("echo one >&2; echo two > /dev/stderr; echo three >&2"));
+    const SCommandResult result =
+        RunChange(Shell("echo a longer first line >&2; echo two > /dev/stderr; echo three >&2"));
     EXPECT_EQ(result.ErrorText, "two\nthree\n");
 }
 
