@@ -17,7 +17,8 @@ namespace installer {
 // On the running system apt-get changes packages, and so finds dependencies; in another root dpkg alone does.
 //
 // Everything that can be known beforehand is checked before anything changes: names, files (readable whole,
-// real packages, none older than what is installed), presence of what is updated or removed, the lock.
+// real packages, none older than what is installed), presence of what is updated or removed, links that would lead
+// dpkg out of another root, the lock.
 // A change that has begun goes on to its end, even when the tool is ended meanwhile.
 class CDebianPackageManager final : public zamclientlib::IPackageManager {
 public:

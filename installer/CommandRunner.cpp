@@ -34,8 +34,9 @@ using apigen::common::RetryInterrupted;
 using zamclientlib::CGenericException;
 
 constexpr std::size_t outputLimit = 4 * 1024 * 1024;
-constexpr std::size_t endLimit = 64 * 1024;
+constexpr std::size_t endLimit = 64 * 1024;  // what is kept of an output of which the end counts
 constexpr auto trimRound = std::chrono::milliseconds(200);
+
 // dpkg insists on finding ldconfig and start-stop-daemon, which the PATH of a plain user lacks.
 constexpr std::string_view systemFolders = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
