@@ -37,4 +37,16 @@ inline int PollTimeout(Clock::time_point deadline) noexcept {
     return static_cast<int>(std::min<decltype(left)>(left, std::numeric_limits<int>::max()));
 }
 
+/// `duration` from now: now for a negative one, the end of time for one that is longer than time.
+template <class Rep, class Period>
+Clock::time_point DeadlineAfter(std::chrono::duration<Rep, Period> duration) noexcept {
+    const auto now = Clock::now();
+    if (!(duration > duration.zero())) return now;
+    // Compared as floating point, which no unit overflows; the second makes up for its rounding.
+    using Seconds = std::chrono::duration<double>;
+    const Seconds left = Clock::time_point::max() - now - std::chrono::seconds(1);
+    if (Seconds(duration) >= left) return Clock::time_point::max();
+    return now + std::chrono::duration_cast<Clock::duration>(duration);
+}
+
 }  // namespace apigen::common
