@@ -95,11 +95,11 @@ LocalSeconds LocalTimeAt(std::time_t utc) {
         ::tzset();
         if (::localtime_r(&utc, &local) != nullptr) {
             constexpr int FirstYear = 1900;
-            const local_days day{year(local.tm_year + FirstYear) /
-                                 month(static_cast<unsigned>(local.tm_mon) + 1) /
-                                 static_cast<unsigned>(local.tm_mday)};
+            const local_days date{year(local.tm_year + FirstYear) /
+                                  month(static_cast<unsigned>(local.tm_mon) + 1) /
+                                  day(static_cast<unsigned>(local.tm_mday))};
             const auto time = hours(local.tm_hour) + minutes(local.tm_min) + seconds(local.tm_sec);
-            offset = (day + time).time_since_epoch() - seconds(utc);
+            offset = (date + time).time_since_epoch() - seconds(utc);
         }
     }
     return LocalSeconds(seconds(utc) + offset);

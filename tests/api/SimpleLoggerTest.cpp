@@ -286,50 +286,66 @@ TEST_F(SimpleLogger, CanBeUsedInAProcessThatWasForkedWhileAnotherThreadLogged) {
     other.join();
 }
 
-TEST_F(SimpleLogger, KeepsItsLinesWholeWhenAThreadIsCancelled) {
+TEST_F(SimpleLogger, IsNoPlaceWhereAThreadThatWasCancelledEnds) {
+    struct SWork {
+        CTemporaryFolder& Folder;
+        static void* Run(void* object) {
+            ::pthread_cancel(::pthread_self());
+            {
+                CSimpleLogger logger(static_cast<SWork*>(object)->Folder.Path(), "a.log");
+                logger.Info("there");
+            }
+            ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+            return object;
+        }
+    } work{m_folder};
+    m_folder.Write("a.log", "old\n");
     EXPECT_EQ(ResultInAProcessOfItsOwn([&] {
-                  CSimpleLogger logger(m_folder.Path(), "a.log");
-                  for (int round = 0; round < 20; ++round) {
-                      pthread_t thread{};
-                      const auto write = [](void* object) -> void* {
-                          while (true) {
-                              static_cast<CSimpleLogger*>(object)->Info("cancelled");
-                              ::pthread_testcancel();
-                          }
-                      };
-                      if (::pthread_create(&thread, nullptr, write, &logger) != 0) return 2;
-                      ::poll(nullptr, 0, 1);
-                      ::pthread_cancel(thread);
-                      logger.Info("next");
-                      void* end = nullptr;
-                      if (::pthread_join(thread, &end) != 0 || end != PTHREAD_CANCELED) return 3;
-                      logger.Info("next");
-                  }
-                  return 0;
-              }),
-              0);
-    const auto messages = Messages(m_folder.Path("a.log"));
-    EXPECT_EQ(std::count(messages.begin(), messages.end(), "next"), 40);
-}
-
-TEST_F(SimpleLogger, CanBeMadeAndEndedByAThreadThatIsBeingCancelled) {
-    EXPECT_EQ(ResultInAProcessOfItsOwn([&] {
-                  m_folder.Write("a.log", "old\n");
                   pthread_t thread{};
-                  const auto write = [](void* folder) -> void* {
-                      ::pthread_cancel(::pthread_self());
-                      CSimpleLogger(*static_cast<const std::string*>(folder), "a.log").Info("there");
-                      ::pthread_testcancel();
-                      return nullptr;
-                  };
-                  std::string folder = m_folder.Path();
                   void* end = nullptr;
-                  if (::pthread_create(&thread, nullptr, write, &folder) != 0) return 2;
-                  if (::pthread_join(thread, &end) != 0 || end != PTHREAD_CANCELED) return 3;
-                  return 0;
+                  if (::pthread_create(&thread, nullptr, &SWork::Run, &work) != 0) return 2;
+                  if (::pthread_join(thread, &end) != 0) return 3;
+                  return end == &work ? 0 : 4;
               }),
               0);
     EXPECT_THAT(Messages(m_folder.Path("a_1.log")), ElementsAre(Banner, "there"));
+}
+
+TEST_F(SimpleLogger, KeepsItsLinesWholeWhenAThreadIsCancelled) {
+    struct SWork {
+        CSimpleLogger Logger;
+        std::atomic<int> Lines = 0;
+        std::atomic<bool> IsDone = false;
+        static void* Run(void* object) {
+            SWork& work = *static_cast<SWork*>(object);
+            while (!work.IsDone) {
+                work.Logger.Info("cancelled");
+                ++work.Lines;
+            }
+            ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+            return object;
+        }
+    };
+    const int lines = ResultInAProcessOfItsOwn([&] {
+        SWork work{CSimpleLogger(m_folder.Path(), "a.log")};
+        pthread_t thread{};
+        void* end = nullptr;
+        if (::pthread_create(&thread, nullptr, &SWork::Run, &work) != 0) return 0;
+        const auto awaitLines = [&](int count) {
+            while (work.Lines < count) {
+                work.Logger.Info("other");
+            }
+        };
+        awaitLines(1);
+        ::pthread_cancel(thread);
+        awaitLines(work.Lines + 3);
+        work.IsDone = true;
+        if (::pthread_join(thread, &end) != 0 || end != &work) return 0;
+        return work.Lines > 200 ? 200 : work.Lines.load();
+    });
+    EXPECT_GE(lines, 4);
+    const auto messages = Messages(m_folder.Path("a.log"));
+    EXPECT_GE(std::count(messages.begin(), messages.end(), "cancelled"), lines);
 }
 
 TEST_F(SimpleLogger, StaysUsableAfterAnErrorWithoutAText) {
