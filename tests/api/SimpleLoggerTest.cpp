@@ -332,8 +332,9 @@ TEST_F(SimpleLogger, KeepsItsLinesWholeWhenAThreadIsCancelled) {
         void* end = nullptr;
         if (::pthread_create(&thread, nullptr, &SWork::Run, &work) != 0) return 0;
         const auto awaitLines = [&](int count) {
-            while (work.Lines < count) {
+            for (int milliseconds = 0; work.Lines < count && milliseconds < 10'000; ++milliseconds) {
                 work.Logger.Info("other");
+                ::poll(nullptr, 0, 1);
             }
         };
         awaitLines(1);
