@@ -58,9 +58,9 @@ inline int PollPatiently(pollfd* set, std::size_t count, int timeout) {
 template <class Rep, class Period>
 Clock::time_point DeadlineAfter(std::chrono::duration<Rep, Period> limit) noexcept {
     const auto now = Clock::now();
-    if (limit <= limit.zero()) return now;
-    const auto most = Clock::time_point::max() - now;
-    // Compared in floating point, where no unit overflows.
+    if (!(limit > limit.zero())) return now;
+    // Compared in floating point, where no unit overflows; the second makes up for its rounding.
+    const auto most = Clock::time_point::max() - now - std::chrono::seconds(1);
     using Seconds = std::chrono::duration<double>;
     if (Seconds(limit) >= Seconds(most)) return Clock::time_point::max();
     return now + std::chrono::ceil<Clock::duration>(limit);
