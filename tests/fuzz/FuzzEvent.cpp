@@ -29,6 +29,8 @@ namespace {
 
 using zamclientlib::SBaseEvent;
 
+constexpr int MaxMessages = 4;
+
 /// What becomes of a message: the event as it would be written, or which error.
 template <class Read>
 std::string OutcomeOf(Read read) {
@@ -111,7 +113,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     std::string stream;
     std::vector<std::string> expected;
-    while (!input.IsEmpty()) {
+    for (int i = 0; i < MaxMessages && !input.IsEmpty(); ++i) {
         const std::string_view text = input.Line();
         AppendFrame(stream, text);
         expected.push_back(OutcomeOf([&] { return ReadByContainer(text); }));

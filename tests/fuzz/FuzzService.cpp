@@ -107,13 +107,15 @@ struct SService {
 /// do is compared with each other and with the handles that they have given out.
 class CSession {
 public:
+    static constexpr int MaxSteps = 5;
+
     template <class I, class Root>
     static void Run(CInput& input) {
         Root* const kind = nullptr;
         SService first(kind);
         SService second(kind);
         CSession session(first, second, SInterface::Of<I>());
-        while (!input.IsEmpty())
+        for (int i = 0; i < MaxSteps && !input.IsEmpty(); ++i)
             session.Step(input.Line());
         session.RequireCounts();
     }

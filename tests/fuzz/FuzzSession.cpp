@@ -475,7 +475,7 @@ void HoldPlain(CSession& session) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    constexpr std::size_t MaxLines = 12;
+    constexpr std::size_t MaxLines = 8;
     CInput input(data, size);
     const unsigned char kind = input.Byte();
     std::vector<std::string_view> lines;
