@@ -29,7 +29,7 @@ namespace {
 
 using zamclientlib::SBaseEvent;
 
-constexpr int MaxMessages = 4;
+constexpr std::size_t MaxMessages = 4;
 
 /// What becomes of a message: the event as it would be written, or which error.
 template <class Read>
@@ -89,6 +89,7 @@ public:
                 return isSome ? *event : SBaseEvent{};
             });
             if (isSome) outcomes.push_back(std::move(outcome));
+            Require(outcomes.size() <= MaxMessages, "no message comes twice, and none breaks the stream");
         }
     }
 
@@ -113,7 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     std::string stream;
     std::vector<std::string> expected;
-    for (int i = 0; i < MaxMessages && !input.IsEmpty(); ++i) {
+    for (std::size_t i = 0; i < MaxMessages && !input.IsEmpty(); ++i) {
         const std::string_view text = input.Line();
         AppendFrame(stream, text);
         expected.push_back(OutcomeOf([&] { return ReadByContainer(text); }));
