@@ -16,7 +16,7 @@ namespace {
 // RWF_NOSIGNAL of Linux 6.18, younger than the C library's headers may be.
 constexpr int WriteWithoutSignalFlag = 0x100;
 
-ssize_t WriteToPipe(int fd, const iovec* parts, std::size_t count) noexcept {
+ssize_t WriteToPipe(int fd, const iovec* parts, std::size_t count) {
     static std::atomic<bool> systemHasFlag = true;
     if (systemHasFlag.load(std::memory_order_relaxed)) {
         const ssize_t written = ::pwritev2(fd, parts, static_cast<int>(count), -1, WriteWithoutSignalFlag);
@@ -28,7 +28,7 @@ ssize_t WriteToPipe(int fd, const iovec* parts, std::size_t count) noexcept {
 
 }  // namespace
 
-ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count) noexcept {
+ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count) {
     sigset_t brokenPipe;
     ::sigemptyset(&brokenPipe);
     ::sigaddset(&brokenPipe, SIGPIPE);
@@ -48,13 +48,13 @@ ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count) noexc
     return written;
 }
 
-ssize_t CChannel::Read(char* into, std::size_t room) const noexcept {
+ssize_t CChannel::Read(char* into, std::size_t room) const {
     return m_kind == EKind::Socket ? ::recv(m_readFd, into, room, MSG_DONTWAIT)
                                    : ::read(m_readFd, into, room);
 }
 
-ssize_t CChannel::Write(const iovec* parts, std::size_t count) const noexcept {
-    if (m_kind == EKind::Pipes) return WriteToPipe(m_writeFd, parts, count);
+ssize_t CChannel::Write(const iovec* parts, std::size_t count) const {
+    if (m_kind != EKind::Socket) return WriteToPipe(m_writeFd, parts, count);
     msghdr message{};
     message.msg_iov = const_cast<iovec*>(parts);
     message.msg_iovlen = count;
