@@ -5,8 +5,7 @@
 // Input: a letter for the kind of connection, then a line for each answer in the order of the stream, the greeting
 // first. A line begins with two letters that choose the object and the method of the call that it answers (in
 // front of the greeting they are not looked at). "!t", "!g" and "!b" for an answer make the device time out, lose
-// the peer and meet a broken frame; "!w" fails the sending of
-// a call.
+// the peer and meet a broken frame; "!w" fails the sending of a call.
 #include <apigen/ApiException.h>
 #include <apigen/CProcess.h>
 #include <apigen/CXmlData.h>
@@ -95,6 +94,7 @@ apigen::CProcessExitCode apigen::CProcess::GetExitCode() {
 }
 void apigen::CProcess::Abandon() noexcept {}
 void apigen::CProcess::Kill() noexcept {}
+void apigen::CProcess::Tend() noexcept {}
 int apigen::CProcess::Pid() const noexcept {
     return 0;
 }
