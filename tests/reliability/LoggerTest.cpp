@@ -107,6 +107,7 @@ TEST_F(OddLoggers, MayCallTheServiceWhileAFailureIsWritten) {
             const auto logger = std::make_shared<CCallbackLogger>();
             const Packages packages = ConnectPackages({"out=45", "then=kill"}, 20s, logger);
             SOutcome inside{EOutcome::Foreign};
+            bool isInside = false;
             logger->OnError = [&](const std::string&) {
                 logger->OnError = nullptr;
                 inside = OutcomeOf([&] { packages->GetPackageNameFromFile("inside"); });

@@ -15,6 +15,7 @@ namespace reliability {
 namespace {
 
 constexpr int NotPossibleHere = 77;
+constexpr const char* NeedsDescriptors = "a sanitizer needs descriptors itself";
 
 class Shortage : public CReliabilityTest {};
 
@@ -38,6 +39,7 @@ private:
 };
 
 TEST_F(Shortage, OfDescriptorsIsALaunchErrorOrNoHindrance) {
+    if (IsSanitized) GTEST_SKIP() << NeedsDescriptors;
     bool hasFailed = false;
     bool hasWorked = false;
     for (std::size_t left = 0; left <= 16; ++left) {
@@ -68,6 +70,7 @@ TEST_F(Shortage, OfDescriptorsIsALaunchErrorOrNoHindrance) {
 }
 
 TEST_F(Shortage, OfDescriptorsLetsNoVersionQueryHang) {
+    if (IsSanitized) GTEST_SKIP() << NeedsDescriptors;
     m_folder.Write(
         "tool",
         std::string("#!/bin/sh\nexec '") + RELIABILITY_PEER +
@@ -87,6 +90,7 @@ TEST_F(Shortage, OfDescriptorsLetsNoVersionQueryHang) {
 }
 
 TEST_F(Shortage, OfDescriptorsIsASystemErrorOfAnEventStream) {
+    if (IsSanitized) GTEST_SKIP() << NeedsDescriptors;
     const std::string path = m_folder.Path("socket");
     const tests::CRawServer server(path);
     bool hasWorked = false;

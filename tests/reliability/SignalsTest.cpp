@@ -299,6 +299,27 @@ TEST_F(TheCaller, GetsNoSignalOfATerminalThatTheToolWouldGetToo) {
     EXPECT_NE(::getsid(pid), ::getsid(0));
 }
 
+TEST_F(TheCaller, IsNotHeldUpForEverByAToolThatItMayNotEnd) {
+    constexpr uid_t Nobody = 65534;
+    constexpr int NotPossibleHere = 77;
+    const std::string record = m_folder.Path("record");
+    const int result = InAProcessOfItsOwn(
+        [&] {
+            Packages packages = ConnectPackages({"deaf=1", "answer=echo", "record=" + record});
+            if (packages->GetPackageNameFromFile("a") != "a") return 2;
+            // As a daemon that gives up its rights once it has connected: the tool keeps its own.
+            if (::setresuid(Nobody, Nobody, Nobody) != 0) return NotPossibleHere;
+            const auto start = Clock::now();
+            packages.reset();
+            return Clock::now() - start < 8s ? 0 : 3;
+        },
+        20);
+    const auto lines = zamtest::LinesOf(record);
+    if (!lines.empty()) ::kill(std::atoi(lines[0].c_str() + 4), SIGKILL);
+    if (result == NotPossibleHere) GTEST_SKIP() << "needs the right to become another user";
+    EXPECT_EQ(result, 0);
+}
+
 TEST_F(TheCaller, MayIgnoreTheEndOfChildren) {
     const std::string tool = VersionTool(m_folder);
     const int result = InAProcessOfItsOwn([&] {

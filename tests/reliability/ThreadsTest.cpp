@@ -136,6 +136,20 @@ TEST_F(CancelledThreads, LetThoseWhoWaitForTheirTurnGoOn) {
     EXPECT_LT(outcome.Took, 5s);
 }
 
+TEST_F(CancelledThreads, ThatWaitForTheirTurnLoseNobodyElses) {
+    const std::string record = m_folder.Path("record");
+    const Packages packages = ConnectPackages({"answer=echo", "record=" + record}, 30s);
+    SOutcome outcome{EOutcome::Foreign};
+    std::thread caller(
+        [&] { outcome = OutcomeOf([&] { EXPECT_EQ(packages->GetPackageNameFromFile("slow"), "slow"); }); });
+    EXPECT_TRUE(Eventually([&] { return RequestsIn(record) == 1; }));
+    CCancellable waiting([&] { packages->GetPackageNameFromFile("waiting"); });
+    EXPECT_TRUE(waiting.Cancel());
+    caller.join();
+    EXPECT_EQ(outcome.Kind, EOutcome::Success) << outcome;
+    EXPECT_EQ(packages->GetPackageNameFromFile("mine"), "mine");
+}
+
 TEST_F(CancelledThreads, AtAnyMomentOfConnectsCallsAndClosingsLeaveNothing) {
     for (int round = 0; round < FullOr(2000, 60) && !HasFailure(); ++round) {
         const Packages shared = ConnectPackages({"answer=echo"}, 30s);
