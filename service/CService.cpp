@@ -3,15 +3,18 @@
 #include <apigen/CXmlData.h>
 #include <zamservice/Service.h>
 
+#include <cxxabi.h>
+
 #include <cstdint>
 #include <exception>
 #include <utility>
 
 #include "service/Dispatcher.h"
 #include "service/Failure.h"
-#include "service/Request.h"
 #include "src/AgentMethods.h"
 #include "src/InstallerMethods.h"
+#include "support/apigen/RequestText.h"
+#include "support/common/Text.h"
 
 namespace zamservice {
 
@@ -28,40 +31,55 @@ public:
     Handle Root() const noexcept { return m_root; }
     std::size_t ObjectCount() const noexcept { return m_objects.size(); }
 
+    void SetObjectLimit(std::size_t limit) noexcept { m_objectLimit = limit; }
+
     Handle Add(SObject object) override {
-        const Handle handle{++m_lastHandle};
+        if (m_objects.size() >= m_objectLimit) {
+            throw ApiInternalError("The client holds " + std::to_string(m_objects.size()) +
+                                   " objects, and may hold no more: release some first");
+        }
+        const Handle handle{m_lastHandle + 1};
         m_objects.emplace(handle.Value, std::move(object));
+        m_lastHandle = handle.Value;
         return handle;
     }
 
     std::string Answer(const std::string& request) {
-        std::string text = AnswerOfAnySize(request);
-        if (text.size() <= apigen::IIoDev::MaxMessageBytes) return text;
-        return TextOf(InternalError("The answer of " + std::to_string(text.size()) +
-                                    " bytes is over the limit of a message"));
-    }
-
-private:
-    std::string AnswerOfAnySize(const std::string& request) {
+        const std::uint64_t lastHandle = m_lastHandle;
         apigen::CXmlWriter response;
         const std::size_t opened = response.Open(apigen::RootName);
         SCall call{*this, response};
         try {
             if (!CarryOutText(call, request)) CarryOutContainer(call, request);
             response.Close(apigen::RootName, opened);
-            return std::string(response.Text());
+            const std::size_t size = response.Text().size();
+            if (size <= apigen::IIoDev::MaxMessageBytes) return std::string(response.Text());
+            RemoveSince(lastHandle);
+            return TextOf(InternalError("The answer of " + std::to_string(size) +
+                                        " bytes is over the limit of a message"));
         } catch (const std::exception& error) {
+            RemoveSince(lastHandle);
             return TextOf(call.IsUnderstood ? Failure(error) : InternalError(error.what()));
+        } catch (const abi::__forced_unwind&) {
+            throw;  // the end of this thread
         } catch (...) {
+            RemoveSince(lastHandle);
             return TextOf(Failure(ApiInternalError("The service failed for a reason that it can't name")));
         }
+    }
+
+private:
+    /// Objects that the client never hears of.
+    void RemoveSince(std::uint64_t handle) noexcept {
+        while (m_lastHandle != handle)
+            m_objects.erase(m_lastHandle--);
     }
 
     static std::string TextOf(const std::shared_ptr<IData>& failure) { return CXmlData::Serialize(*failure); }
 
     /// The short way. False, and nothing done, for a request that takes the other one.
     bool CarryOutText(SCall& call, std::string_view request) {
-        const auto parts = SplitRequest(request);
+        const auto parts = apigen::SplitRequest(request);
         if (!parts) return false;
         call.Arguments = parts->Arguments;
         return CarryOut(call, parts->Target, parts->Method);
@@ -75,7 +93,8 @@ private:
         if (CarryOut(call, target, method)) return;
         const std::string handle = std::to_string(target.Value);
         if (m_objects.count(target.Value) == 0) throw ApiInternalError("No object has the handle " + handle);
-        throw ApiInternalError("The object with the handle " + handle + " has no method " + method);
+        throw ApiInternalError("The object with the handle " + handle + " has no method " +
+                               apigen::common::Escaped(method));
     }
 
     /// False when there is nothing to call, or when the text of the arguments has to become a container.
@@ -95,6 +114,7 @@ private:
 
     std::unordered_map<std::uint64_t, SObject> m_objects;
     std::uint64_t m_lastHandle = 0;
+    std::size_t m_objectLimit = DefaultObjectLimit;
     Handle m_root;
 };
 
@@ -120,15 +140,8 @@ std::size_t CService::ObjectCount() const noexcept {
     return m_impl->ObjectCount();
 }
 
-void Serve(CService& service, apigen::IIoDev& device) {
-    try {
-        device.WriteString(service.Greeting());
-        while (true) {
-            device.WriteString(service.Answer(device.ReadString()));
-        }
-    } catch (const apigen::PeerGoneError&) {
-        // The client has left, perhaps without waiting for the answers of its last releases.
-    }
+void CService::SetObjectLimit(std::size_t limit) noexcept {
+    m_impl->SetObjectLimit(limit);
 }
 
 }  // namespace zamservice

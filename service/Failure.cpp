@@ -26,7 +26,10 @@ std::shared_ptr<apigen::IData> Failure(const std::exception& error) {
     };
     exceptions::ForEachType(
         [&]<class E>(std::string_view name) { tryType(name, dynamic_cast<const E*>(&error)); });
-    if (!isWritten) return Failure(zamclientlib::CGenericException(error.what()));
+    if (!isWritten) {
+        const char* const text = error.what();
+        return Failure(zamclientlib::CGenericException(text != nullptr ? text : ""));
+    }
     return response;
 }
 

@@ -8,6 +8,8 @@
 
 #include "src/ExceptionTypes.h"
 #include "support/apigen/Encoders.h"
+#include "support/common/Quietly.h"
+#include "support/common/Text.h"
 
 namespace apigen {
 
@@ -62,7 +64,9 @@ void CApiExceptionGenerator::Generate(std::shared_ptr<apigen::IData> exceptionDa
     const std::string type = exceptionData->HasString(exceptions::TypeKey)
                                  ? exceptionData->GetString(exceptions::TypeKey)
                                  : std::string();
-    m_logger->Info("Exception of " + type + " type was received.");
+    // What the logger throws must not take the place of the exception.
+    apigen::common::Quietly(
+        [&] { m_logger->Info("Exception of " + apigen::common::Escaped(type) + " type was received."); });
     exceptions::ForEachType([&]<class E>(std::string_view name) {
         if (type == name) throw Deserialize<E>(*exceptionData);
     });
@@ -73,7 +77,13 @@ template <class T>
 T CApiExceptionGenerator::Deserialize(apigen::IData& exceptionData) {
     T exception;
     apigen::Deserialize(exceptionData, exceptions::ContentKey, exception);
-    m_logger->Error("Generating exception.", exception);
+    apigen::common::Quietly([&] {
+        // In the log, a service's words must not pass for lines of their own.
+        T shown = exception;
+        static_cast<apigen::ApiException&>(shown) =
+            apigen::ApiException(apigen::common::Escaped(exception.what()));
+        m_logger->Error("Generating exception.", shown);
+    });
     return exception;
 }
 

@@ -17,6 +17,7 @@
 #include "src/Method.h"
 #include "support/apigen/CRequest.h"
 #include "support/apigen/Envelope.h"
+#include "support/apigen/RequestText.h"
 #include "support/apigen/TextEncoders.h"
 
 namespace zamclientlib {
@@ -81,7 +82,7 @@ R Call(const apigen::ProxyBase& proxy, const Method<I, Pointer, R, A...>& method
     (apigen::WriteText(request.Arguments(), method.Keys[key++], arguments), ...);
     if constexpr (std::is_void_v<R>) {
         constexpr auto read = [](std::string_view answer, void* /*result*/) {
-            return answer == apigen::envelope::EmptyResponse();
+            return answer == apigen::EmptyAnswer;
         };
         request.Send(proxy, method.Id, method.Signature, read, nullptr);
     } else {

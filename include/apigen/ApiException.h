@@ -60,6 +60,14 @@ public:
 class PeerGoneError : public ApiInternalError {
 public:
     using ApiInternalError::ApiInternalError;
+    PeerGoneError(const std::string& message, bool isOrderly)
+        : ApiInternalError(message), m_isOrderly(isOrderly) {}
+
+    /// True when the peer closed the stream between two messages, as it does when it has finished.
+    bool IsOrderly() const noexcept { return m_isOrderly; }
+
+private:
+    bool m_isOrderly = false;
 };
 
 /// The peer sent something that is no message: garbage, an over-long frame, a malformed document.

@@ -20,9 +20,11 @@ public:
     /// Starts the tool and waits for its greeting.
     /// \param program   a name looked up in `PATH`, or a path
     /// \param generator may be empty
-    /// \param timeout   bound of the greeting and of each call; 0 means none
+    /// \param timeout   bound of the greeting and of each call, in which its waiting for other calls counts; 0 means
+    ///                  none
     /// \param logger    may be empty
-    /// \throws ProcessLaunchError, or another ApiInternalError, or the failure that the tool greets with.
+    /// \throws ProcessLaunchError, or another ApiInternalError, or the failure that the tool greets with. A negative
+    /// time-out is refused, and nothing is started.
     static std::shared_ptr<CApiClientInvoker> CreateByProcess(
         const std::string& program, const std::vector<std::string>& arguments,
         std::shared_ptr<IApiExceptionGenerator> generator, std::chrono::seconds timeout,
@@ -37,6 +39,8 @@ private:
                       std::chrono::seconds timeout, std::shared_ptr<ILogger> logger);
     void TakeGreeting(const std::string& program);
     void OnStreamLost() noexcept override;
+    void OnCallRefused() noexcept override;
+    ITextInvoker* AsTextInvoker() noexcept override { return this; }
 
     std::unique_ptr<CProcess> m_process;
     Handle m_rootHandle;

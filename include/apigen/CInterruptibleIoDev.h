@@ -11,12 +11,17 @@
 
 namespace apigen APIGEN_API {
 
-/// A device on a connected socket whose waiting ends early once one of its events is set.
+/// A device on a connected socket, or on two descriptors, whose waiting ends early once one of its events is set.
 /// An operation begun after that fails at once too, even when data waits.
 class CInterruptibleIoDev final : public IIoDev {
 public:
     /// Takes ownership of `fd`, a connected stream socket.
     explicit CInterruptibleIoDev(int fd);
+
+    /// Takes ownership of two descriptors, one to read from and one to write to, the ends of two pipes say, and makes
+    /// them non-blocking.
+    /// \throws std::system_error when they can't be
+    CInterruptibleIoDev(int readFd, int writeFd);
     CInterruptibleIoDev(const CInterruptibleIoDev&) = delete;
     CInterruptibleIoDev& operator=(const CInterruptibleIoDev&) = delete;
     ~CInterruptibleIoDev() override;
@@ -32,6 +37,8 @@ public:
 
     void WriteString(const std::string& text) override;
     void SetDeadline(Clock::time_point deadline) override;
+    void WriteLater(const std::string& text) override;
+    void SendQueued() override;
 
 private:
     class Impl;

@@ -13,7 +13,7 @@
 namespace apigen APIGEN_API {
 
 /// How a child process ended. True when it exited with 0. A caller that ignores SIGCHLD, or collects every
-/// child itself, makes that unknown, which counts as a failure.
+/// child itself, may make that unknown, which counts as a failure.
 class CProcessExitCode {
 public:
     /// \param waitStatus the status as `waitpid` reports it; -1 when it is not known
@@ -22,6 +22,9 @@ public:
     CProcessExitCode(int waitStatus, std::string program, std::string lastWords = {});
 
     explicit operator bool() const noexcept;
+
+    /// False when nobody can tell any more how the child ended.
+    bool IsKnown() const noexcept;
 
     /// \throws ProcessFailedError that says what ran, how it ended and its last words. Always throws.
     [[noreturn]] void GenerateException() const;
@@ -35,8 +38,11 @@ private:
 /// A child process whose standard streams belong to this object.
 ///
 /// Nothing leaks into the child: signal mask and dispositions are reset, and of the caller's descriptors
-/// it gets its three standard streams only, which are pipes. The last lines of its standard error are kept
-/// for error messages.
+/// it gets its three standard streams only, which are pipes. It has a session of its own, so that a Ctrl-C or
+/// a hang-up on the caller's terminal is the caller's business alone. The last lines of its standard error are
+/// kept for error messages.
+///
+/// In a copy of the caller made by `fork` the object does nothing to the child: it closes its descriptors, no more.
 class CProcess {
 public:
     /// Starts `program`, looked up in the caller's `PATH` unless its name holds a `/`.
@@ -49,7 +55,8 @@ public:
     CProcess& operator=(const CProcess&) = delete;
 
     /// Ends and reaps the child: closes its input, gives it 2 s to exit, sends SIGTERM, and SIGKILL 1 s
-    /// later.
+    /// later. One that can't be ended, because it runs as another user say, is left behind after one more second,
+    /// which the logger is told.
     ~CProcess();
 
     /// The device on the child's standard input and output; valid as long as somebody holds it.
@@ -59,12 +66,16 @@ public:
     /// \throws TimeoutError when the child is still running at the device's deadline.
     CProcessExitCode GetExitCode();
 
-    /// Gives the child up without waiting: closes its streams and sends SIGTERM. The destructor, or a later
-    /// call, finishes the work.
+    /// Gives the child up: closes its streams and sends SIGTERM. A child that ends at once, as most do, is reaped;
+    /// for any other, `Tend` or the destructor finishes the work.
     void Abandon() noexcept;
 
-    /// As `Abandon`, with SIGKILL: for a child that has no work worth finishing.
+    /// As `Abandon`, with SIGKILL and without waiting: for a child that has no work worth finishing.
     void Kill() noexcept;
+
+    /// Takes care of a child that was given up, without waiting: reaps it when it has ended, and sends SIGKILL when
+    /// it should have by now.
+    void Tend() noexcept;
 
     /// The process id; meaningful until the child is reaped.
     int Pid() const noexcept;

@@ -5,6 +5,8 @@
 #include <apigen/IData.h>
 
 #include <memory>
+#include <string>
+#include <string_view>
 
 namespace apigen APIGEN_API {
 
@@ -15,6 +17,23 @@ public:
 
     /// Throws the exception that `exceptionData` (the content of "__exception_obj") describes.
     virtual void Generate(std::shared_ptr<IData> exceptionData) = 0;
+};
+
+/// The way of the library's own code past the containers: requests and answers as the texts that travel.
+class ITextInvoker {
+public:
+    /// Reads the result straight out of an answer's text, or returns false when it does not know that.
+    using ResultReader = bool (*)(std::string_view answer, void* result);
+
+    /// Sends the text of a request; null when `read` has read the answer. \param read may be null
+    virtual std::shared_ptr<IData> InvokeText(const std::string& request, ResultReader read,
+                                              void* result) = 0;
+
+    /// Sends the text of a release call, without waiting for anything. What fails is dropped.
+    virtual void ReleaseByText(const std::string& request) noexcept = 0;
+
+protected:
+    ~ITextInvoker() = default;
 };
 
 /// The one door from proxies to the outside: carries a request to the service and brings the answer.
@@ -31,6 +50,9 @@ public:
     virtual std::shared_ptr<IApiExceptionGenerator> GetExceptionGenerator() const = 0;
 
     virtual ~IInvoker() = default;
+
+    /// The invoker's shorter way, when it has one and nobody is meant to see the containers.
+    virtual ITextInvoker* AsTextInvoker() noexcept { return nullptr; }
 };
 
 }  // namespace apigen

@@ -38,6 +38,14 @@ public:
 
     /// Bounds every later operation; `Clock::time_point::max()`, the initial value, means no bound.
     virtual void SetDeadline(Clock::time_point deadline) = 0;
+
+    /// Sends one message, at the latest before the next one or before a read waits. May return before any of it
+    /// has gone out.
+    virtual void WriteLater(const std::string& text) { WriteString(text); }
+
+    /// Sends, of the messages that are still to go out, what can go without waiting. A failure of it is left for
+    /// the next operation to meet.
+    virtual void SendQueued() {}
 };
 
 }  // namespace apigen

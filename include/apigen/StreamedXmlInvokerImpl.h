@@ -9,19 +9,25 @@
 #include <chrono>
 #include <memory>
 #include <string>
-#include <string_view>
 
 namespace apigen APIGEN_API {
 
 /// Carries calls as XML documents over a device: one frame out, one frame back, in order.
 ///
-/// Any thread may call; calls take turns. After a transport failure the stream can't be trusted any more:
-/// every later call fails at once with the first failure's text in its message.
-class StreamedXmlInvokerImpl : public IInvoker {
+/// Any thread may call; calls take turns. From the first byte of a call until its answer is whole the stream belongs
+/// to it. When the call ends before that, by whatever exception or by the cancellation of its thread, the stream can't
+/// be trusted any more: every later call fails at once with the first failure's text in its message.
+///
+/// A release call never waits. When the stream is in use it goes out with the next message.
+///
+/// In a copy of the process made by `fork`, calls are refused and releases do nothing.
+class StreamedXmlInvokerImpl : public IInvoker, protected ITextInvoker {
 public:
     /// \param generator may be empty
-    /// \param timeout   bound of each call, sending and receiving together; 0 means none
+    /// \param timeout   bound of each call, waiting for its turn, sending and receiving together; 0 means none.
+    ///                  A call whose time is up before its turn comes fails alone.
     /// \param logger    may be empty
+    /// \throws ApiInternalError for a negative time-out
     StreamedXmlInvokerImpl(std::shared_ptr<IIoDev> device, std::shared_ptr<IApiExceptionGenerator> generator,
                            std::chrono::seconds timeout, std::shared_ptr<ILogger> logger);
     StreamedXmlInvokerImpl(const StreamedXmlInvokerImpl&) = delete;
@@ -35,20 +41,19 @@ public:
 
     std::shared_ptr<IApiExceptionGenerator> GetExceptionGenerator() const override;
 
-    /// For the library's own code, which can do without containers: reads the result straight out of an
-    /// answer's text, or returns false when it does not know that.
-    using ResultReader = bool (*)(std::string_view answer, void* result);
-
-    /// Sends the text of a request; null when `read` has read the answer.
-    /// \param read may be null; not asked about the answer of a release, which is no container then either
-    std::shared_ptr<IData> Invoke(const std::string& request, ResultReader read, void* result);
-
 protected:
     /// Takes a message that the service sends unasked.
     std::shared_ptr<IData> Receive();
 
-    /// Called once, with the invoker locked, when the stream is given up.
+    /// Called once, when the stream is given up; never while somebody uses it.
     virtual void OnStreamLost() noexcept {}
+
+    /// Called when a call is refused because the stream was given up before. Never at the same time as the above, and
+    /// in one thread at a time.
+    virtual void OnCallRefused() noexcept {}
+
+    std::shared_ptr<IData> InvokeText(const std::string& request, ResultReader read, void* result) override;
+    void ReleaseByText(const std::string& request) noexcept override;
 
 private:
     class Impl;

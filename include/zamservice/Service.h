@@ -18,7 +18,8 @@ namespace zamservice APIGEN_API {
 /// The objects that one client can reach, and the calls on them.
 ///
 /// Objects that a method returns get a handle of their own each time and live until the client releases it,
-/// or until the service ends. An exception of the implementation reaches the client as what it is when it is
+/// or until the service ends. A call that would give the client more objects than the limit fails, and none of them
+/// is kept. An exception of the implementation reaches the client as what it is when it is
 /// one of zamclientlib/Exceptions.h, as a `CGenericException` with its text otherwise. One thread at a time.
 class CService {
 public:
@@ -38,19 +39,35 @@ public:
     /// How many objects the client holds, the root included.
     std::size_t ObjectCount() const noexcept;
 
+    static constexpr std::size_t DefaultObjectLimit = 2'000'000;
+
+    /// How many objects the client may hold, the root included.
+    void SetObjectLimit(std::size_t limit) noexcept;
+
 private:
     class Impl;
     std::unique_ptr<Impl> m_impl;
 };
 
+/// Answers one request in place of `CService::Answer`, which it may call.
+using AnswerFunction = std::function<std::string(CService& service, const std::string& request)>;
+
 /// Greets the client at the other end of `device` and answers it until it closes the stream.
-/// \throws what the device throws for anything but the end of the stream.
+///
+/// The device may be a `CInterruptibleIoDev` on a socket, or on two descriptors that somebody has handed over, whose
+/// event ends the serving. Clients that are served at the same time need a service and a thread each.
+/// \param answer when it throws, the serving ends with that
+/// \throws what the device throws for anything but the orderly end of the stream; an end in the middle of a message
+///         is none
 APIGEN_API void Serve(CService& service, apigen::IIoDev& device);
+/// \overload
+APIGEN_API void Serve(CService& service, apigen::IIoDev& device, const AnswerFunction& answer);
 
 /// Serves one client over the standard streams of this process until it closes them. For `main`.
 ///
 /// Takes the streams over first: afterwards standard input is empty for everybody else, and what a library
-/// prints on standard output goes to standard error, never into the stream.
+/// prints on standard output goes to standard error, never into the stream. Any of them may be closed or
+/// non-blocking. From then on SIGPIPE is ignored.
 /// \param makeService makes the service; when it throws, the client is greeted with the failure
 /// \return the exit code: 0 after an orderly end.
 APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService);
@@ -61,9 +78,6 @@ APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService
 APIGEN_API int PrintProtocolVersion();
 /// \overload for another version than the kit's own
 APIGEN_API int PrintProtocolVersion(const zamclientlib::SVersion& version);
-
-/// Answers one request in place of `CService::Answer`, which it may call.
-using AnswerFunction = std::function<std::string(CService& service, const std::string& request)>;
 
 /// As above, for a service that has a say in its answers: to watch, to delay, to change them.
 /// \param answer when it throws, the connection ends

@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "support/apigen/Envelope.h"
+#include "support/apigen/Timeout.h"
+#include "support/common/Text.h"
 
 namespace apigen {
 
@@ -20,6 +22,7 @@ std::shared_ptr<CApiClientInvoker> CApiClientInvoker::CreateByProcess(
     const std::string& program, const std::vector<std::string>& arguments,
     std::shared_ptr<IApiExceptionGenerator> generator, std::chrono::seconds timeout,
     std::shared_ptr<ILogger> logger) {
+    RequireTimeout(timeout);
     auto process = std::make_unique<CProcess>(program, arguments,
                                               std::unordered_map<std::string, std::string>{}, logger);
     std::shared_ptr<CApiClientInvoker> invoker(
@@ -37,16 +40,20 @@ std::shared_ptr<CApiClientInvoker> CApiClientInvoker::CreateByProcess(
 
 void CApiClientInvoker::TakeGreeting(const std::string& program) {
     const auto greeting = Receive();
-    envelope::ThrowIfFailed(*greeting, *this, "Connecting to ", "\"" + program + "\"");
+    envelope::ThrowIfFailed(*greeting, *this, "Connecting to ", common::Quoted(program));
     if (greeting->HasString(envelope::HandleKey)) m_rootHandle = HandleUtils::FromData(greeting);
     if (!m_rootHandle) {
-        throw BrokenMessageError("\"" + program +
-                                 "\" greeted without a root object: is it a tool that serves calls?");
+        throw BrokenMessageError(common::Quoted(program) +
+                                 " greeted without a root object: is it a tool that serves calls?");
     }
 }
 
 void CApiClientInvoker::OnStreamLost() noexcept {
     m_process->Abandon();
+}
+
+void CApiClientInvoker::OnCallRefused() noexcept {
+    m_process->Tend();
 }
 
 }  // namespace apigen

@@ -1,77 +1,65 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <apigen/ApiException.h>
 #include <apigen/CInterruptibleIoDev.h>
 
 #include <utility>
-#include <vector>
 
-#include "support/common/CDescriptor.h"
-#include "support/common/CFrameStream.h"
+#include "support/common/CDescriptorDevice.h"
 
 namespace apigen {
 
-class CInterruptibleIoDev::Impl final : public common::IStreamOwner {
+using common::CDescriptor;
+using common::CDescriptorDevice;
+
+class CInterruptibleIoDev::Impl {
 public:
-    explicit Impl(common::CDescriptor socket) noexcept
-        : m_socket(std::move(socket)), m_stream(common::CChannel::Socket(m_socket.Get()), *this) {}
+    explicit Impl(std::unique_ptr<CDescriptorDevice> device) noexcept : Device(std::move(device)) {}
 
-    common::CFrameStream& Stream() noexcept { return m_stream; }
-
-    void AddEvent(std::shared_ptr<io::event::IEvent> event) {
-        if (!event) throw ApiInternalError("Cannot register an event with a device: there is none");
-        m_events.push_back(std::move(event));
-    }
-
-private:
-    std::string Peer() const override { return "the peer of the socket"; }
-
-    void Check() override {
-        for (const auto& event : m_events)
-            if (event->IsSet())
-                throw InterruptedError("The socket's use was interrupted: " + event->Reason());
-    }
-
-    void Watch(std::vector<pollfd>& set) override {
-        for (const auto& event : m_events)
-            set.push_back({event->Descriptor(), POLLIN, 0});
-    }
-
-    void Woken() override { Check(); }
-
-    common::CDescriptor m_socket;
-    std::vector<std::shared_ptr<io::event::IEvent>> m_events;
-    common::CFrameStream m_stream;
+    const std::unique_ptr<CDescriptorDevice> Device;
 };
 
 CInterruptibleIoDev::CInterruptibleIoDev(int fd) {
-    common::CDescriptor socket(fd);  // closed by whatever fails
-    m_impl = std::make_unique<Impl>(std::move(socket));
+    CDescriptor socket(fd);  // closed by whatever fails
+    m_impl = std::make_unique<Impl>(std::make_unique<CDescriptorDevice>(std::move(socket)));
+}
+
+CInterruptibleIoDev::CInterruptibleIoDev(int readFd, int writeFd) {
+    CDescriptor read(readFd);
+    CDescriptor write(writeFd);
+    m_impl = std::make_unique<Impl>(CDescriptorDevice::OfPair(std::move(read), std::move(write)));
 }
 
 CInterruptibleIoDev::~CInterruptibleIoDev() = default;
 
 void CInterruptibleIoDev::AddEvent(std::shared_ptr<io::event::IEvent> event) {
-    m_impl->AddEvent(std::move(event));
+    m_impl->Device->AddEvent(std::move(event));
 }
 
 std::string CInterruptibleIoDev::ReadRawText(unsigned long maxBytes, bool& flag) {
-    return m_impl->Stream().ReadRawText(maxBytes, flag);
+    return m_impl->Device->ReadRawText(maxBytes, flag);
 }
 
 std::string CInterruptibleIoDev::ReadString() {
-    return m_impl->Stream().ReadString();
+    return m_impl->Device->ReadString();
 }
 
 std::string_view CInterruptibleIoDev::ReadView() {
-    return m_impl->Stream().ReadView();
+    return m_impl->Device->ReadView();
 }
 
 void CInterruptibleIoDev::WriteString(const std::string& text) {
-    m_impl->Stream().WriteString(text);
+    m_impl->Device->WriteString(text);
+}
+
+void CInterruptibleIoDev::WriteLater(const std::string& text) {
+    m_impl->Device->WriteLater(text);
+}
+
+void CInterruptibleIoDev::SendQueued() {
+    m_impl->Device->SendQueued();
 }
 
 void CInterruptibleIoDev::SetDeadline(Clock::time_point deadline) {
-    m_impl->Stream().SetDeadline(deadline);
+    m_impl->Device->SetDeadline(deadline);
 }
 
 }  // namespace apigen

@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/apigen/CRequest.h"
 
-#include <apigen/CApiClientInvoker.h>
-
-#include <string>
-#include <typeinfo>
 #include <utility>
 
 #include "support/apigen/Envelope.h"
+#include "support/apigen/RequestText.h"
 #include "support/apigen/TextEncoders.h"
 
 namespace apigen {
@@ -15,21 +12,34 @@ namespace apigen {
 CRequest::CRequest() : m_opened(m_text.Open(RootName)), m_begin(m_text.Text().size()) {}
 
 std::shared_ptr<IData> CRequest::Send(const ProxyBase& proxy, std::string_view methodId,
-                                      std::string_view signature, StreamedXmlInvokerImpl::ResultReader read,
+                                      std::string_view signature, ITextInvoker::ResultReader read,
                                       void* result) {
     IInvoker& invoker = *proxy.GetInvoker();
-    // One that is derived from it may be there to see the containers.
-    if (typeid(invoker) != typeid(CApiClientInvoker)) {
-        auto container = invoker.CreateContainer();
-        AppendEntries(*container, m_text.Text().substr(m_begin));
-        return proxy.InvokeMethod(std::string(methodId), std::string(signature), std::move(container));
-    }
-    WriteText(m_text, envelope::HandleKey, proxy.GetHandle());
-    m_text.Entry(envelope::MethodKey, methodId);
-    m_text.Close(RootName, m_opened);
-    auto response = static_cast<CApiClientInvoker&>(invoker).Invoke(std::string(m_text.Text()), read, result);
+    ITextInvoker* const byText = invoker.AsTextInvoker();
+    if (byText == nullptr) return Invoke(proxy, methodId, signature);
+    auto response = byText->InvokeText(End(proxy, methodId), read, result);
     if (response != nullptr) envelope::ThrowIfFailed(*response, invoker, "Method call ", signature);
     return response;
+}
+
+void CRequest::Release(const ProxyBase& proxy) {
+    if (ITextInvoker* const byText = proxy.GetInvoker()->AsTextInvoker()) {
+        byText->ReleaseByText(End(proxy, envelope::ReleaseMethod));
+    } else {
+        Invoke(proxy, envelope::ReleaseMethod, "Destructor");
+    }
+}
+
+std::string CRequest::End(const ProxyBase& proxy, std::string_view methodId) {
+    EndRequest(m_text, m_opened, proxy.GetHandle(), methodId);
+    return std::string(m_text.Text());
+}
+
+std::shared_ptr<IData> CRequest::Invoke(const ProxyBase& proxy, std::string_view methodId,
+                                        std::string_view signature) {
+    auto container = proxy.GetInvoker()->CreateContainer();
+    AppendEntries(*container, m_text.Text().substr(m_begin));
+    return proxy.InvokeMethod(std::string(methodId), std::string(signature), std::move(container));
 }
 
 }  // namespace apigen

@@ -5,11 +5,12 @@
 
 #include <apigen/Export.h>
 #include <apigen/IData.h>
+#include <apigen/IInvoker.h>
 #include <apigen/ProxyBase.h>
-#include <apigen/StreamedXmlInvokerImpl.h>
 
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "support/apigen/CXmlWriter.h"
@@ -31,9 +32,19 @@ public:
     /// \return the response, or null when `read` has put what there was in it into `result`; what stands in
     ///         `result` otherwise means nothing
     std::shared_ptr<IData> Send(const ProxyBase& proxy, std::string_view methodId, std::string_view signature,
-                                StreamedXmlInvokerImpl::ResultReader read, void* result);
+                                ITextInvoker::ResultReader read, void* result);
+
+    /// Releases the object that `proxy` stands for.
+    void Release(const ProxyBase& proxy);
 
 private:
+    /// The whole request, of which nothing can be added then.
+    std::string End(const ProxyBase& proxy, std::string_view methodId);
+
+    /// By way of a container.
+    std::shared_ptr<IData> Invoke(const ProxyBase& proxy, std::string_view methodId,
+                                  std::string_view signature);
+
     CXmlWriter m_text;
     std::size_t m_opened;  ///< of the root element
     std::size_t m_begin;   ///< of the arguments

@@ -7,40 +7,17 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "support/apigen/CSmallArray.h"
 #include "support/apigen/CXmlWriter.h"
+#include "support/apigen/PlainText.h"
 
 namespace apigen APIGEN_API {
 
 using NodeId = std::uint32_t;
-
-/// Whether two keys of the same length are the same. Keys are short: a call of the library's function would
-/// cost more than the comparison.
-inline bool IsSameKey(const char* left, const char* right, std::size_t length) {
-    const auto isSame = [=](auto sample, std::size_t at) {
-        auto other = sample;
-        std::memcpy(&sample, left + at, sizeof sample);
-        std::memcpy(&other, right + at, sizeof other);
-        return sample == other;
-    };
-    // The last word may overlap the one before.
-    if (length >= 8) {
-        for (std::size_t at = 0; at + 8 < length; at += 8) {
-            if (!isSame(std::uint64_t(), at)) return false;
-        }
-        return isSame(std::uint64_t(), length - 8);
-    }
-    if (length >= 4) return isSame(std::uint32_t(), 0) && isSame(std::uint32_t(), length - 4);
-    for (std::size_t at = 0; at < length; ++at) {
-        if (left[at] != right[at]) return false;
-    }
-    return true;
-}
 
 /// A tree of keyed nodes. Nodes are named by their index, so the tree can grow without moving a reference.
 ///
@@ -148,7 +125,7 @@ private:
 
     bool HasKey(const SNode& node, std::string_view key) const {
         return node.KeyLength == key.size() &&
-               IsSameKey(m_bytes.data() + node.KeyOffset, key.data(), key.size());
+               plain::IsSameKey(m_bytes.data() + node.KeyOffset, key.data(), key.size());
     }
     std::string_view View(std::uint32_t offset, std::uint32_t length) const {
         return {m_bytes.data() + offset, length};

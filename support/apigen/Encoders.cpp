@@ -2,6 +2,7 @@
 #include "support/apigen/Encoders.h"
 
 #include "support/apigen/Envelope.h"
+#include "support/apigen/PlainText.h"
 #include "support/apigen/XmlParser.h"
 
 APIGEN_INSTANTIATE_ENCODERS(std::string);
@@ -36,7 +37,9 @@ void CopyEntries(const CDocument& from, NodeId node, IData& to) {
 std::size_t EstimateEntries(std::string_view document, std::string_view key) {
     constexpr std::size_t WorthIt = 16 * 1024;
     if (document.size() < WorthIt) return 0;
-    const std::size_t end = document.find(std::string("</").append(key).append(">"));
+    std::string tag(plain::EndTagBytes(key), '\0');
+    plain::PutEndTag(tag.data(), key);
+    const std::size_t end = document.find(tag);
     return end != std::string_view::npos && end != 0 ? document.size() / end : 0;
 }
 

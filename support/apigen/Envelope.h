@@ -7,7 +7,6 @@
 #include <apigen/IData.h>
 #include <apigen/IInvoker.h>
 
-#include <string>
 #include <string_view>
 
 namespace apigen {
@@ -28,9 +27,6 @@ inline constexpr const char* ReleaseMethod = "__dtr";       ///< the method that
 /// Start()"
 APIGEN_API void ThrowIfFailed(const IData& response, const IInvoker& invoker, std::string_view attempt,
                               std::string_view name);
-
-/// The text of a response that says nothing, as every service sends for a release.
-APIGEN_API const std::string& EmptyResponse();
 
 }  // namespace apigen
 }  // namespace apigen

@@ -7,6 +7,7 @@
 
 #include "support/apigen/CRequest.h"
 #include "support/apigen/Envelope.h"
+#include "support/common/Quietly.h"
 
 namespace apigen {
 
@@ -16,9 +17,9 @@ ProxyBase::ProxyBase(std::shared_ptr<IInvoker> invoker, Handle handle)
 }
 
 ProxyBase::~ProxyBase() {
+    const common::CNoCancellation uncancelled;
     try {
-        const auto isRead = [](std::string_view /*answer*/, void* /*result*/) { return true; };
-        CRequest().Send(*this, envelope::ReleaseMethod, "Destructor", isRead, nullptr);
+        CRequest().Release(*this);
     } catch (const std::exception&) {
         // The service may be gone, and with it the object: there is nothing left to release.
     }

@@ -7,7 +7,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
@@ -33,23 +32,6 @@ inline constexpr std::array<EChar, 256> CharClasses = [] {
 
 inline EChar Classify(char c) {
     return CharClasses[static_cast<unsigned char>(c)];
-}
-
-/// What is written for a character that means something to a parser.
-struct SEscape {
-    char Character;
-    std::string_view Text;
-};
-inline constexpr std::array<SEscape, 4> Escapes{
-    {{'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'\r', "&#13;"}}};
-
-/// \param special one of the above
-constexpr std::string_view Escape(char special) {
-    std::size_t i = 0;
-    while (Escapes[i].Character != special) {
-        ++i;
-    }
-    return Escapes[i].Text;
 }
 
 /// The first character in [at, end) that is not plain, or `end`.
@@ -155,6 +137,16 @@ inline SCodePoint DecodeUtf8(const char* at, const char* end) {
 inline unsigned XmlCharBytes(const char* at, const char* end) {
     const SCodePoint point = DecodeUtf8(at, end);
     return point.Bytes != 0 && IsXmlChar(point.Value) ? point.Bytes : 0;
+}
+
+/// The first byte in [at, end) that no document may hold, or `end`.
+inline const char* SkipXmlChars(const char* at, const char* end) {
+    while ((at = SkipPlain(at, end)) != end) {
+        const unsigned bytes = XmlCharBytes(at, end);
+        if (bytes == 0) break;
+        at += bytes;
+    }
+    return at;
 }
 
 }  // namespace apigen::xml

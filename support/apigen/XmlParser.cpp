@@ -11,6 +11,7 @@
 
 #include "support/apigen/Base64.h"
 #include "support/apigen/LargeMemory.h"
+#include "support/apigen/PlainText.h"
 #include "support/apigen/XmlChars.h"
 #include "support/apigen/XmlText.h"
 #include "support/common/Text.h"
@@ -58,10 +59,6 @@ bool SkipSpace(const char*& at, const char* end) {
         ++at;
     }
     return at != from;
-}
-
-bool HasBytes(const char* at, const char* end, std::size_t count) {
-    return static_cast<std::size_t>(end - at) >= count;
 }
 
 bool EqualsIgnoringCase(std::string_view left, std::string_view lowerCase) {
@@ -170,35 +167,29 @@ void CXmlParser::PlainElements() {
     const char* const end = Base() + Size();
     // Single characters may be looked at without asking for the end: there is a NUL, which fits nowhere.
     while (m_depth != 0 && *at == '<') {
-        const char* const name = at + 1;
-        if (*name == '/') {
-            const auto& node = nodes[m_current];
-            const std::size_t tagBytes = node.KeyLength + std::size_t{3};
-            if (node.FirstChild == CDocument::None || !HasBytes(at, end, tagBytes) ||
-                at[tagBytes - 1] != '>' || !IsSameKey(name + 1, Base() + node.KeyOffset, node.KeyLength))
-                break;
-            at += tagBytes;
-            m_current = node.Parent;
+        if (at[1] == '/') {
+            const std::string_view key = m_document.Key(m_current);
+            if (!m_document.HasChildren(m_current) || !plain::IsEndTag(at, end, key)) break;
+            at += plain::EndTagBytes(key);
+            m_current = nodes[m_current].Parent;
             --m_depth;
             continue;
         }
-        const char* const nameEnd = xml::SkipKeyChars(name, end);
-        if (m_depth == MaxXmlDepth || !xml::IsKeyStart(*name) || *nameEnd != '>') break;
-        const auto length = static_cast<std::size_t>(nameEnd - name);
-        const char* const text = nameEnd + 1;
+        const std::string_view key = plain::StartTagKey(at, end);
+        if (key.empty() || m_depth == MaxXmlDepth) break;
+        const char* const text = at + plain::StartTagBytes(key);
         const char* const textEnd = xml::SkipPlain(text, end);
-        const bool isLeaf = HasBytes(textEnd, end, length + 3) && textEnd[0] == '<' && textEnd[1] == '/' &&
-                            textEnd[length + 2] == '>' && IsSameKey(textEnd + 2, name, length);
+        const bool isLeaf = plain::IsEndTag(textEnd, end, key);
         if (!isLeaf && (textEnd != text || *text != '<' || !xml::IsKeyStart(text[1]))) break;
 
-        const NodeId node = m_document.Link(m_current, static_cast<std::uint32_t>(Offset(name)),
-                                            static_cast<std::uint32_t>(length));
+        const NodeId node = m_document.Link(m_current, static_cast<std::uint32_t>(Offset(key.data())),
+                                            static_cast<std::uint32_t>(key.size()));
         if (isLeaf) {
             auto& leaf = nodes[node];
             leaf.TextOffset = static_cast<std::uint32_t>(Offset(text));
             leaf.TextLength = static_cast<std::uint32_t>(textEnd - text);
             leaf.IsText = 1;
-            at = textEnd + length + 3;
+            at = textEnd + plain::EndTagBytes(key);
         } else {
             m_current = node;
             ++m_depth;
@@ -360,13 +351,9 @@ std::string_view CXmlParser::Attribute(SCursor& cursor, std::string& value) cons
     return name;
 }
 
-const char* CXmlParser::CheckChars(const char* from, const char* end) const {
-    while ((from = xml::SkipPlain(from, end)) != end) {
-        const unsigned bytes = xml::XmlCharBytes(from, end);
-        if (bytes == 0) Fail("a byte that no document may hold", from);
-        from += bytes;
-    }
-    return from;
+void CXmlParser::CheckChars(const char* from, const char* end) const {
+    const char* const stop = xml::SkipXmlChars(from, end);
+    if (stop != end) Fail("a byte that no document may hold", stop);
 }
 
 /// \return whether they say that the text is in base64
@@ -381,8 +368,8 @@ bool CXmlParser::Attributes(SCursor& cursor) const {
         if (!hasSpace) Fail("white space was expected", cursor.At);
         const char* const from = cursor.At;
         names.push_back(Attribute(cursor, value));
-        if (names.back() == "encoding") {
-            if (value != "base64") Fail("an encoding other than base64", from);
+        if (names.back() == plain::EncodingName) {
+            if (value != plain::Base64Name) Fail("an encoding other than base64", from);
             isBase64 = true;
         }
     }

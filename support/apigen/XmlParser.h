@@ -49,7 +49,7 @@ private:
     std::string_view Name(SCursor& cursor) const;
     std::string_view Attribute(SCursor& cursor, std::string& value) const;
     bool Attributes(SCursor& cursor) const;
-    const char* CheckChars(const char* from, const char* end) const;
+    void CheckChars(const char* from, const char* end) const;
     std::size_t Decode(const char* from, const char* end, char* target) const;
     const char* Reference(const char* from, const char* end, std::string& output) const;
 

@@ -7,11 +7,9 @@
 #include <string_view>
 
 #include "support/apigen/Document.h"
+#include "support/apigen/PlainText.h"
 
 namespace apigen APIGEN_API {
-
-/// The root element that is written; any is read.
-inline constexpr std::string_view RootName = "Data";
 
 /// How many levels of elements a document may have, the root element being the first.
 inline constexpr unsigned MaxXmlDepth = 256;

@@ -54,7 +54,7 @@ ssize_t CChannel::Read(char* into, std::size_t room) const noexcept {
 }
 
 ssize_t CChannel::Write(const iovec* parts, std::size_t count) const noexcept {
-    if (m_kind == EKind::Pipes) return WriteToPipe(m_writeFd, parts, count);
+    if (m_kind != EKind::Socket) return WriteToPipe(m_writeFd, parts, count);
     msghdr message{};
     message.msg_iov = const_cast<iovec*>(parts);
     message.msg_iovlen = count;

@@ -5,24 +5,42 @@
 
 #include <apigen/Export.h>
 
+#include <poll.h>
 #include <sys/types.h>
 #include <sys/uio.h>
 
+#include <array>
 #include <cstddef>
 
 namespace apigen::common {
 
-/// A way each for bytes, on descriptors that it does not own. No operation waits, none raises SIGPIPE.
+/// A way each for bytes, on descriptors that it does not own. No operation raises SIGPIPE; none waits, but on
+/// descriptors that were taken as they are.
 class APIGEN_API CChannel {
 public:
     /// A connected socket. Its own flags are left as they are.
     static CChannel Socket(int fd) noexcept { return {fd, fd, EKind::Socket}; }
 
-    /// Two pipes, our ends of which are non-blocking.
+    /// Two descriptors of any kind that are non-blocking.
     static CChannel Pipes(int readFd, int writeFd) noexcept { return {readFd, writeFd, EKind::Pipes}; }
 
-    int ReadDescriptor() const noexcept { return m_readFd; }
-    int WriteDescriptor() const noexcept { return m_writeFd; }
+    /// Two descriptors whose flags belong to others as well: standard streams.
+    static CChannel AsTheyAre(int readFd, int writeFd) noexcept {
+        return {readFd, writeFd, EKind::AsTheyAre};
+    }
+
+    /// Whether a read of nothing may wait.
+    bool BlocksInReading() const noexcept { return m_kind == EKind::AsTheyAre; }
+
+    /// For `poll`: the descriptor to read from and the one to write to, as far as `events` ask for them.
+    std::array<pollfd, 2> PollSet(short events) const noexcept {
+        return {{{(events & POLLIN) != 0 ? m_readFd : -1, POLLIN, 0},
+                 {(events & POLLOUT) != 0 ? m_writeFd : -1, POLLOUT, 0}}};
+    }
+    /// What such a set says afterwards, as `events` again.
+    static short Ready(const pollfd* set) noexcept {
+        return static_cast<short>((set[0].revents != 0 ? POLLIN : 0) | (set[1].revents != 0 ? POLLOUT : 0));
+    }
 
     /// As `read`.
     ssize_t Read(char* into, std::size_t room) const noexcept;
@@ -33,7 +51,8 @@ public:
 private:
     enum class EKind {
         Socket,
-        Pipes
+        Pipes,
+        AsTheyAre
     };
 
     CChannel(int readFd, int writeFd, EKind kind) noexcept

@@ -1,44 +1,85 @@
 // SPDX-License-Identifier: Apache-2.0
 /// \file
-/// Starting, watching and collecting a child process.
+/// Starting, watching and collecting a child process: every child of ours is one of these.
 #pragma once
 
+#include <apigen/Export.h>
+
+#include <poll.h>
+#include <signal.h>
 #include <sys/types.h>
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "support/common/CDescriptor.h"
+#include "support/common/ProcessMark.h"
+#include "support/common/Waiting.h"
 
 namespace apigen::common {
 
-/// Our ends of a child's standard streams. `input` is what we write to.
-struct SChildStreams {
-    CDescriptor input;
-    CDescriptor output;
-    CDescriptor error;
+/// What a child is made of.
+struct SChildStart {
+    enum class EGroup {
+        OwnSession,  ///< without a terminal: neither Ctrl-C nor a hang-up of the caller's terminal reaches it
+        OwnGroup,
+        CallersGroup,
+    };
+
+    /// A descriptor that the child has under another number; it stays its owner's.
+    struct SGiven {
+        int Target;
+        int Source;
+    };
+
+    std::string Program;                   ///< looked up in the caller's PATH when it holds no slash
+    std::vector<std::string> Arguments;    ///< without the program's name
+    std::vector<std::string> Environment;  ///< entries NAME=VALUE, all that the child gets
+    std::string Folder;                    ///< where it starts; empty: where the caller is
+    std::vector<SGiven> Descriptors;       ///< all that the child has open
+    EGroup Group = EGroup::OwnSession;
+    int EndSignal = SIGTERM;  ///< what asks it to end
 };
 
-class CChildProcess {
+/// The caller's environment with the additions in place of variables of the same name.
+/// \throws ProcessLaunchError that names `program` when an addition can't be a variable
+APIGEN_API std::vector<std::string> EnvironmentWith(
+    const std::string& program, const std::unordered_map<std::string, std::string>& additions);
+
+/// A pipe to a child: our end is non-blocking and stays clear of the standard streams' numbers, the child's is as
+/// programs expect it.
+struct SPipe {
+    CDescriptor Ours;
+    CDescriptor Theirs;
+};
+
+/// \throws ProcessLaunchError that names `program`
+APIGEN_API SPipe MakePipeToRead(const std::string& program);
+APIGEN_API SPipe MakePipeToWrite(const std::string& program);
+
+/// A running child. It has no signal blocked, none ignored and no descriptor but those that it is given, whatever
+/// its caller has set or leaked. In a copy of the caller made by `fork` the child is left alone.
+///
+/// A thread at a time.
+class APIGEN_API CChildProcess {
 public:
-    /// The wait status of a child whose ending nobody can tell any more.
+    /// The wait status of a child whose ending nobody can tell any more: the caller ignores SIGCHLD, or has
+    /// collected the child elsewhere.
     static constexpr int UnknownStatus = -1;
 
-    /// Starts `program` and fills in our ends of its streams.
     /// \throws ProcessLaunchError
-    CChildProcess(const std::string& program, const std::vector<std::string>& arguments,
-                  const std::unordered_map<std::string, std::string>& environment, SChildStreams& streams);
+    explicit CChildProcess(const SChildStart& start);
     CChildProcess(const CChildProcess&) = delete;
     CChildProcess& operator=(const CChildProcess&) = delete;
 
-    /// Kills and collects a child that is still running.
+    /// Kills and collects a child that is still running, unless it can't be killed.
     ~CChildProcess();
 
     pid_t Pid() const noexcept { return m_pid; }
-
-    /// Becomes readable when the child ends; -1 on a system that can't tell.
-    int EndDescriptor() const noexcept { return m_pidfd.Get(); }
 
     /// True when the child has ended; it is collected then.
     bool HasEnded() noexcept;
@@ -46,13 +87,25 @@ public:
     /// As `waitpid` reports it; of a child that has ended.
     int WaitStatus() const noexcept { return m_waitStatus; }
 
-    void Signal(int signal) noexcept;
+    /// Waits until the child has ended, one of `others` is ready, or the deadline has passed. May return early.
+    /// \return whether the child may have ended: `HasEnded` is worth asking
+    bool AwaitNews(pollfd* others, std::size_t count, Clock::time_point deadline) noexcept;
+
+    /// Waits for the end; false when the child is still running at the deadline.
+    bool AwaitEnd(Clock::time_point deadline) noexcept;
+
+    void AskToEnd() noexcept { Signal(m_endSignal); }
+    void Kill() noexcept { Signal(SIGKILL); }
 
 private:
+    void Signal(int signal) noexcept;
+
     pid_t m_pid = -1;
-    CDescriptor m_pidfd;
+    int m_endSignal;
+    CDescriptor m_pidfd;  ///< becomes readable when the child ends; none where the system has none
     bool m_ended = false;
     int m_waitStatus = UnknownStatus;
+    CProcessMark m_origin;
 };
 
 }  // namespace apigen::common

@@ -2,9 +2,13 @@
 #include "support/common/CFrameStream.h"
 
 #include <apigen/ApiException.h>
+#include <apigen/IIoDev.h>
+
+#include <poll.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <utility>
 
 #include "support/common/FrameHeader.h"
@@ -14,219 +18,259 @@ namespace apigen::common {
 
 namespace {
 
-// A message is given room for so many times what has come of it. Room that stays untouched costs nothing.
-constexpr std::size_t RoomAhead = 8;
+using EState = CMessageAssembler::EState;
 
 // While it writes, a stream takes in no more than this; a peer that sends on without reading has to wait.
 constexpr std::size_t MaxReceivedAhead = 2 * IIoDev::MaxMessageBytes;
 
-// With its header a message of up to this size is copied to be sent in one piece.
-constexpr std::size_t SmallMessage = 4096;
+// A message of up to this size is copied behind its header, to be sent in one piece.
+constexpr std::size_t SmallMessage = 64 * 1024;
+
+// Room for messages to come that is worth keeping.
+constexpr std::size_t KeptOutput = 2 * SmallMessage;
 
 constexpr std::size_t ShownBytes = 200;
 constexpr std::size_t ShownBinaryBytes = 16;
 
+constexpr const char* StreamEnded = "the stream ended";
+constexpr const char* PeerEnded = "it has ended, and left its streams open in others' hands";
+
 }  // namespace
 
-std::string CFrameStream::ReadString() {
-    BeginOperation("read a message from");
-    if (!m_inMessage && BeginMessage()) {
-        std::string message(m_input.Bytes().substr(0, m_length));
-        m_input.Drop(m_length);
-        return message;
+/// A message on its way out. Left before it has been sent, by whatever exception, it is taken back; when a part of it
+/// is gone, the stream is.
+class CFrameStream::COutgoing {
+public:
+    /// Puts the message, or of a large one what precedes its text, behind the output. `text` is what remains to be
+    /// sent behind that.
+    COutgoing(CFrameStream& stream, std::string_view& text, std::size_t copied)
+        : m_stream(stream), m_begin(stream.m_output.size()) {
+        const auto header = EncodeHeader(text.size());
+        const bool isCopied = text.size() <= copied;
+        auto& output = m_stream.m_output;
+        output.reserve(m_begin + header.size() + (isCopied ? text.size() : 0));
+        output.append(header.data(), header.size());
+        if (isCopied) output.append(std::exchange(text, {}));
     }
-    return ReadRest();
+    COutgoing(const COutgoing&) = delete;
+    COutgoing& operator=(const COutgoing&) = delete;
+    ~COutgoing() {
+        if (m_isDone) return;
+        if (m_stream.m_sent > m_begin) {
+            m_stream.GiveUp(m_failure);
+        } else {
+            m_stream.m_output.resize(m_begin);
+        }
+    }
+
+    void Done() noexcept { m_isDone = true; }
+    void Failed(const char* why) { m_failure = why; }
+
+private:
+    CFrameStream& m_stream;
+    std::size_t m_begin;
+    bool m_isDone = false;
+    std::string m_failure = "a message was cut off";
+};
+
+std::string CFrameStream::ReadString() {
+    AwaitMessage();
+    return m_input.Take();
 }
 
 std::string_view CFrameStream::ReadView() {
-    BeginOperation("read a message from");
-    if (!m_inMessage && BeginMessage()) {
-        m_viewed = m_length;
-        return m_input.Bytes().substr(0, m_length);
-    }
-    return m_longView = ReadRest();
+    AwaitMessage();
+    return m_input.View();
 }
 
-std::string CFrameStream::ReadRest() {
-    while (m_message.size() < m_length) {
-        if (m_input.IsEmpty() && ReceiveIntoQueue() == 0)
-            ThrowGone("the stream ended in the middle of a message" + Progress());
-        const std::string_view bytes = m_input.Bytes().substr(0, m_length - m_message.size());
-        const std::size_t needed = m_message.size() + bytes.size();
-        if (needed > m_message.capacity()) m_message.reserve(std::min(m_length, RoomAhead * needed));
-        m_message += bytes;
-        m_input.Drop(bytes.size());
+void CFrameStream::AwaitMessage() {
+    Begin("read a message from");
+    for (;;) {
+        const EState state = m_input.Advance();
+        if (state == EState::Whole) return;
+        if (state == EState::Overlong) ThrowOverlong();
+        if (!Receive()) ThrowEnded();
     }
-    m_inMessage = false;
-    return std::exchange(m_message, {});
-}
-
-/// Reads the header; true when the whole message has already arrived with it.
-bool CFrameStream::BeginMessage() {
-    while (m_input.Size() < HeaderBytes) {
-        if (ReceiveIntoQueue() != 0) continue;
-        if (m_input.IsEmpty()) ThrowGone("the stream ended");
-        ThrowGone("the stream ended after " + std::to_string(m_input.Size()) +
-                  " bytes that are no message: " + Quoted(m_input.Bytes()));
-    }
-    const std::uint32_t length = DecodeHeader(m_input.Bytes());
-    if (length > IIoDev::MaxMessageBytes) RefuseOverlong(length);
-    m_input.Drop(HeaderBytes);
-    m_length = length;
-    if (m_input.Size() >= length) return true;
-    m_inMessage = true;
-    m_message.clear();
-    return false;
-}
-
-void CFrameStream::RefuseOverlong(unsigned long length) {
-    const bool isText = LooksLikeText(m_input.Bytes().substr(0, HeaderBytes));
-    if (isText) ReceiveAhead();  // so that more than its first word is shown
-    std::string message = m_owner.Peer() + " sent something that is no message: ";
-    if (!isText)
-        message += "it announces " + std::to_string(length) + " bytes where " +
-                   std::to_string(IIoDev::MaxMessageBytes) + " are allowed, and starts with ";
-    message += Quoted(m_input.Bytes().substr(0, isText ? ShownBytes : ShownBinaryBytes));
-    GiveUp(message);
-    throw BrokenMessageError(message + m_owner.LastWords());
 }
 
 std::string CFrameStream::ReadRawText(std::size_t maxBytes, bool& ended) {
-    BeginOperation("read the output of");
+    Begin("read the output of");
     std::string text;
     for (;;) {
-        const std::size_t count = std::min(maxBytes - text.size(), m_input.Size());
-        text.append(m_input.Bytes().substr(0, count));
-        m_input.Drop(count);
-        ended = m_input.IsEmpty() && ReceiveIntoQueue() == 0;
-        if (ended || (text.size() == maxBytes && !m_input.IsEmpty())) return text;
+        const std::size_t count = std::min(maxBytes - text.size(), m_input.Loose().size());
+        text.append(m_input.Loose().substr(0, count));
+        m_input.DropLoose(count);
+        const bool isMoreThere = !m_input.Loose().empty();
+        ended = !isMoreThere && !Receive();
+        if (ended || isMoreThere) return text;
     }
 }
 
 void CFrameStream::WriteString(std::string_view text) {
-    if (text.size() > IIoDev::MaxMessageBytes)
-        throw ApiInternalError("Cannot send a message of " + std::to_string(text.size()) + " bytes to " +
-                               m_owner.Peer() + ": the limit is " + std::to_string(IIoDev::MaxMessageBytes) +
-                               " bytes");
-    BeginOperation("send a message to");
-    SendAll(text);
+    BeginMessage(text);
+    COutgoing outgoing(*this, text, SmallMessage);
+    try {
+        Send(text);
+    } catch (const std::exception& error) {
+        outgoing.Failed(error.what());
+        throw;
+    }
+    outgoing.Done();
 }
 
-void CFrameStream::SendAll(std::string_view text) {
-    const auto header = EncodeHeader(text.size());
-    // One piece is cheaper to send than two, as long as it is cheap to make.
-    std::array<char, SmallMessage> whole;
-    const bool isSmall = header.size() + text.size() <= whole.size();
-    const std::size_t ahead = isSmall ? header.size() + text.size() : header.size();
-    std::copy(header.begin(), header.end(), whole.begin());
-    if (isSmall) text.copy(whole.data() + header.size(), text.size());
+void CFrameStream::WriteLater(std::string_view text) {
+    BeginMessage(text);
+    COutgoing(*this, text, text.size()).Done();
+}
 
-    std::array<iovec, 2> parts{iovec{whole.data(), ahead},
-                               iovec{const_cast<char*>(text.data()), isSmall ? 0 : text.size()}};
-    const std::size_t total = header.size() + text.size();
-    std::size_t left = total;
-    try {
-        for (;;) {
-            const ssize_t sent = m_channel.Write(parts.data(), isSmall ? 1 : parts.size());
-            if (sent < 0) {
-                if (errno == EPIPE || errno == ECONNRESET) ThrowGone("it takes no more input");
-                if (errno != EAGAIN && errno != EINTR && errno != ENOBUFS) ThrowGone(ErrorText(errno));
-                if (Wait(true)) ReceiveAhead();
-                m_owner.Check();
-                continue;
-            }
-            left -= static_cast<std::size_t>(sent);
-            if (left == 0) return;
-            for (std::size_t count = static_cast<std::size_t>(sent); iovec & part : parts) {
-                const std::size_t done = std::min(count, part.iov_len);
-                part.iov_base = static_cast<char*>(part.iov_base) + done;
-                part.iov_len -= done;
-                count -= done;
-            }
-        }
-    } catch (const std::exception& error) {
-        if (left != total) GiveUp(error.what());
-        throw;
+void CFrameStream::SendQueued() {
+    Begin("send a message to");
+    std::string_view nothingElse;
+    while (!m_output.empty()) {
+        if (SendSome(nothingElse)) continue;
+        // A peer whose own output is full takes no more input until somebody reads that.
+        if (errno != EINTR && (errno != EAGAIN || !ReceiveAhead())) return;
     }
 }
 
 void CFrameStream::GiveUp(std::string_view reason) noexcept {
-    if (m_givenUp) return;
-    m_givenUp = true;
+    if (m_lost) return;
+    m_lost.emplace();
     try {
-        m_reason = reason;
-    } catch (...) {  // out of memory: no reason is given then
+        *m_lost = reason;
+    } catch (const std::bad_alloc&) {  // no reason is given then
     }
 }
 
-void CFrameStream::BeginOperation(const char* action) {
+void CFrameStream::Begin(const char* action) {
     m_action = action;
-    m_continued = false;
-    m_input.Drop(std::exchange(m_viewed, 0));
-    if (!m_longView.empty()) m_longView = {};
-    if (m_givenUp) throw PeerGoneError(Cannot("the connection was given up (" + m_reason + ')'));
-    m_owner.Check();
+    m_isContinued = false;
+    if (!m_origin.IsHere())
+        throw PeerGoneError(Cannot("the connection belongs to the process that this one was forked from"));
+    if (m_lost) throw PeerGoneError(Cannot("the connection was given up (" + *m_lost + ')'));
 }
 
-std::size_t CFrameStream::Receive(char* into, std::size_t room) {
-    if (std::exchange(m_continued, true)) {  // a peer that trickles must not outlast the deadline
-        m_owner.Check();
-        if (IsPast(m_deadline)) ThrowTimeout(Progress());
-    }
-    for (;;) {
-        const ssize_t count = m_channel.Read(into, room);
-        if (count >= 0) {
-            m_inputEnded = count == 0;
-            return static_cast<std::size_t>(count);
+void CFrameStream::BeginMessage(std::string_view text) {
+    if (text.size() > IIoDev::MaxMessageBytes)
+        throw ApiInternalError("Cannot send a message of " + std::to_string(text.size()) + " bytes to " +
+                               m_owner.Peer() + ": the limit is " + std::to_string(IIoDev::MaxMessageBytes) +
+                               " bytes");
+    Begin("send a message to");
+}
+
+/// Takes in what comes next, waiting for it when nothing is there; false at the end of the input.
+bool CFrameStream::Receive() {
+    if (!m_output.empty()) Send({});
+    // Where bytes never cease to come, nobody waits: the deadline and the owner get their say here.
+    bool isToWait = std::exchange(m_isContinued, true) && !m_channel.BlocksInReading();
+    for (bool isFirst = !isToWait; m_end == nullptr; isFirst = false) {
+        if (isToWait) {
+            if (!isFirst && IsPast(m_deadline)) ThrowTimeout();
+            const short ready = m_owner.Wait(POLLIN, m_deadline);
+            if (ready == 0) ThrowTimeout();
+            if ((ready & POLLIN) == 0) {
+                m_end = PeerEnded;
+                break;
+            }
         }
-        if (errno != EAGAIN && errno != EINTR) ThrowGone(ErrorText(errno));
-        Wait(false);
+        char* const room = m_input.Room();
+        const ssize_t count = m_channel.Read(room, m_input.RoomSize());
+        if (count > 0) {
+            m_input.Commit(static_cast<std::size_t>(count));
+            return true;
+        }
+        // A peer that closes a socket without having read everything resets it.
+        if (count == 0 || errno == ECONNRESET) {
+            m_end = StreamEnded;
+        } else if (errno != EAGAIN && errno != EINTR) {
+            ThrowGone(ErrorText(errno));
+        }
+        isToWait = true;
     }
+    return false;
 }
 
-std::size_t CFrameStream::ReceiveIntoQueue() {
-    char* const room = m_input.Room();
-    const std::size_t count = Receive(room, m_input.RoomSize());
-    m_input.Commit(count);
-    return count;
+bool CFrameStream::MayReceiveAhead() const noexcept {
+    return m_end == nullptr && m_input.Loose().size() < MaxReceivedAhead;
 }
 
-/// What goes wrong here is left for the next read to meet.
-void CFrameStream::ReceiveAhead() {
+/// Takes in what is there; what goes wrong is left for the next read to meet. False when nothing was there.
+bool CFrameStream::ReceiveAhead() {
+    if (!MayReceiveAhead()) return false;
     char* const room = m_input.Room();
     const ssize_t count = m_channel.Read(room, m_input.RoomSize());
     if (count > 0) m_input.Commit(static_cast<std::size_t>(count));
-    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) m_inputEnded = true;
+    if (count == 0) m_end = StreamEnded;
+    return count > 0;
 }
 
-bool CFrameStream::Wait(bool forWriting) {
-    const bool reading = !forWriting || (!m_inputEnded && m_input.Size() < MaxReceivedAhead);
-    m_pollSet.clear();
-    m_pollSet.push_back({reading ? m_channel.ReadDescriptor() : -1, POLLIN, 0});
-    m_pollSet.push_back({forWriting ? m_channel.WriteDescriptor() : -1, POLLOUT, 0});
-    m_owner.Watch(m_pollSet);
-    for (;;) {
-        const int ready = ::poll(m_pollSet.data(), m_pollSet.size(), PollTimeout(m_deadline));
-        if (ready < 0 && errno != EINTR) ThrowGone("waiting failed: " + ErrorText(errno));
-        const bool readable = ready > 0 && m_pollSet[0].revents != 0;
-        const bool writable = ready > 0 && m_pollSet[1].revents != 0;
-        const bool othersReady = ready > int{readable} + int{writable};
-        if (othersReady) m_owner.Woken();
-        if (forWriting ? writable : readable) return readable;
-        if (IsPast(m_deadline)) ThrowTimeout(forWriting ? std::string() : Progress());
-        if (readable) return true;
-        m_owner.Check();
-        // It may have written its last words after the streams were looked at and before its end was.
-        if (othersReady && m_owner.HasPeerEnded() && (forWriting || !IsReadable()))
-            ThrowGone("it has ended, and left its streams open in others' hands");
-        m_pollSet.resize(2);
-        m_owner.Watch(m_pollSet);
+/// Sends what waits, and `text` behind it.
+void CFrameStream::Send(std::string_view text) {
+    while (!m_output.empty() || !text.empty()) {
+        if (SendSome(text)) continue;
+        if (errno == EPIPE || errno == ECONNRESET) ThrowClosed("it takes no more input");
+        if (errno != EAGAIN && errno != EINTR && errno != ENOBUFS) ThrowGone(ErrorText(errno));
+        if (IsPast(m_deadline)) ThrowTimeout();
+        const int events = POLLOUT | (MayReceiveAhead() ? POLLIN : 0);
+        const short ready = m_owner.Wait(static_cast<short>(events), m_deadline);
+        if (ready == 0) ThrowTimeout();
+        if ((ready & events) == 0) ThrowGone(PeerEnded);
+        if ((ready & POLLIN) != 0) ReceiveAhead();
     }
 }
 
-bool CFrameStream::IsReadable() const {
-    pollfd input{m_channel.ReadDescriptor(), POLLIN, 0};
-    return !m_inputEnded && ::poll(&input, 1, 0) > 0;
+/// One write; false, with errno, when nothing could be written.
+bool CFrameStream::SendSome(std::string_view& text) {
+    const std::array<iovec, 2> parts{iovec{m_output.data() + m_sent, m_output.size() - m_sent},
+                                     iovec{const_cast<char*>(text.data()), text.size()}};
+    const ssize_t result = m_channel.Write(parts.data(), text.empty() ? 1 : parts.size());
+    if (result < 0) return false;
+    const auto sent = static_cast<std::size_t>(result);
+    const std::size_t ofOutput = std::min(sent, m_output.size() - m_sent);
+    m_sent += ofOutput;
+    text.remove_prefix(sent - ofOutput);
+    // Kept as long as the text behind it is on its way: the message begins in here.
+    if (m_sent != m_output.size() || !text.empty()) return true;
+    m_sent = 0;
+    m_output.clear();
+    if (m_output.capacity() > KeptOutput) m_output.shrink_to_fit();
+    return true;
+}
+
+void CFrameStream::ThrowOverlong() {
+    const bool isText = LooksLikeText(m_input.Loose().substr(0, HeaderBytes));
+    if (isText && !m_channel.BlocksInReading()) ReceiveAhead();  // so that more than its first word is shown
+    std::string message = m_owner.Peer() + " sent something that is no message: ";
+    if (!isText)
+        message += "it announces " + std::to_string(m_input.Length()) + " bytes where " +
+                   std::to_string(IIoDev::MaxMessageBytes) + " are allowed, and starts with ";
+    message += Quoted(m_input.Loose().substr(0, isText ? ShownBytes : ShownBinaryBytes));
+    GiveUp(message);
+    throw BrokenMessageError(message + m_owner.Epitaph(false));
+}
+
+void CFrameStream::ThrowEnded() {
+    const std::string progress = Progress();
+    if (m_end == PeerEnded) ThrowGone(PeerEnded + progress);
+    if (!progress.empty()) ThrowGone(std::string(m_end) + " in the middle of a message" + progress);
+    const std::string_view rest = m_input.Loose();
+    if (rest.empty()) ThrowClosed(m_end);
+    ThrowGone(std::string(m_end) + " after " + std::to_string(rest.size()) +
+              " bytes that are no message: " + Quoted(rest));
+}
+
+/// The peer has closed its end; orderly, unless it did so in the middle of a message.
+void CFrameStream::ThrowClosed(const char* how) {
+    const bool isOrderly = !m_input.IsWithin() && m_input.Loose().empty();
+    throw PeerGoneError(Cannot(how + m_owner.Epitaph(true)), isOrderly);
+}
+
+void CFrameStream::ThrowTimeout() {
+    throw TimeoutError(Cannot("it did not respond in time" + Progress() + m_owner.Epitaph(false)));
+}
+
+void CFrameStream::ThrowGone(const std::string& why) {
+    throw PeerGoneError(Cannot(why + m_owner.Epitaph(true)));
 }
 
 std::string CFrameStream::Cannot(std::string_view why) const {
@@ -238,24 +282,18 @@ std::string CFrameStream::Cannot(std::string_view why) const {
         .append(why);
 }
 
+/// How far the message has come that is being read.
 std::string CFrameStream::Progress() const {
-    if (!m_inMessage) return {};
+    if (!m_input.IsWithin()) return {};
+    const std::string_view begun = m_input.Begun();
     std::string text =
-        " (" + std::to_string(m_message.size()) + " of " + std::to_string(m_length) + " bytes had come";
-    const auto header = EncodeHeader(m_length);
+        " (" + std::to_string(begun.size()) + " of " + std::to_string(m_input.Length()) + " bytes had come";
+    const auto header = EncodeHeader(m_input.Length());
     const std::string_view shownHeader(header.data(), header.size());
     if (LooksLikeText(shownHeader))  // a short text can pass for a length
-        text +=
-            "; they may be no message: " + Quoted(std::string(shownHeader) + m_message.substr(0, ShownBytes));
+        text += "; they may be no message: " +
+                Quoted(std::string(shownHeader).append(begun.substr(0, ShownBytes)));
     return text + ')';
-}
-
-void CFrameStream::ThrowTimeout(const std::string& progress) {
-    throw TimeoutError(Cannot("it did not respond in time" + progress + m_owner.LastWords()));
-}
-
-void CFrameStream::ThrowGone(const std::string& why) {
-    throw PeerGoneError(Cannot(why + m_owner.Fate()));
 }
 
 }  // namespace apigen::common

@@ -5,20 +5,20 @@
 
 #include <apigen/Export.h>
 
-#include <poll.h>
-
+#include <array>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "support/common/CByteQueue.h"
 #include "support/common/CChannel.h"
+#include "support/common/CMessageAssembler.h"
+#include "support/common/ProcessMark.h"
 #include "support/common/Waiting.h"
 
 namespace apigen::common {
 
-/// What a stream has to know of the device that it belongs to.
+/// What a stream leaves to the device that it belongs to.
 class APIGEN_API IStreamOwner {
 public:
     virtual ~IStreamOwner() = default;
@@ -26,31 +26,25 @@ public:
     /// The peer's name for messages.
     virtual std::string Peer() const = 0;
 
-    /// Asked before every system call; throws to end the operation.
-    virtual void Check() {}
+    /// Waits until the stream's channel can be used as `events` (POLLIN, POLLOUT) say.
+    /// \return what it can be used for; POLLHUP when the peer has ended and nothing more will come, though others
+    ///         may hold its ends open; 0 when the deadline has passed
+    /// \throws what is to end the operation
+    virtual short Wait(short events, Clock::time_point deadline) = 0;
 
-    /// Appends what else is to be watched while the stream waits.
-    virtual void Watch(std::vector<pollfd>& /*set*/) {}
-
-    /// The stream has waited; what `Watch` named may be ready.
-    virtual void Woken() {}
-
-    /// Whether the peer is no more, though others may hold its ends open. Asked after a wait in vain.
-    virtual bool HasPeerEnded() { return false; }
-
-    /// What became of a peer that is gone, and its last words; a sentence to append, or empty.
-    virtual std::string Fate() { return {}; }
-
-    /// The last words alone.
-    virtual std::string LastWords() { return {}; }
+    /// Sentences to append to the message of a failure: the peer's last words, and what became of a peer that
+    /// `isGone`.
+    virtual std::string Epitaph(bool /*isGone*/) { return {}; }
 };
 
-/// Reads and writes frames. Owns no descriptor.
+/// Reads and writes frames. Owns no descriptor. Serves no copy of its process that was made by `fork`.
 ///
-/// A small message is written and read in one piece each; one read may bring many. Writing takes in what
-/// arrives meanwhile, so two peers that both write first don't block each other. An operation that was
-/// ended by its deadline or by the owner in the middle of a message can be taken up again when it was a
-/// read; after half a written message the stream refuses to be used.
+/// Reading: bytes go from the channel into the assembler, messages come out of it. A read that was ended early
+/// can be taken up again.
+///
+/// Writing: what is to go out is put behind `m_output`, which goes out from its front, if possible in one piece.
+/// Meanwhile the stream takes in what arrives, so two peers that both write first don't block each other. Half a
+/// message is the end of the stream: every later operation is refused. A message that was not begun is taken back.
 class APIGEN_API CFrameStream {
 public:
     CFrameStream(CChannel channel, IStreamOwner& owner) noexcept : m_channel(channel), m_owner(owner) {}
@@ -64,51 +58,53 @@ public:
     /// The same without a copy, for a message that is looked at once: valid until the next operation.
     std::string_view ReadView();
     std::string ReadRawText(std::size_t maxBytes, bool& ended);
+
     void WriteString(std::string_view text);
+    /// The message waits for the next one, or for the next time that the stream asks for input. Sends nothing.
+    void WriteLater(std::string_view text);
+    /// Sends of what waits as much as goes at once, on a channel that does not block. A failure of it shows in the
+    /// next operation.
+    void SendQueued();
+
+    std::array<pollfd, 2> PollSet(short events) const noexcept { return m_channel.PollSet(events); }
 
     /// From now on every operation throws PeerGoneError with this reason; the first reason stays.
     void GiveUp(std::string_view reason) noexcept;
 
 private:
-    void BeginOperation(const char* action);
-    bool BeginMessage();
-    std::string ReadRest();
-    void RefuseOverlong(unsigned long length);
-    void SendAll(std::string_view text);
+    class COutgoing;
 
-    /// Both return 0 at the end of the input.
-    std::size_t Receive(char* into, std::size_t room);
-    std::size_t ReceiveIntoQueue();
-    void ReceiveAhead();
+    void Begin(const char* action);
+    void BeginMessage(std::string_view text);
+    void AwaitMessage();
+    bool Receive();
+    bool MayReceiveAhead() const noexcept;
+    bool ReceiveAhead();
 
-    /// Waits until the stream can go on, or, while it writes, until something can be read; true in that case.
-    bool Wait(bool forWriting);
-    bool IsReadable() const;
+    void Send(std::string_view text);
+    bool SendSome(std::string_view& text);
 
+    [[noreturn]] void ThrowOverlong();
+    [[noreturn]] void ThrowEnded();
+    [[noreturn]] void ThrowClosed(const char* how);
+    [[noreturn]] void ThrowTimeout();
+    [[noreturn]] void ThrowGone(const std::string& why);
     std::string Cannot(std::string_view why) const;
     std::string Progress() const;
-    [[noreturn]] void ThrowTimeout(const std::string& progress);
-    [[noreturn]] void ThrowGone(const std::string& why);
 
     CChannel m_channel;
     IStreamOwner& m_owner;
     Clock::time_point m_deadline = Clock::time_point::max();
+    CProcessMark m_origin;
+    std::optional<std::string> m_lost;  // why the stream is not to be used any more
 
-    const char* m_action = "";
-    bool m_continued = false;  // the operation has made its first receive
-    bool m_inputEnded = false;
-    bool m_givenUp = false;
-    std::string m_reason;
+    const char* m_action = "";    // of the operation under way, for messages
+    bool m_isContinued = false;   // it has received before
+    const char* m_end = nullptr;  // how the input ended
 
-    CByteQueue m_input;
-    std::size_t m_viewed = 0;  // how many bytes of it are done with when the next operation begins
-    std::string m_longView;    // a message that was handed out as a view and is in no queue
-    std::vector<pollfd> m_pollSet;
-
-    // The message that is being read: its announced length, and what has come of it.
-    bool m_inMessage = false;
-    std::size_t m_length = 0;
-    std::string m_message;
+    CMessageAssembler m_input;
+    std::string m_output;
+    std::size_t m_sent = 0;  // how much of it is gone
 };
 
 }  // namespace apigen::common

@@ -2,13 +2,13 @@
 #include <apigen/ApiException.h>
 #include <apigen/CProcess.h>
 
-#include <signal.h>
-
 #include <chrono>
 #include <optional>
 #include <utility>
 
 #include "support/common/CProcessDevice.h"
+#include "support/common/ProcessMark.h"
+#include "support/common/Quietly.h"
 #include "support/common/Text.h"
 
 namespace apigen {
@@ -18,10 +18,24 @@ namespace {
 using namespace std::chrono_literals;
 using common::Clock;
 using common::CProcessDevice;
-using EOutput = CProcessDevice::EOutput;
+using common::DeadlineAfter;
 
 constexpr auto ExitGrace = 2s;
 constexpr auto TermGrace = 1s;
+// After SIGKILL. One that we may not signal, or that hangs in the system, is left behind then.
+constexpr auto KillGrace = 1s;
+
+// Most tools end as soon as they are asked to. A caller that has just been told of a failure waits no longer.
+constexpr auto AbandonPatience = 50ms;
+
+common::SChildStart StartOf(const std::string& program, const std::vector<std::string>& arguments,
+                            const std::unordered_map<std::string, std::string>& environment) {
+    common::SChildStart start;
+    start.Program = program;
+    start.Arguments = arguments;
+    start.Environment = common::EnvironmentWith(program, environment);
+    return start;
+}
 
 }  // namespace
 
@@ -31,12 +45,14 @@ public:
          const std::unordered_map<std::string, std::string>& environment, std::shared_ptr<ILogger> logger)
         : m_program(program),
           m_logger(std::move(logger)),
-          m_device(std::make_shared<CProcessDevice>(program, arguments, environment)) {}
+          m_device(std::make_shared<CProcessDevice>(StartOf(program, arguments, environment))) {}
 
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
     ~Impl() {
+        const common::CNoCancellation uncancelled;
+        if (!m_origin.IsHere()) return;
         if (m_abandoned) {
             FinishAbandoned();
         } else {
@@ -46,17 +62,16 @@ public:
         LogEnd();
     }
 
-    void LogStart() const {
-        if (m_logger) m_logger->Info("Started " + m_device->Description());
-    }
+    void LogStart() const { Log("Started " + m_device->Description()); }
 
     const std::shared_ptr<CProcessDevice>& Device() const noexcept { return m_device; }
 
     CProcessExitCode GetExitCode() {
+        if (!m_origin.IsHere()) throw PeerGoneError(m_device->Description() + " belongs to another process");
         m_device->CloseInputAndOutput("the exit code has been asked for");
         if (m_abandoned) {
             FinishAbandoned();
-        } else if (!m_device->AwaitEnd(m_device->Deadline(), EOutput::Discard)) {
+        } else if (!m_device->AwaitEnd(m_device->Deadline())) {
             throw TimeoutError("Cannot get the exit code of " + m_device->Description() +
                                ": it did not end in time" + m_device->LastWords());
         }
@@ -64,40 +79,66 @@ public:
         return {m_device->Child().WaitStatus(), m_program, m_device->ErrorTail()};
     }
 
-    void GiveUp(int signal) noexcept {
-        m_device->CloseAll("the process has been given up");
-        m_device->Child().Signal(signal);
-        if (!m_abandoned) m_abandoned = Clock::now();
+    void Abandon() noexcept {
+        if (!GiveUp()) return;
+        m_device->Child().AskToEnd();
+        m_device->Child().AwaitEnd(DeadlineAfter(AbandonPatience));
+    }
+
+    void Kill() noexcept {
+        GiveUp();
+        m_device->Child().Kill();
+    }
+
+    void Tend() noexcept {
+        if (!m_abandoned || !m_origin.IsHere() || m_device->Child().HasEnded()) return;
+        if (Clock::now() >= *m_abandoned + TermGrace) m_device->Child().Kill();
     }
 
 private:
+    /// True the first time.
+    bool GiveUp() noexcept {
+        if (!m_origin.IsHere()) return false;
+        m_device->CloseAll("the process has been given up");
+        if (m_abandoned) return false;
+        m_abandoned = Clock::now();
+        return true;
+    }
+
     void End() noexcept {
         m_device->CloseInput("the process is being ended");
-        if (m_device->AwaitEnd(Clock::now() + ExitGrace, EOutput::Discard)) return;
-        m_device->Child().Signal(SIGTERM);
-        EndBy(Clock::now() + TermGrace);
+        if (m_device->AwaitEnd(DeadlineAfter(ExitGrace))) return;
+        m_device->Child().AskToEnd();
+        EndBy(DeadlineAfter(TermGrace));
     }
 
     void FinishAbandoned() noexcept { EndBy(*m_abandoned + TermGrace); }
 
     void EndBy(Clock::time_point deadline) noexcept {
-        if (m_device->AwaitEnd(deadline, EOutput::Discard)) return;
-        m_device->Child().Signal(SIGKILL);
-        m_device->AwaitEnd(Clock::time_point::max(), EOutput::Discard);
+        if (m_device->AwaitEnd(deadline)) return;
+        m_device->Child().Kill();
+        m_device->AwaitEnd(DeadlineAfter(KillGrace));
     }
 
     void LogEnd() noexcept {
-        if (!m_logger || std::exchange(m_endLogged, true)) return;
-        try {
-            m_logger->Info(m_device->Description() + ' ' +
-                           common::EndingText(m_device->Child().WaitStatus()));
-        } catch (...) {  // a logger's failure is no reason to leave the caller without a result
-        }
+        if (std::exchange(m_endLogged, true)) return;
+        auto& child = m_device->Child();
+        common::Quietly([&] {
+            Log(m_device->Description() + ' ' +
+                (child.HasEnded() ? common::EndingText(child.WaitStatus())
+                                  : "can't be ended and is left behind"));
+        });
+    }
+
+    /// A logger's failure is no reason to leave the caller without a result.
+    void Log(const std::string& text) const {
+        if (m_logger != nullptr) common::Quietly([&] { m_logger->Info(text); });
     }
 
     std::string m_program;
     std::shared_ptr<ILogger> m_logger;
     std::shared_ptr<CProcessDevice> m_device;
+    common::CProcessMark m_origin;
     std::optional<Clock::time_point> m_abandoned;
     bool m_endLogged = false;
 };
@@ -119,11 +160,16 @@ CProcessExitCode CProcess::GetExitCode() {
 }
 
 void CProcess::Abandon() noexcept {
-    m_impl->GiveUp(SIGTERM);
+    const common::CNoCancellation uncancelled;
+    m_impl->Abandon();
 }
 
 void CProcess::Kill() noexcept {
-    m_impl->GiveUp(SIGKILL);
+    m_impl->Kill();
+}
+
+void CProcess::Tend() noexcept {
+    m_impl->Tend();
 }
 
 int CProcess::Pid() const noexcept {

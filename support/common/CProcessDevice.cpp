@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "support/common/Text.h"
 
@@ -18,20 +19,28 @@ using namespace std::chrono_literals;
 // A tool that dies closes its streams a moment before it can be collected.
 constexpr auto FatePatience = 100ms;
 
-// How often the end is asked for on a system that does not announce it.
-constexpr int PollRoundMilliseconds = 10;
-
 // What is read of standard error in one go. A tool's offspring may write to it for ever.
 constexpr std::size_t ErrorRoundBytes = 64 * 1024;
 constexpr std::size_t ErrorRestBytes = 1024 * 1024;
 
 }  // namespace
 
-CProcessDevice::CProcessDevice(const std::string& program, const std::vector<std::string>& arguments,
-                               const std::unordered_map<std::string, std::string>& environment)
-    : m_program(program),
-      m_child(program, arguments, environment, m_streams),
-      m_stream(CChannel::Pipes(m_streams.output.Get(), m_streams.input.Get()), *this) {}
+/// A function, so that the streams are there before the child that is made with them.
+CChildProcess CProcessDevice::StartWithStreams(SChildStart&& start, SStreams& ours) {
+    SPipe input = MakePipeToWrite(start.Program);
+    SPipe output = MakePipeToRead(start.Program);
+    SPipe error = MakePipeToRead(start.Program);
+    start.Descriptors.push_back({STDIN_FILENO, input.Theirs.Get()});
+    start.Descriptors.push_back({STDOUT_FILENO, output.Theirs.Get()});
+    start.Descriptors.push_back({STDERR_FILENO, error.Theirs.Get()});
+    ours = {std::move(input.Ours), std::move(output.Ours), std::move(error.Ours)};
+    return CChildProcess(start);
+}
+
+CProcessDevice::CProcessDevice(SChildStart start)
+    : m_program(start.Program),
+      m_child(StartWithStreams(std::move(start), m_streams)),
+      m_stream(CChannel::Pipes(m_streams.Output.Get(), m_streams.Input.Get()), *this) {}
 
 std::string CProcessDevice::ReadRawText(unsigned long maxBytes, bool& flag) {
     return m_stream.ReadRawText(maxBytes, flag);
@@ -45,38 +54,43 @@ void CProcessDevice::WriteString(const std::string& text) {
     m_stream.WriteString(text);
 }
 
+void CProcessDevice::WriteLater(const std::string& text) {
+    m_stream.WriteLater(text);
+}
+
+void CProcessDevice::SendQueued() {
+    m_stream.SendQueued();
+}
+
 void CProcessDevice::SetDeadline(Clock::time_point deadline) {
     m_stream.SetDeadline(deadline);
 }
 
 void CProcessDevice::CloseInput(std::string_view reason) noexcept {
     m_stream.GiveUp(reason);
-    m_streams.input.Close();
+    m_streams.Input.Close();
 }
 
 void CProcessDevice::CloseInputAndOutput(std::string_view reason) noexcept {
     CloseInput(reason);
-    m_streams.output.Close();
+    m_streams.Output.Close();
 }
 
 void CProcessDevice::CloseAll(std::string_view reason) noexcept {
     CloseInputAndOutput(reason);
     DrainError(ErrorRestBytes);
-    m_streams.error.Close();
+    m_streams.Error.Close();
 }
 
 bool CProcessDevice::AwaitEnd(Clock::time_point deadline, EOutput output) noexcept {
     while (!m_child.HasEnded()) {
         if (IsPast(deadline)) return false;
-        std::array<pollfd, 3> set{
-            pollfd{m_child.EndDescriptor(), POLLIN, 0}, pollfd{m_streams.error.Get(), POLLIN, 0},
-            pollfd{output == EOutput::Discard ? m_streams.output.Get() : -1, POLLIN, 0}};
-        int timeout = PollTimeout(deadline);
-        if (m_child.EndDescriptor() < 0)
-            timeout = timeout < 0 ? PollRoundMilliseconds : std::min(timeout, PollRoundMilliseconds);
-        if (::poll(set.data(), set.size(), timeout) <= 0) continue;
-        if (set[1].revents != 0) DrainError(ErrorRoundBytes);
-        if (set[2].revents != 0) DiscardOutput();
+        std::array<pollfd, 2> set{
+            pollfd{m_streams.Error.Get(), POLLIN, 0},
+            pollfd{output == EOutput::Discard ? m_streams.Output.Get() : -1, POLLIN, 0}};
+        m_child.AwaitNews(set.data(), set.size(), deadline);
+        if (set[0].revents != 0) DrainError(ErrorRoundBytes);
+        if (set[1].revents != 0) DiscardOutput();
     }
     DrainError(ErrorRestBytes);
     return true;
@@ -84,11 +98,11 @@ bool CProcessDevice::AwaitEnd(Clock::time_point deadline, EOutput output) noexce
 
 void CProcessDevice::DrainError(std::size_t maxBytes) noexcept {
     std::array<char, 16 * 1024> bytes;
-    while (m_streams.error && maxBytes != 0) {
+    while (m_streams.Error && maxBytes != 0) {
         const ssize_t count = RetryInterrupted(
-            [&] { return ::read(m_streams.error.Get(), bytes.data(), std::min(bytes.size(), maxBytes)); });
+            [&] { return ::read(m_streams.Error.Get(), bytes.data(), std::min(bytes.size(), maxBytes)); });
         if (count < 0 && errno == EAGAIN) return;
-        if (count <= 0) return m_streams.error.Close();
+        if (count <= 0) return m_streams.Error.Close();
         m_tail.Append({bytes.data(), static_cast<std::size_t>(count)});
         maxBytes -= static_cast<std::size_t>(count);
     }
@@ -97,8 +111,8 @@ void CProcessDevice::DrainError(std::size_t maxBytes) noexcept {
 void CProcessDevice::DiscardOutput() noexcept {
     std::array<char, 16 * 1024> bytes;
     const ssize_t count =
-        RetryInterrupted([&] { return ::read(m_streams.output.Get(), bytes.data(), bytes.size()); });
-    if (count == 0 || (count < 0 && errno != EAGAIN)) m_streams.output.Close();
+        RetryInterrupted([&] { return ::read(m_streams.Output.Get(), bytes.data(), bytes.size()); });
+    if (count == 0 || (count < 0 && errno != EAGAIN)) m_streams.Output.Close();
 }
 
 std::string CProcessDevice::Description() const {
@@ -109,17 +123,25 @@ std::string CProcessDevice::Peer() const {
     return Quoted(m_program);
 }
 
-void CProcessDevice::Watch(std::vector<pollfd>& set) {
-    set.push_back({m_streams.error.Get(), POLLIN, 0});
-    set.push_back({m_child.EndDescriptor(), POLLIN, 0});
+short CProcessDevice::Wait(short events, Clock::time_point deadline) {
+    for (;;) {
+        const auto ends = m_stream.PollSet(events);
+        std::array<pollfd, 3> set{ends[0], ends[1], pollfd{m_streams.Error.Get(), POLLIN, 0}};
+        const bool mayHaveEnded = m_child.AwaitNews(set.data(), set.size(), deadline);
+        if (set[2].revents != 0) DrainError(ErrorRoundBytes);
+        const short ready = CChannel::Ready(set.data());
+        if (ready != 0 || IsPast(deadline)) return ready;
+        if (!mayHaveEnded || !m_child.HasEnded()) continue;
+        // It may have written its last words after the streams were looked at and before its end was.
+        auto input = m_stream.PollSet(static_cast<short>(events & POLLIN));
+        PollPatiently(input.data(), input.size(), 0);
+        return CChannel::Ready(input.data()) != 0 ? POLLIN : POLLHUP;
+    }
 }
 
-void CProcessDevice::Woken() {
-    DrainError(ErrorRoundBytes);
-}
-
-std::string CProcessDevice::Fate() {
-    const auto deadline = std::min(m_stream.Deadline(), Clock::now() + FatePatience);
+std::string CProcessDevice::Epitaph(bool isGone) {
+    if (!isGone) return LastWords();
+    const auto deadline = std::min(m_stream.Deadline(), DeadlineAfter(FatePatience));
     std::string fate =
         AwaitEnd(deadline, EOutput::Keep) ? ". It " + EndingText(m_child.WaitStatus()) : std::string();
     return fate + LastWords();

@@ -3,13 +3,11 @@
 /// The device on a child's standard streams.
 #pragma once
 
+#include <apigen/Export.h>
 #include <apigen/IIoDev.h>
 
-#include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <vector>
 
 #include "support/common/CChildProcess.h"
 #include "support/common/CFrameStream.h"
@@ -17,17 +15,20 @@
 
 namespace apigen::common {
 
-/// Frames on the child's standard input and output; collects its standard error meanwhile, so that the
-/// child never blocks on it. Outlives the process when somebody holds it.
-class CProcessDevice final : public IIoDev, private IStreamOwner {
+/// Frames, or plain output, on the child's standard input and output; collects its standard error meanwhile, so
+/// that the child never blocks on it. Outlives the process when somebody holds it.
+class APIGEN_API CProcessDevice final : public IIoDev, private IStreamOwner {
 public:
-    CProcessDevice(const std::string& program, const std::vector<std::string>& arguments,
-                   const std::unordered_map<std::string, std::string>& environment);
+    /// \param start gets the three streams in addition to what it says
+    explicit CProcessDevice(SChildStart start);
 
+    /// Goes as far as the child has written: offspring that holds its output open is not waited for.
     std::string ReadRawText(unsigned long maxBytes, bool& flag) override;
     std::string ReadString() override;
     void WriteString(const std::string& text) override;
     void SetDeadline(Clock::time_point deadline) override;
+    void WriteLater(const std::string& text) override;
+    void SendQueued() override;
 
     Clock::time_point Deadline() const noexcept { return m_stream.Deadline(); }
     CChildProcess& Child() noexcept { return m_child; }
@@ -37,15 +38,9 @@ public:
     void CloseInputAndOutput(std::string_view reason) noexcept;
     void CloseAll(std::string_view reason) noexcept;
 
-    /// What becomes of output that has not been read while the end is awaited.
-    enum class EOutput {
-        Keep,
-        Discard
-    };
-
-    /// Waits for the child's end, emptying its standard error meanwhile; false when it is still running at
-    /// `deadline`.
-    bool AwaitEnd(Clock::time_point deadline, EOutput output) noexcept;
+    /// Waits for the child's end, emptying its standard error and throwing its output away meanwhile; false when
+    /// it is still running at `deadline`.
+    bool AwaitEnd(Clock::time_point deadline) noexcept { return AwaitEnd(deadline, EOutput::Discard); }
 
     /// `"prog" (pid 7)`.
     std::string Description() const;
@@ -54,20 +49,34 @@ public:
     std::string ErrorTail() const { return m_tail.Text(); }
 
     /// The same as a sentence to append to a message; empty when there is nothing.
-    std::string LastWords() override;
+    std::string LastWords();
 
 private:
-    std::string Peer() const override;
-    void Watch(std::vector<pollfd>& set) override;
-    void Woken() override;
-    bool HasPeerEnded() override { return m_child.HasEnded(); }
-    std::string Fate() override;
+    /// What becomes of output that has not been read while the end is awaited.
+    enum class EOutput {
+        Keep,
+        Discard
+    };
 
+    /// Our ends. `Input` is what we write to.
+    struct SStreams {
+        CDescriptor Input;
+        CDescriptor Output;
+        CDescriptor Error;
+    };
+
+    static CChildProcess StartWithStreams(SChildStart&& start, SStreams& ours);
+
+    std::string Peer() const override;
+    short Wait(short events, Clock::time_point deadline) override;
+    std::string Epitaph(bool isGone) override;
+
+    bool AwaitEnd(Clock::time_point deadline, EOutput output) noexcept;
     void DrainError(std::size_t maxBytes) noexcept;
     void DiscardOutput() noexcept;
 
     std::string m_program;
-    SChildStreams m_streams;
+    SStreams m_streams;
     CChildProcess m_child;
     CFrameStream m_stream;
     COutputTail m_tail;

@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "support/common/CChildProcess.h"
 #include "support/common/Text.h"
 
 namespace apigen {
@@ -15,6 +16,10 @@ CProcessExitCode::CProcessExitCode(int waitStatus, std::string program, std::str
 
 CProcessExitCode::operator bool() const noexcept {
     return WIFEXITED(m_waitStatus) && WEXITSTATUS(m_waitStatus) == 0;
+}
+
+bool CProcessExitCode::IsKnown() const noexcept {
+    return m_waitStatus != common::CChildProcess::UnknownStatus;
 }
 
 void CProcessExitCode::GenerateException() const {

@@ -705,12 +705,12 @@ TEST_F(Process, StartAndEndAreLoggedWithoutArguments) {
     EXPECT_THAT(logger->lines, testing::ElementsAre("Started " + who, who + " exited with status 0"));
 }
 
-TEST_F(Process, ALoggerThatThrowsLeavesNoChild) {
+TEST_F(Process, ALoggerThatThrowsChangesNothing) {
     class CThrowingLogger : public ILogger {
         void Info(const std::string&) override { throw ApiInternalError("disk full"); }
         void Error(const std::string&, std::exception&) override {}
     };
-    MessageOf<ApiInternalError>([&] { Start({"echo"}, {}, std::make_shared<CThrowingLogger>()); });
+    EXPECT_NO_THROW(Start({"echo"}, {}, std::make_shared<CThrowingLogger>()));
 }
 
 TEST_F(Process, ManyProcessesMayRunSideBySideInThreads) {
