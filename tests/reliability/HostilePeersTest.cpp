@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <limits>
 
 #include "tests/events/Sockets.h"
@@ -289,8 +290,17 @@ TEST_F(Limits, OfAnAnswerAreKeptToTheByte) {
 
 class Handles : public CReliabilityTest {
 protected:
-    static std::shared_ptr<apigen::CApiClientInvoker> Service() {
-        return Invoker({}, 60s, nullptr, RELIABILITY_SERVICE);
+    static std::shared_ptr<apigen::CApiClientInvoker> Service(const Arguments& arguments = {}) {
+        return Invoker(arguments, 60s, nullptr, RELIABILITY_SERVICE);
+    }
+
+    /// Opens objects until one is refused.
+    static SOutcome OpenAll(zamclientlib::ITarvoInstaller& root,
+                            std::vector<std::shared_ptr<zamclientlib::IService>>& objects, std::size_t most) {
+        SOutcome outcome;
+        while (outcome.Kind == EOutcome::Success && objects.size() < most)
+            outcome = OutcomeOf([&] { objects.push_back(root.FindService("a")); });
+        return outcome;
     }
 };
 
@@ -317,6 +327,41 @@ TEST_F(Handles, ThatAreForgedAreRefusedAndHarmNobody) {
     const SOutcome outcome = OutcomeOf([&] { other->GetName(); });
     EXPECT_EQ(outcome.Kind, EOutcome::Internal) << outcome;
     EXPECT_EQ(own->GetName(), "own");
+}
+
+TEST_F(Handles, WithoutEndAreRefusedAtTheLimitAndGivenAgainAfterReleases) {
+    const auto invoker = Service({"limit=100"});
+    const auto root =
+        std::make_shared<zamclientlib::ITarvoInstaller_Proxy>(invoker, invoker->GetRootHandle());
+    std::vector<std::shared_ptr<zamclientlib::IService>> objects;
+    for (int round = 0; round < 3; ++round) {
+        const SOutcome outcome = OpenAll(*root, objects, 1000);
+        EXPECT_TRUE(outcome.Kind == EOutcome::Refused || outcome.Kind == EOutcome::Internal) << outcome;
+        EXPECT_EQ(objects.size(), 99U) << "the root is the hundredth";
+        EXPECT_EQ(objects.back()->GetName(), "a");
+        EXPECT_TRUE(root->IsSystemSupported());
+        objects.resize(90);
+    }
+}
+
+TEST_F(Handles, WithoutEndTakeMemoryToAMeasure) {
+    if (!IsFull() || IsSanitized) GTEST_SKIP() << "runs with ZAM_RELIABILITY=full";
+    // By hand: a client that keeps no objects itself.
+    CRawTool tool(RELIABILITY_SERVICE);
+    tool.Receive();
+    const std::string request = tests::Frame(
+        "<Data><serviceName>a</serviceName><__handle>1</__handle>"
+        "<__method>FindService_15620865180769635232</__method></Data>");
+    std::size_t count = 1;
+    for (;; ++count) {
+        tool.Send(request);
+        if (tool.Receive().find("<__handle>") == std::string::npos) break;
+    }
+    EXPECT_EQ(count, zamservice::CService::DefaultObjectLimit);
+    const std::size_t memory = MemoryOf("/proc/" + std::to_string(tool.Pid()) + "/status", "VmHWM");
+    RecordProperty("MiB", static_cast<int>(memory / MiB));
+    std::printf("%zu objects take %zu MiB\n", count, memory / MiB);
+    EXPECT_LT(memory, 1024 * MiB);
 }
 
 TEST_F(Handles, ThatAreNoNumbersAreRefused) {

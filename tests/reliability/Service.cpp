@@ -3,7 +3,9 @@
 /// A service of the kit's that keeps nothing of what it is given.
 #include <zamservice/Service.h>
 
+#include <cstdlib>
 #include <memory>
+#include <string>
 #include <utility>
 
 namespace {
@@ -48,6 +50,16 @@ public:
 
 }  // namespace
 
-int main() {
-    return zamservice::ServeStandardStreams([] { return zamservice::CService(std::make_shared<CRoot>()); });
+/// An argument `limit=N` says how many objects a client may hold.
+int main(int argc, char** argv) {
+    std::size_t limit = zamservice::CService::DefaultObjectLimit;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument.rfind("limit=", 0) == 0) limit = std::strtoul(argument.c_str() + 6, nullptr, 10);
+    }
+    return zamservice::ServeStandardStreams([limit] {
+        zamservice::CService service(std::make_shared<CRoot>());
+        service.SetObjectLimit(limit);
+        return service;
+    });
 }
