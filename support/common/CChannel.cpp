@@ -9,6 +9,8 @@
 #include <atomic>
 #include <cerrno>
 
+#include "support/common/Quietly.h"
+
 namespace apigen::common {
 
 namespace {
@@ -16,7 +18,7 @@ namespace {
 // RWF_NOSIGNAL of Linux 6.18, younger than the C library's headers may be.
 constexpr int WriteWithoutSignalFlag = 0x100;
 
-ssize_t WriteToPipe(int fd, const iovec* parts, std::size_t count) noexcept {
+ssize_t WriteToPipe(int fd, const iovec* parts, std::size_t count) {
     static std::atomic<bool> systemHasFlag = true;
     if (systemHasFlag.load(std::memory_order_relaxed)) {
         const ssize_t written = ::pwritev2(fd, parts, static_cast<int>(count), -1, WriteWithoutSignalFlag);
@@ -28,7 +30,9 @@ ssize_t WriteToPipe(int fd, const iovec* parts, std::size_t count) noexcept {
 
 }  // namespace
 
-ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count) noexcept {
+ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count) {
+    // Cancelled in between, the thread would keep the mask.
+    const CNoCancellation uncancelled;
     sigset_t brokenPipe;
     ::sigemptyset(&brokenPipe);
     ::sigaddset(&brokenPipe, SIGPIPE);
@@ -48,13 +52,17 @@ ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count) noexc
     return written;
 }
 
-ssize_t CChannel::Read(char* into, std::size_t room) const noexcept {
+ssize_t CChannel::Read(char* into, std::size_t room) const {
+    if (m_kind == EKind::AsTheyAre) return ::read(m_readFd, into, room);
+    const CNoCancellation uncancelled;
     return m_kind == EKind::Socket ? ::recv(m_readFd, into, room, MSG_DONTWAIT)
                                    : ::read(m_readFd, into, room);
 }
 
-ssize_t CChannel::Write(const iovec* parts, std::size_t count) const noexcept {
-    if (m_kind != EKind::Socket) return WriteToPipe(m_writeFd, parts, count);
+ssize_t CChannel::Write(const iovec* parts, std::size_t count) const {
+    if (m_kind == EKind::AsTheyAre) return WriteToPipe(m_writeFd, parts, count);
+    const CNoCancellation uncancelled;
+    if (m_kind == EKind::Pipes) return WriteToPipe(m_writeFd, parts, count);
     msghdr message{};
     message.msg_iov = const_cast<iovec*>(parts);
     message.msg_iovlen = count;

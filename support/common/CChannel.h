@@ -42,11 +42,11 @@ public:
         return static_cast<short>((set[0].revents != 0 ? POLLIN : 0) | (set[1].revents != 0 ? POLLOUT : 0));
     }
 
-    /// As `read`.
-    ssize_t Read(char* into, std::size_t room) const noexcept;
+    /// As `read`. The thread can be cancelled here only where it may wait.
+    ssize_t Read(char* into, std::size_t room) const;
 
-    /// As `writev`.
-    ssize_t Write(const iovec* parts, std::size_t count) const noexcept;
+    /// As `writev`, and likewise.
+    ssize_t Write(const iovec* parts, std::size_t count) const;
 
 private:
     enum class EKind {
@@ -65,6 +65,6 @@ private:
 
 /// `writev` without SIGPIPE on any system: keeps the signal from the calling thread for as long as it
 /// writes, which takes system calls of its own.
-APIGEN_API ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count) noexcept;
+APIGEN_API ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count);
 
 }  // namespace apigen::common

@@ -225,7 +225,7 @@ bool CChildProcess::HasEnded() noexcept {
     return m_ended = true;
 }
 
-bool CChildProcess::AwaitNews(pollfd* others, std::size_t count, Clock::time_point deadline) noexcept {
+bool CChildProcess::AwaitNews(pollfd* others, std::size_t count, Clock::time_point deadline) {
     constexpr std::size_t MaxOthers = 7;
     std::array<pollfd, MaxOthers + 1> set;
     std::copy_n(others, count, set.begin());
@@ -239,6 +239,7 @@ bool CChildProcess::AwaitNews(pollfd* others, std::size_t count, Clock::time_poi
 }
 
 bool CChildProcess::AwaitEnd(Clock::time_point deadline) noexcept {
+    const CNoCancellation uncancelled;
     while (!HasEnded()) {
         if (IsPast(deadline)) return false;
         AwaitNews(nullptr, 0, deadline);

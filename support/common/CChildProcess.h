@@ -87,9 +87,10 @@ public:
     /// As `waitpid` reports it; of a child that has ended.
     int WaitStatus() const noexcept { return m_waitStatus; }
 
-    /// Waits until the child has ended, one of `others` is ready, or the deadline has passed. May return early.
+    /// Waits until the child has ended, one of `others` is ready, or the deadline has passed. May return early. The
+    /// thread may be cancelled here.
     /// \return whether the child may have ended: `HasEnded` is worth asking
-    bool AwaitNews(pollfd* others, std::size_t count, Clock::time_point deadline) noexcept;
+    bool AwaitNews(pollfd* others, std::size_t count, Clock::time_point deadline);
 
     /// Waits for the end; false when the child is still running at the deadline.
     bool AwaitEnd(Clock::time_point deadline) noexcept;

@@ -7,6 +7,8 @@
 
 #include <utility>
 
+#include "support/common/Quietly.h"
+
 namespace apigen::common {
 
 class CDescriptor {
@@ -29,7 +31,9 @@ public:
 
     /// Not repeated after EINTR: the descriptor is free by then and may be somebody else's.
     void Close() noexcept {
-        if (m_fd >= 0) ::close(std::exchange(m_fd, -1));
+        if (m_fd < 0) return;
+        const CNoCancellation uncancelled;
+        ::close(std::exchange(m_fd, -1));
     }
 
 private:

@@ -121,6 +121,7 @@ private:
     }
 
     void LogEnd() noexcept {
+        const common::CNoCancellation uncancelled;
         if (std::exchange(m_endLogged, true)) return;
         auto& child = m_device->Child();
         common::Quietly([&] {

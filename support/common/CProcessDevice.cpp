@@ -83,6 +83,7 @@ void CProcessDevice::CloseAll(std::string_view reason) noexcept {
 }
 
 bool CProcessDevice::AwaitEnd(Clock::time_point deadline, EOutput output) noexcept {
+    const CNoCancellation uncancelled;
     while (!m_child.HasEnded()) {
         if (IsPast(deadline)) return false;
         std::array<pollfd, 2> set{

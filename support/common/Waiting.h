@@ -13,13 +13,16 @@
 #include <cstddef>
 #include <limits>
 
+#include "support/common/Quietly.h"
+
 namespace apigen::common {
 
 using Clock = IIoDev::Clock;
 
-/// Calls `systemCall` until a signal handler no longer cuts it short.
+/// Calls `systemCall`, one that does not wait for long, until a signal handler no longer cuts it short.
 template <class F>
 auto RetryInterrupted(F systemCall) noexcept {
+    const CNoCancellation uncancelled;
     for (;;) {
         const auto result = systemCall();
         if (result != -1 || errno != EINTR) return result;
@@ -41,8 +44,8 @@ inline int PollTimeout(Clock::time_point deadline) noexcept {
 }
 
 /// As `poll`, which also fails when the set is larger than the caller may have descriptors open. Rather than to wait
-/// for nothing at full speed, it takes a short rest then, and has everything looked at.
-inline int PollPatiently(pollfd* set, std::size_t count, int timeout) noexcept {
+/// for nothing at full speed, it takes a short rest then, and has everything looked at. The thread may be cancelled here.
+inline int PollPatiently(pollfd* set, std::size_t count, int timeout) {
     const int ready = ::poll(set, count, timeout);
     if (ready >= 0) return ready;
     const bool isInterrupted = errno == EINTR;
