@@ -147,6 +147,17 @@ inline std::ptrdiff_t OpenDescriptors() {
     return std::distance(begin(folder), end(folder));
 }
 
+/// What they are, for a message.
+inline std::string DescriptorList() {
+    std::string all;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        const auto target = std::filesystem::read_symlink(entry.path(), ignored);
+        all += ' ' + entry.path().filename().string() + '=' + target.string();
+    }
+    return all;
+}
+
 /// Whether any child, running or a zombie, is there. Collects none.
 inline bool HasChild() {
     siginfo_t info{};
@@ -226,7 +237,8 @@ protected:
     /// \return false after a failure, so that a loop can end with its first
     bool ExpectNothingLeft(const std::string& after) const {
         EXPECT_FALSE(HasChild()) << "a child is left after " << after;
-        EXPECT_EQ(OpenDescriptors(), m_descriptors) << "descriptors differ after " << after;
+        EXPECT_EQ(OpenDescriptors(), m_descriptors)
+            << "descriptors differ after " << after << ':' << DescriptorList();
         return !HasFailure();
     }
 

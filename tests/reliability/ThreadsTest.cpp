@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Many connections at once, and threads that are cancelled in the middle of a call.
+#include <zamclientlib/CSimpleLogger.h>
+#include <zamservice/EventSource.h>
+
 #include <pthread.h>
 
 #include <atomic>
@@ -174,6 +177,29 @@ TEST_F(CancelledThreads, AtAnyMomentOfConnectsCallsAndClosingsLeaveNothing) {
         EXPECT_LT(outcome.Took, 5s);
     }
     EXPECT_FALSE(HasChild());
+}
+
+TEST_F(CancelledThreads, AtAnyMomentOfEventStreamsAndLogsLeaveNothing) {
+    zamservice::CEventSource source(m_folder.Path("events"));
+    for (int round = 0; round < FullOr(2000, 60); ++round) {
+        CCancellable thread([&] {
+            for (unsigned long id = 1;; ++id) {
+                zamclientlib::CEventsStream stream(source.Config(), nullptr);
+                source.Publish(tests::NumberedEvent(id));
+                stream.ReadUntil(Clock::now() + 1ms);
+                zamclientlib::CSimpleLogger(m_folder.Path(), "a.log").Info("a line");
+                std::filesystem::remove(m_folder.Path("a.log"));
+                ::pthread_testcancel();
+            }
+        });
+        const auto end = Clock::now() + std::chrono::microseconds(round % 30 * 173);
+        while (Clock::now() < end) {
+        }
+        EXPECT_TRUE(thread.Cancel());
+        std::filesystem::remove(m_folder.Path("a.log"));
+    }
+    EXPECT_TRUE(Eventually([&] { return source.SubscriberCount() == 0; }));
+    source.Stop();
 }
 
 TEST_F(CancelledThreads, InMidConnectLeaveNothing) {
