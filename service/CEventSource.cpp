@@ -82,7 +82,10 @@ public:
         m_thread = std::thread([this] { Run(); });
     }
 
-    ~Impl() { Stop(); }
+    ~Impl() {
+        const apigen::common::CNoCancellation uncancelled;
+        Stop();
+    }
 
     const std::string& Path() const noexcept { return m_socket.Path(); }
 
@@ -266,6 +269,8 @@ CEventSource::CEventSource(const std::string& directory, const std::string& name
 CEventSource::~CEventSource() = default;
 
 void CEventSource::Publish(const zamclientlib::SBaseEvent& event) {
+    // It may accept newcomers, and a cancelled thread would lose one between the system and its descriptor.
+    const apigen::common::CNoCancellation uncancelled;
     m_impl->Publish(event);
 }
 
@@ -278,10 +283,12 @@ zamclientlib::SEventConfig CEventSource::Config() const {
 }
 
 std::size_t CEventSource::SubscriberCount() const {
+    const apigen::common::CNoCancellation uncancelled;
     return m_impl->SubscriberCount();
 }
 
 void CEventSource::Stop() noexcept {
+    const apigen::common::CNoCancellation uncancelled;
     m_impl->Stop();
 }
 
