@@ -49,10 +49,14 @@ void CompareCall(const CBench& bench, const std::string& name, EPlace place, dou
                              {[&] { callers.Exchange(); }});
         return bursts.MeasureRound(isOursFirst);
     });
-    CCallers callers(place);
-    const int runs = bench.IsOnce() ? 10 : 2000;
-    PrintNote("  a call makes", CountCosts([&] { callers.Call(); }, runs));
-    PrintNote("  the floor makes", CountCosts([&] { callers.Exchange(); }, runs));
+    const auto costsOf = [&](void (CCallers::*exchange)()) {
+        const auto prepare = [place, exchange]() -> std::function<void()> {
+            return [callers = std::make_shared<CCallers>(place), exchange] { (*callers.*exchange)(); };
+        };
+        return CountCosts(prepare, bench.IsOnce() ? 10 : 2000);
+    };
+    PrintNote("  a call makes", costsOf(&CCallers::Call));
+    PrintNote("  the floor makes", costsOf(&CCallers::Exchange));
 }
 
 }  // namespace

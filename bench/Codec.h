@@ -28,18 +28,18 @@ std::string Encode(const Value& value) {
     return apigen::SerializeDocument("__result", value);
 }
 
-/// By way of a container, as a program does that has a text of its own.
+/// By way of a container, as a program does that has a text of its own, and keeps it.
 template <class Record>
-Record Decode(std::string&& text) {
+Record Decode(const std::string& text) {
     Record record;
-    apigen::Deserialize(*Parse(std::move(text)), "__result", record);
+    apigen::Deserialize(*apigen::CXmlData::Unserialize(text), "__result", record);
     return record;
 }
 
 template <class Record>
-std::vector<Record> DecodeList(std::string&& text) {
+std::vector<Record> DecodeList(const std::string& text) {
     std::vector<Record> records;
-    apigen::DeserializeVector(*Parse(std::move(text)), "__result", records);
+    apigen::DeserializeVector(*apigen::CXmlData::Unserialize(text), "__result", records);
     return records;
 }
 

@@ -31,11 +31,12 @@ double CountSwitches(const std::function<void()>& run, int runs) {
 }
 
 /// Stops once before the first run, unless tracing is not allowed.
-[[noreturn]] void RunTraced(const std::function<void()>& run, int runs) {
+[[noreturn]] void RunTraced(const Prepare& prepare, int runs) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(0);
-    ::raise(SIGSTOP);
     try {
+        const auto run = prepare();
+        ::raise(SIGSTOP);
         for (int i = 0; i < runs; ++i)
             run();
     } catch (const std::exception&) {
@@ -64,10 +65,10 @@ long CountStops(pid_t pid) {
     }
 }
 
-std::optional<double> CountSystemCalls(const std::function<void()>& run, int runs) {
+std::optional<double> CountSystemCalls(const Prepare& prepare, int runs) {
     const pid_t pid = ::fork();
     Require(pid >= 0, "fork");
-    if (pid == 0) RunTraced(run, runs);
+    if (pid == 0) RunTraced(prepare, runs);
     int status = 0;
     Require(::waitpid(pid, &status, 0) == pid, "waiting for a process to be traced");
     if (!WIFSTOPPED(status)) return {};
@@ -76,10 +77,10 @@ std::optional<double> CountSystemCalls(const std::function<void()>& run, int run
 
 }  // namespace
 
-std::string CountCosts(const std::function<void()>& run, int runs) {
+std::string CountCosts(const Prepare& prepare, int runs) {
     char text[80];
-    int length = std::snprintf(text, sizeof text, "%.2f voluntary switches", CountSwitches(run, runs));
-    if (const auto calls = CountSystemCalls(run, runs))
+    int length = std::snprintf(text, sizeof text, "%.2f voluntary switches", CountSwitches(prepare(), runs));
+    if (const auto calls = CountSystemCalls(prepare, runs))
         length += std::snprintf(text + length, sizeof text - static_cast<std::size_t>(length),
                                 ", %.2f system calls", *calls);
     return {text, static_cast<std::size_t>(length)};

@@ -2,11 +2,13 @@
 // A whole round with the agent: take control, make a repository and a job, run it and follow its events.
 #include <zamclientlib/ZamClientLib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <iostream>
 #include <memory>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 using namespace zamclientlib;
@@ -25,12 +27,26 @@ apigen::Guid RandomGuid() {
     return guid;
 }
 
+/// An agent may answer a call for an object with none.
+template <class Object>
+std::shared_ptr<Object> Required(std::shared_ptr<Object> object, const std::string& name) {
+    if (object == nullptr) throw std::runtime_error("it handed out no " + name);
+    return object;
+}
+
+/// A message may quote several lines of the agent's.
+std::string InOneLine(std::string text) {
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
+}
+
 std::shared_ptr<IBackupJob> MakeJob(IZamProduct& product, const std::string& name) {
     SBackupRepositoryInfo repository;
     repository.Name = name + " repository";
     repository.Type = BackupTargetType::LocalFolder;
     repository.Location = "/tmp/" + name;
-    repository = product.GetRepositoryManager()->CreateRepository(repository);
+    const auto repositories = Required(product.GetRepositoryManager(), "repository manager");
+    repository = repositories->CreateRepository(repository);
 
     SBackupJobConfigurationInfo config;
     config.JobName = name;
@@ -38,21 +54,23 @@ std::shared_ptr<IBackupJob> MakeJob(IZamProduct& product, const std::string& nam
     config.Source.BackupMode = JobBackupMode::FileLevel;
     config.Source.IncludeDirs = {"/etc"};
     config.RetentionInfo.RestorePointsCount = 7;
-    return product.CreateBackupJob(config);
+    return Required(product.CreateBackupJob(config), "job");
 }
 
 /// Prints events until the session has finished.
 void Follow(CEventsStream& events, const apigen::Guid& session) {
+    constexpr std::chrono::seconds Patience(30);
     while (true) {
-        const SBaseEvent event = events.Read();
-        std::cout << "event " << event.Id << ": " << NameOf(event.Type) << '\n';
-        if (event.eventBackupJobFinished && event.eventBackupJobFinished->SessionId == session) return;
+        const auto event = events.ReadUntil(std::chrono::steady_clock::now() + Patience);
+        if (!event) throw std::runtime_error("no event has come for a long time");
+        std::cout << "event " << event->Id << ": " << NameOf(event->Type) << '\n';
+        if (event->eventBackupJobFinished && event->eventBackupJobFinished->SessionId == session) return;
     }
 }
 
 void PrintSessions(const IBackupJob& job) {
     for (const auto& session : job.GetBackupJobSessions()) {
-        const SBackupJobSessionInfo info = session->GetInfo();
+        const SBackupJobSessionInfo info = Required(session, "session")->GetInfo();
         std::cout << "session " << info.Uid.Serialize() << ": " << NameOf(info.State) << ", "
                   << NameOf(info.Result) << ", " << info.ReadSizeBytes << " bytes read\n";
         for (const auto& line : info.JobDetails) {
@@ -70,13 +88,13 @@ void Run() {
     owner.Name = "demo";
     owner.Type = ZAMOwnerType::Local;
     owner.Mode = ZAMOwnerMode::Exclusive;
-    const auto product = control->RequestControl(owner, false);
+    const auto product = Required(control->RequestControl(owner, false), "product");
 
     // Before anything happens, so that nothing is missed.
     CEventsStream events(control->GetEventConfig(), nullptr);
 
     const auto job = MakeJob(*product, "demo-" + owner.Id.Serialize().substr(1, 8));
-    const auto session = job->Start({});
+    const auto session = Required(job->Start({}), "session");
     Follow(events, session->GetInfo().Uid);
     PrintSessions(*job);
 
@@ -98,9 +116,11 @@ int main() {
         Run();
         return 0;
     } catch (const apigen::ApiInternalError& error) {
-        std::cerr << "The connection to the agent failed: " << error.what() << '\n';
+        std::cerr << "The connection to the agent failed: " << InOneLine(error.what()) << '\n';
+    } catch (const apigen::ApiException& error) {
+        std::cerr << "The agent refused: " << InOneLine(error.what()) << '\n';
     } catch (const std::exception& error) {
-        std::cerr << "The agent refused: " << error.what() << '\n';
+        std::cerr << "The agent does not do as expected: " << InOneLine(error.what()) << '\n';
     }
     return 1;
 }

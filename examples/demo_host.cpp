@@ -4,8 +4,10 @@
 //     demo_host [PATH-OF-TARVOINSTALLER]
 #include <zamclientlib/ZamClientLib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -91,6 +93,7 @@ void Demonstrate(const std::string& tool) {
 
     Title("Packages");
     const auto packages = installer->GetPackageManager();
+    if (packages == nullptr) throw std::runtime_error("The installer tool handed out no package manager");
     for (const char* name : {"dpkg", "libc6", "systemd", "no-such-package"}) {
         const auto package = packages->FindInstalledPackage(name);
         std::cout << "  " << name << ": " << (package ? package->VersionRaw : "not installed") << "\n";
@@ -116,7 +119,10 @@ int main(int argc, char** argv) {
         Demonstrate(argc > 1 ? argv[1] : "tarvoinstaller");
         return 0;
     } catch (const std::exception& error) {
-        std::cerr << "demo_host: " << error.what() << "\n";
+        // A message may quote several lines of the tool's.
+        std::string reason = error.what();
+        std::replace(reason.begin(), reason.end(), '\n', ' ');
+        std::cerr << "demo_host: " << reason << "\n";
         return 1;
     }
 }

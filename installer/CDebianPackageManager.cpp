@@ -18,9 +18,12 @@ namespace installer {
 namespace {
 
 using apigen::common::ErrorText;
+using apigen::common::Escaped;
 using apigen::common::Quoted;
 using zamclientlib::CGenericException;
 using zamclientlib::CPackageManagerIsLocked;
+
+constexpr const char* databaseFolder = "/var/lib/dpkg";
 
 constexpr auto archiveCheckLimit = std::chrono::minutes(10);
 
@@ -28,13 +31,15 @@ constexpr auto archiveCheckLimit = std::chrono::minutes(10);
 constexpr char entryEnd = '\x1e';
 
 // Debian policy 5.6.1: a name is more than wildcards, options and other programs' separators can spoil.
-void RequirePackageName(const std::string& name) {
+bool IsPackageName(const std::string& name) {
     const auto isAlphanumeric = [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); };
-    const bool isName = name.size() >= 2 && isAlphanumeric(name.front()) &&
-                        std::all_of(name.begin(), name.end(), [&](char c) {
-                            return isAlphanumeric(c) || c == '+' || c == '-' || c == '.';
-                        });
-    if (!isName) {
+    return name.size() >= 2 && isAlphanumeric(name.front()) &&
+           std::all_of(name.begin(), name.end(),
+                       [&](char c) { return isAlphanumeric(c) || c == '+' || c == '-' || c == '.'; });
+}
+
+void RequirePackageName(const std::string& name) {
+    if (!IsPackageName(name)) {
         throw CGenericException(Quoted(name) +
                                 " is no package name: a name has two characters or more, lower-case letters, "
                                 "digits, '+', '-' and '.', and begins with a letter or digit.");
@@ -51,7 +56,7 @@ std::filesystem::path RequireReadableFile(const std::string& path) {
     if (path.find('\0') != std::string::npos) ThrowBadFile(path, "the path holds a NUL character");
     std::error_code error;
     std::filesystem::path absolute = std::filesystem::absolute(path, error);
-    if (error) ThrowBadFile(path, error.message());
+    if (error) ThrowBadFile(path, ErrorText(error.value()));
     struct stat status {};
     if (stat(absolute.c_str(), &status) != 0) ThrowBadFile(absolute, ErrorText(errno));
     if (!S_ISREG(status.st_mode)) ThrowBadFile(absolute, "it is no regular file");
@@ -67,11 +72,15 @@ struct SPackageIdentity {
 SPackageIdentity ReadIdentity(const std::filesystem::path& path) {
     const SCommandResult result =
         RunQuery({"dpkg-deb", {"--show", "--showformat=${Package}\\n${Version}", "--", path.string()}});
-    if (!result.Succeeded()) ThrowBadFile(path, "it is no Debian package (" + result.Failure() + ")");
+    if (!result.Succeeded())
+        ThrowBadFile(path, "it is no Debian package (dpkg-deb " + result.Failure() + ")");
     const std::size_t lineEnd = result.Output.find('\n');
     SPackageIdentity identity{result.Output.substr(0, lineEnd),
                               lineEnd == std::string::npos ? "" : result.Output.substr(lineEnd + 1)};
-    RequirePackageName(identity.Name);
+    if (!IsPackageName(identity.Name)) {
+        ThrowBadFile(path,
+                     "it holds a package called " + Quoted(identity.Name) + ", which is no package name");
+    }
     return identity;
 }
 
@@ -79,13 +88,13 @@ SPackageIdentity ReadIdentity(const std::filesystem::path& path) {
 void RequireWholeArchive(const std::filesystem::path& path) {
     const SCommandResult result = RunQuery(
         {"dpkg-deb", {"--fsys-tarfile", "--", path.string()}, /*DropOutput=*/true}, archiveCheckLimit);
-    if (!result.Succeeded()) ThrowBadFile(path, "it is damaged (" + result.Failure() + ")");
+    if (!result.Succeeded()) ThrowBadFile(path, "it is damaged (dpkg-deb " + result.Failure() + ")");
 }
 
 std::string Joined(const std::vector<std::string>& texts) {
     std::string joined;
     for (const std::string& text : texts)
-        joined += (joined.empty() ? "" : ", ") + apigen::common::Escaped(text);
+        joined += (joined.empty() ? "" : ", ") + Escaped(text);
     return joined;
 }
 
@@ -112,6 +121,7 @@ void CDebianPackageManager::RemovePackages(std::vector<std::string> pkgNames) co
         if (!IsPresent(name)) {
             throw CGenericException("Can't remove the package '" + name + "': it is not installed.");
         }
+        RequireNoWayOut(name);
     }
     std::vector<std::string> arguments = m_context.IsRunningSystem()
                                              ? std::vector<std::string>{"remove", "-y", "--"}
@@ -134,15 +144,17 @@ bool CDebianPackageManager::IsPresent(const std::string& packageName) const {
 std::optional<CDebianPackageManager::SDatabaseEntry> CDebianPackageManager::Look(
     const std::string& packageName) const {
     RequirePackageName(packageName);
+    const std::string database = Database();
+    if (database.empty()) return std::nullopt;
     const SCommandResult result =
         RunQuery({"dpkg-query",
-                  {"--admindir=" + m_context.Inside("/var/lib/dpkg").string(), "--show",
+                  {"--admindir=" + database, "--show",
                    std::string("--showformat=${db:Status-Status}\\n${Version}\\n${Description}") + entryEnd,
                    "--", packageName}});
     // 1 tells that there is no such package; anything worse is 2.
     if (result.ExitStatus() == 1) return std::nullopt;
     if (!result.Succeeded()) {
-        throw CGenericException("Can't look up the package '" + packageName + "': dpkg-query failed with " +
+        throw CGenericException("Can't look up the package '" + packageName + "': dpkg-query " +
                                 result.Failure());
     }
 
@@ -179,7 +191,9 @@ std::vector<CDebianPackageManager::SPackageFile> CDebianPackageManager::CheckFil
         file.Name = std::move(identity.Name);
         file.Version = std::move(identity.Version);
         RequireWholeArchive(file.Path);
+        RequireNoWayOut(file);
         const auto entry = Look(file.Name);
+        if (entry && entry->IsPresent()) RequireNoWayOut(file.Name);
         if (entry && entry->IsInstalled()) {
             RequireNoDowngrade(file, *entry);
         } else if (purpose == EPurpose::Update) {
@@ -192,16 +206,53 @@ std::vector<CDebianPackageManager::SPackageFile> CDebianPackageManager::CheckFil
     return files;
 }
 
+void CDebianPackageManager::RequireNoWayOut(const SPackageFile& file) const {
+    RequireNoWayOut("Can't install " + Quoted(file.Path.string()),
+                    R"(dpkg-deb --fsys-tarfile -- "$1" | tar -t --quoting-style=literal)",
+                    file.Path.string());
+}
+
+void CDebianPackageManager::RequireNoWayOut(const std::string& installedPackage) const {
+    RequireNoWayOut("Can't replace or remove the package '" + installedPackage + "'",
+                    R"(dpkg-query --admindir="$2" --listfiles -- "$1")", installedPackage);
+}
+
+void CDebianPackageManager::RequireNoWayOut(const std::string& attempt, const std::string& listing,
+                                            const std::string& argument) const {
+    if (m_context.IsRunningSystem()) return;
+    // Of many files few folders remain.
+    const std::string script = listing + R"( | sed 's,/*[^/]*/*$,,' | sort -u)";
+    const SCommandResult result =
+        RunQuery({"sh", {"-c", script, "sh", argument, Database()}}, archiveCheckLimit);
+    if (!result.Succeeded())
+        throw CGenericException(attempt + ": listing its files failed, sh " + result.Failure());
+    for (std::string_view rest = result.Output; !rest.empty();) {
+        const std::string_view folder = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(folder.size() + 1, rest.size()));
+        if (!folder.starts_with('/') && !folder.starts_with("./")) continue;
+        if (const auto link = FindWayOut(m_context.Root, folder)) {
+            throw CGenericException(attempt + ": it has files behind the link " + Quoted(link->string()) +
+                                    ", which leads dpkg out of " + Quoted(m_context.Root.string()) + ".");
+        }
+    }
+}
+
 void CDebianPackageManager::RequireNoDowngrade(const SPackageFile& file,
                                                const SDatabaseEntry& installed) const {
     const SCommandResult isOlder =
         RunQuery({"dpkg", {"--compare-versions", file.Version, "lt", installed.Info.VersionRaw}});
-    if (isOlder.Succeeded()) {
-        throw CGenericException("Can't install " + Quoted(file.Path.string()) + ": its version " +
-                                file.Version + " of the package '" + file.Name +
-                                "' is older than the installed " + installed.Info.VersionRaw +
-                                ". Remove the package first.");
+    if (isOlder.ExitStatus() == 1) return;
+    const std::string attempt = "Can't install " + Quoted(file.Path.string()) + ": ";
+    const std::string version = Escaped(file.Version);
+    const std::string installedVersion = Escaped(installed.Info.VersionRaw);
+    if (!isOlder.Succeeded()) {
+        throw CGenericException(attempt + "its version " + version +
+                                " can't be compared with the installed " + installedVersion + ": dpkg " +
+                                isOlder.Failure());
     }
+    throw CGenericException(attempt + "its version " + version + " of the package '" + file.Name +
+                            "' is older than the installed " + installedVersion +
+                            ". Remove the package first.");
 }
 
 void CDebianPackageManager::InstallFiles(const std::vector<std::string>& paths, EPurpose purpose) const {
@@ -236,20 +287,43 @@ void CDebianPackageManager::Change(const std::string& what, const SCommand& comm
         m_context.Log->Info("Done: " + what);
         return;
     }
-    const std::string message = what + ": " + command.Program + " failed with " + result.Failure();
+    const std::string message = what + ": " + command.Program + " " + result.Failure();
     m_context.Log->Info(message);
-    if (TellsOfLock(result.ErrorText)) throw CPackageManagerIsLocked(message);
+    // dpkg's own complaint stands in apt-get's output.
+    if (TellsOfLock(result.ErrorText) || TellsOfLock(result.Output)) throw CPackageManagerIsLocked(message);
     throw CGenericException(message);
 }
 
+std::string CDebianPackageManager::Database() const {
+    if (m_context.IsRunningSystem()) return databaseFolder;
+    if (const auto folder = m_context.Resolve(databaseFolder)) return folder->string();
+    if (errno == ENOENT) return {};
+    throw CGenericException("Can't open the package database " +
+                            Quoted(m_context.Outside(databaseFolder).string()) + ": " + ErrorText(errno) +
+                            ".");
+}
+
 SCommand CDebianPackageManager::Dpkg(std::vector<std::string> arguments) const {
-    // The log that the host's configuration names is the host's, whatever the root.
-    const std::filesystem::path log = m_context.Inside("/var/log/dpkg.log");
-    std::error_code error;
-    const bool hasLogFolder = std::filesystem::is_directory(log.parent_path(), error);
-    arguments.insert(arguments.begin(), {"--root=" + m_context.Root.string(),
-                                         "--log=" + (hasLogFolder ? log.string() : "/dev/null")});
+    const std::string database = Database();
+    if (database.empty()) {
+        throw CGenericException("There is no package database in " + Quoted(m_context.Root.string()) + ".");
+    }
+    arguments.insert(arguments.begin(),
+                     {"--root=" + m_context.Root.string(), "--admindir=" + database, "--log=" + LogFile()});
     return {"dpkg", std::move(arguments)};
+}
+
+// The log that the host's configuration names is the host's, whatever the root.
+std::string CDebianPackageManager::LogFile() const {
+    if (const auto log = m_context.Resolve("/var/log/dpkg.log")) return log->string();
+    if (const auto folder = m_context.Resolve("/var/log/.")) {
+        std::error_code error;
+        const std::filesystem::path log = *folder / "dpkg.log";
+        // A link that leads nowhere in the system may well lead somewhere outside.
+        const auto type = std::filesystem::symlink_status(log, error).type();
+        if (type == std::filesystem::file_type::not_found) return log.string();
+    }
+    return "/dev/null";
 }
 
 }  // namespace installer

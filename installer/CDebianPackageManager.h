@@ -17,7 +17,8 @@ namespace installer {
 // On the running system apt-get changes packages, and so finds dependencies; in another root dpkg alone does.
 //
 // Everything that can be known beforehand is checked before anything changes: names, files (readable whole,
-// real packages, none older than what is installed), presence of what is updated or removed, the lock.
+// real packages, none older than what is installed), presence of what is updated or removed, links that would lead
+// dpkg out of another root, the lock.
 // A change that has begun goes on to its end, even when the tool is ended meanwhile.
 class CDebianPackageManager final : public zamclientlib::IPackageManager {
 public:
@@ -37,7 +38,12 @@ private:
         std::string Status;
         zamclientlib::SPackageInfo Info;
 
-        bool IsInstalled() const { return Status == "installed"; }
+        // Unpacked and configured; that a trigger of it or of another package is still to run takes nothing
+        // away.
+        bool IsInstalled() const {
+            return Status == "installed" || Status == "triggers-awaited" || Status == "triggers-pending";
+        }
+        // "unpacked", "half-configured" and "half-installed" as well: something is there, and doesn't work.
         bool IsPresent() const { return Status != "not-installed" && Status != "config-files"; }
     };
     struct SPackageFile {
@@ -52,10 +58,19 @@ private:
 
     std::optional<SDatabaseEntry> Look(const std::string& packageName) const;
     std::vector<SPackageFile> CheckFiles(const std::vector<std::string>& paths, EPurpose purpose) const;
+    // dpkg itself takes links of another root in the sense of the running system, and would write there.
+    void RequireNoWayOut(const SPackageFile& file) const;
+    void RequireNoWayOut(const std::string& installedPackage) const;
+    void RequireNoWayOut(const std::string& attempt, const std::string& listing,
+                         const std::string& argument) const;
     void RequireNoDowngrade(const SPackageFile& file, const SDatabaseEntry& installed) const;
     void InstallFiles(const std::vector<std::string>& paths, EPurpose purpose) const;
     void Change(const std::string& what, const SCommand& command) const;
     SCommand Dpkg(std::vector<std::string> arguments) const;
+    std::string LogFile() const;
+
+    // The folder of the package database; empty when the system has none.
+    std::string Database() const;
 
     SInstallerContext m_context;
 };

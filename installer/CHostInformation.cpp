@@ -4,11 +4,13 @@
 #include <zamclientlib/Exceptions.h>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <netpacket/packet.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/utsname.h>
 
 #include <algorithm>
@@ -108,8 +110,8 @@ zamclientlib::SSystemInformation CHostInformation::Read() const {
     const utsname names = Uname();
     SOsInformation os = ReadOs();
     zamclientlib::SSystemInformation information;
-    information.SystemUID = ReadGuidFile(m_context.Inside("/etc/machine-id"));
-    information.BiosUID = ReadGuidFile("/sys/class/dmi/id/product_uuid");
+    information.SystemUID = GuidIn(TryReadSmallFile(m_context, "/etc/machine-id").value_or(""));
+    information.BiosUID = GuidIn(TryReadSmallFile("/sys/class/dmi/id/product_uuid").value_or(""));
     information.OsName = std::move(os.Name);
     information.OsId = std::move(os.Id);
     information.OsVersion = os.Version;
@@ -124,8 +126,8 @@ zamclientlib::SSystemInformation CHostInformation::Read() const {
 }
 
 SOsInformation CHostInformation::ReadOs() const {
-    std::optional<std::string> text = TryReadSmallFile(m_context.Inside("/etc/os-release"));
-    if (!text) text = TryReadSmallFile(m_context.Inside("/usr/lib/os-release"));
+    std::optional<std::string> text = TryReadSmallFile(m_context, "/etc/os-release");
+    if (!text) text = TryReadSmallFile(m_context, "/usr/lib/os-release");
     std::map<std::string, std::string> release = ParseOsRelease(text.value_or(""));
 
     SOsInformation os;
@@ -140,8 +142,7 @@ SOsInformation CHostInformation::ReadOs() const {
     std::string version = release["VERSION_ID"];
     if (os.Id == "debian" && !version.empty()) {
         // os-release holds the major number alone; this file knows the point release.
-        const std::string point =
-            Trimmed(TryReadSmallFile(m_context.Inside("/etc/debian_version")).value_or(""));
+        const std::string point = Trimmed(TryReadSmallFile(m_context, "/etc/debian_version").value_or(""));
         if (point.starts_with(version + ".")) version = point;
     }
     os.Version = LeadingVersion(version);
@@ -149,8 +150,9 @@ SOsInformation CHostInformation::ReadOs() const {
 }
 
 bool CHostInformation::IsSupported() const {
-    std::error_code error;
-    return std::filesystem::is_regular_file(m_context.Inside("/var/lib/dpkg/status"), error) &&
+    const auto database = m_context.Open("/var/lib/dpkg/status", O_PATH);
+    struct stat status {};
+    return database && fstat(database.Get(), &status) == 0 && S_ISREG(status.st_mode) &&
            !FindProgram("dpkg").empty() && !FindProgram("dpkg-query").empty();
 }
 
@@ -164,8 +166,8 @@ OSHardwarePlatform HostPlatform() {
     return PlatformOf(Uname().machine);
 }
 
-apigen::Guid ReadGuidFile(const std::filesystem::path& path) {
-    std::string digits = Trimmed(TryReadSmallFile(path).value_or(""));
+apigen::Guid GuidIn(std::string text) {
+    std::string digits = Trimmed(std::move(text));
     std::erase(digits, '-');
     if (digits.size() != 32 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
         return {};

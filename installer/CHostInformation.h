@@ -7,7 +7,6 @@
 #include <zamclientlib/InstallerRecords.h>
 
 #include <chrono>
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -44,9 +43,9 @@ private:
 zamclientlib::OSHardwarePlatform PlatformOf(std::string_view machineName);
 zamclientlib::OSHardwarePlatform HostPlatform();
 
-// The identifier in a file that holds 32 hexadecimal digits, hyphens between them or not.
-// Zero when the file is missing, unreadable or holds anything else.
-apigen::Guid ReadGuidFile(const std::filesystem::path& path);
+// The identifier in a file's text of 32 hexadecimal digits, hyphens between them or not; zero when it holds
+// anything else.
+apigen::Guid GuidIn(std::string text);
 
 // All interfaces, the loopback too, in the kernel's order.
 std::vector<zamclientlib::SEthInterfaceInfo> ReadNetworkInterfaces();

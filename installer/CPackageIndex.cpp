@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "installer/CPackageIndex.h"
 
+#include <apigen/ApiException.h>
+#include <apigen/CXmlData.h>
 #include <zamclientlib/Exceptions.h>
 
 #include <pugixml.hpp>
@@ -16,6 +18,7 @@
 namespace installer {
 namespace {
 
+using apigen::common::ErrorText;
 using apigen::common::Quoted;
 using zamclientlib::CGenericException;
 using zamclientlib::OSHardwarePlatform;
@@ -57,18 +60,19 @@ private:
         try {
             text = ReadSmallFile(m_path, sizeLimit);
         } catch (const std::system_error& error) {
-            Throw(error.code().message());
+            const bool isNoFile = error.code() == std::errc::invalid_argument;
+            Throw(isNoFile ? "it is no regular file" : ErrorText(error.code().value()));
+        }
+        // pugixml, which keeps the attributes, takes much that is no well-formed XML; our own parser doesn't.
+        try {
+            apigen::CXmlData::Unserialize(text);
+        } catch (const apigen::BrokenMessageError& error) {
+            Throw(error.what());
         }
         const pugi::xml_parse_result result = m_document.load_buffer(
-            text.data(), text.size(), pugi::parse_default | pugi::parse_doctype | pugi::parse_ws_pcdata);
+            text.data(), text.size(), pugi::parse_default | pugi::parse_ws_pcdata, pugi::encoding_utf8);
         if (!result) {
-            Throw(std::string("it is no well-formed XML: ") + result.description() + ", at offset " +
-                  std::to_string(result.offset));
-        }
-        std::size_t elements = 0;
-        for (const pugi::xml_node node : m_document.children()) {
-            if (node.type() == pugi::node_doctype) Fail(node, "a document type is not allowed");
-            if (node.type() == pugi::node_element && ++elements > 1) Fail(node, "a second root element");
+            Throw(std::string(result.description()) + " at offset " + std::to_string(result.offset));
         }
     }
 
@@ -174,7 +178,13 @@ CPackageIndex::CPackageIndex(const std::filesystem::path& path) {
         throw CGenericException("The path of the package index " + Quoted(path.native()) +
                                 " holds a NUL character.");
     }
-    CReader(std::filesystem::absolute(path)).Read(*this);
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+    if (error) {
+        throw CGenericException("Can't find the package index " + Quoted(path.native()) + ": " +
+                                ErrorText(error.value()) + ".");
+    }
+    CReader(absolute).Read(*this);
 }
 
 bool CPackageIndex::SDistribution::Fits(const SOsInformation& os, OSHardwarePlatform platform) const {

@@ -18,6 +18,7 @@ namespace installer {
 namespace {
 
 using apigen::common::ErrorText;
+using apigen::common::Escaped;
 using apigen::common::Quoted;
 using zamclientlib::CGenericException;
 using zamclientlib::EServiceStatus;
@@ -92,7 +93,7 @@ public:
                std::find(std::begin(absenceErrors), std::end(absenceErrors), name) != std::end(absenceErrors);
     }
     std::string Text(int result) const {
-        return m_error.message == nullptr ? ErrorText(-result) : apigen::common::Escaped(m_error.message);
+        return m_error.message == nullptr ? ErrorText(-result) : Escaped(m_error.message);
     }
 
 private:
@@ -250,7 +251,8 @@ void CSystemdService::Stop() {
 void CSystemdService::RunJob(const char* method, std::string_view verb) const {
     const std::string what = std::string(verb) + " the service '" + m_unit + "'";
     m_context.Log->Info("Begin to " + what);
-    const std::string result = CSystemd(m_limits.Call).RunJob(method, m_unit, "Can't " + what, m_limits.Job);
+    const std::string result =
+        Escaped(CSystemd(m_limits.Call).RunJob(method, m_unit, "Can't " + what, m_limits.Job));
     m_context.Log->Info("Result of the attempt to " + what + ": " + result);
     if (result != "done") {
         throw CGenericException("Can't " + what + ": systemd's job ended with '" + result +

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "installer/CommandRunner.h"
 
+#include <apigen/ApiException.h>
 #include <zamclientlib/Exceptions.h>
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -15,36 +15,53 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <utility>
 
-#include "installer/SmallFile.h"
+#include "support/common/CChildProcess.h"
 #include "support/common/CDescriptor.h"
-#include "support/common/CSpawn.h"
+#include "support/common/COutputTail.h"
 #include "support/common/Text.h"
 #include "support/common/Waiting.h"
 
 namespace installer {
 namespace {
 
+using apigen::common::CChildProcess;
 using apigen::common::CDescriptor;
+using apigen::common::Quoted;
 using apigen::common::RetryInterrupted;
 using zamclientlib::CGenericException;
 
-constexpr off_t outputLimit = 4 * 1024 * 1024;
-constexpr off_t errorTextLimit = 64 * 1024;
-constexpr std::size_t failureLines = 8;
+constexpr std::size_t outputLimit = 4 * 1024 * 1024;
+constexpr std::size_t endLimit = 64 * 1024;  // what is kept of an output of which the end counts
+constexpr auto trimRound = std::chrono::milliseconds(200);
 
 // dpkg insists on finding ldconfig and start-stop-daemon, which the PATH of a plain user lacks.
 constexpr std::string_view systemFolders = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
-// What the tools are told by the environment must come from us alone.
-constexpr std::array<std::string_view, 9> ownVariables{
-    "PATH=",          "LC_ALL=",          "LANG=",
-    "LANGUAGE=",      "DEBIAN_FRONTEND=", "DPKG_ROOT=",
-    "DPKG_ADMINDIR=", "DPKG_FORCE=",      "DPKG_FRONTEND_LOCKED="};
+// What the tools and the packages' scripts may know of our environment: where they find and put things, how
+// they reach the network, and who runs them. Of everything else some variable changes what some tool does.
+constexpr std::string_view handedOn[]{"HOME",        "TMPDIR",    "USER",      "LOGNAME",  "http_proxy",
+                                      "https_proxy", "ftp_proxy", "all_proxy", "no_proxy", "HTTP_PROXY",
+                                      "HTTPS_PROXY", "FTP_PROXY", "ALL_PROXY", "NO_PROXY"};
+
+// Lines that tell of progress, or warn, but never say what went wrong.
+constexpr std::string_view chatter[]{"Reading package lists...",
+                                     "Building dependency tree...",
+                                     "Reading state information...",
+                                     "Need to get ",
+                                     "After this operation, ",
+                                     "Get:",
+                                     "(Reading database ",
+                                     "Selecting previously ",
+                                     "Preparing to unpack ",
+                                     "W: ",
+                                     "N: "};
 
 [[noreturn]] void ThrowCannotRun(const SCommand& command, int error) {
-    throw CGenericException("Can't run '" + command.Program + "': " + apigen::common::ErrorText(error) + ".");
+    throw CGenericException("Cannot start " + Quoted(command.Program) + ": " +
+                            apigen::common::ErrorText(error));
 }
 
 std::string SearchPath() {
@@ -58,102 +75,111 @@ std::vector<std::string> CommandEnvironment() {
     std::vector<std::string> environment;
     for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
         const std::string_view text = *variable;
-        const bool isOurs = std::any_of(ownVariables.begin(), ownVariables.end(),
-                                        [&](std::string_view name) { return text.starts_with(name); });
-        if (!isOurs) environment.emplace_back(text);
+        const std::string_view name = text.substr(0, text.find('='));
+        if (std::find(std::begin(handedOn), std::end(handedOn), name) != std::end(handedOn)) {
+            environment.emplace_back(text);
+        }
     }
     environment.push_back("PATH=" + SearchPath());
-    environment.emplace_back("LC_ALL=C");
+    environment.emplace_back("LC_ALL=C");  // their words are looked at
+    environment.emplace_back("TERM=dumb");
     environment.emplace_back("DEBIAN_FRONTEND=noninteractive");
     return environment;
 }
 
-// A running command.
-class CCommand {
+CDescriptor Opened(const SCommand& command, int descriptor) {
+    if (descriptor < 0) ThrowCannotRun(command, errno);
+    return CDescriptor(descriptor);
+}
+
+CDescriptor OpenNull(const SCommand& command, int flags) {
+    return Opened(command, open("/dev/null", flags | O_CLOEXEC));
+}
+
+apigen::common::SPipe PipeFrom(const SCommand& command) {
+    try {
+        return apigen::common::MakePipeToRead(command.Program);
+    } catch (const apigen::ProcessLaunchError& error) {
+        throw CGenericException(error.what());
+    }
+}
+
+// `output` and `errors` are the command's ends of what it writes to.
+std::unique_ptr<CChildProcess> Start(const SCommand& command, const CDescriptor& output,
+                                     const CDescriptor& errors) {
+    const CDescriptor input = OpenNull(command, O_RDONLY);
+    apigen::common::SChildStart start;
+    start.Program = FindProgram(command.Program);
+    if (start.Program.empty()) ThrowCannotRun(command, ENOENT);
+    start.Arguments = command.Arguments;
+    start.Environment = CommandEnvironment();
+    start.Folder = "/";
+    start.Descriptors = {
+        {STDIN_FILENO, input.Get()}, {STDOUT_FILENO, output.Get()}, {STDERR_FILENO, errors.Get()}};
+    try {
+        return std::make_unique<CChildProcess>(start);
+    } catch (const apigen::ProcessLaunchError& error) {
+        throw CGenericException(error.what());
+    }
+}
+
+// What comes through a pipe, or the end of it.
+class CCollector {
 public:
-    enum class EWatch {
-        No,
-        Yes,  // its end can be waited for with a limit, by a descriptor that it holds open
-    };
+    explicit CCollector(CDescriptor pipe) : m_pipe(std::move(pipe)) {}
 
-    CCommand(const SCommand& command, EWatch watch) : m_command(command) {
-        // Files rather than pipes: a command whose reader is gone must not die of it.
-        m_output = CDescriptor(m_command.DropOutput ? open("/dev/null", O_WRONLY | O_CLOEXEC)
-                                                    : memfd_create("output", MFD_CLOEXEC));
-        m_errorText = CDescriptor(memfd_create("errors", MFD_CLOEXEC));
-        if (!m_output || !m_errorText) ThrowCannotRun(m_command, errno);
-        std::array<int, 2> life{-1, -1};
-        if (watch == EWatch::Yes && pipe2(life.data(), O_CLOEXEC) != 0) ThrowCannotRun(m_command, errno);
-        m_life = CDescriptor(life[0]);
-        Spawn(CDescriptor(life[1]));
-    }
-    CCommand(const CCommand&) = delete;
-    CCommand& operator=(const CCommand&) = delete;
+    int Descriptor() const { return m_pipe.Get(); }
+    std::string Take() { return std::move(m_text); }
+    std::size_t Size() const { return m_text.size(); }
 
-    // False when it still runs after `limit`.
-    bool Wait(std::chrono::milliseconds limit) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        for (;;) {
-            const auto left =
-                std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-            if (left.count() <= 0) return false;
-            // The pipe has no writer any more when the command has ended.
-            pollfd end{m_life.Get(), POLLIN, 0};
-            if (poll(&end, 1, static_cast<int>(left.count())) > 0) return true;
+    // Takes what has come, `limit` bytes at most.
+    void Collect(std::size_t limit) {
+        std::array<char, 64 * 1024> chunk;
+        for (std::size_t taken = 0; m_pipe && taken < limit;) {
+            const ssize_t count =
+                RetryInterrupted([&] { return read(m_pipe.Get(), chunk.data(), chunk.size()); });
+            if (count < 0 && errno == EAGAIN) return;
+            if (count <= 0) return m_pipe.Close();
+            m_text.append(chunk.data(), static_cast<std::size_t>(count));
+            taken += static_cast<std::size_t>(count);
         }
     }
 
-    void Kill() noexcept { kill(m_pid, SIGKILL); }
-
-    int Reap() noexcept {
-        int status = 0;
-        RetryInterrupted([&] { return waitpid(m_pid, &status, 0); });
-        return status;
+    void KeepTheLast(std::size_t bytes) {
+        if (m_text.size() > bytes) m_text.erase(0, m_text.size() - bytes);
     }
-
-    SCommandResult Finish() {
-        SCommandResult result;
-        result.WaitStatus = Reap();
-        if (!m_command.DropOutput) {
-            result.Output = ReadFrom(m_output, 0, outputLimit);
-        }
-        const off_t size = SizeOf(m_errorText);
-        result.ErrorText = ReadFrom(m_errorText, std::max<off_t>(0, size - errorTextLimit), errorTextLimit);
-        return result;
-    }
-
-    bool SaidTooMuch() const { return !m_command.DropOutput && SizeOf(m_output) > outputLimit; }
 
 private:
-    void Spawn(const CDescriptor& lifeWriter) {
-        const std::string path = FindProgram(m_command.Program);
-        if (path.empty()) ThrowCannotRun(m_command, ENOENT);
+    CDescriptor m_pipe;
+    std::string m_text;
+};
 
-        apigen::common::CSpawn spawn(POSIX_SPAWN_SETSID);
-        spawn.GiveFile(STDIN_FILENO, "/dev/null", O_RDONLY);
-        spawn.Give(STDOUT_FILENO, m_output);
-        spawn.Give(STDERR_FILENO, m_errorText);
-        if (lifeWriter) spawn.Give(STDERR_FILENO + 1, lifeWriter);
-        spawn.EnterFolder("/");
-
-        std::vector<std::string> arguments = m_command.Arguments;
-        arguments.insert(arguments.begin(), m_command.Program);
-        const int error = spawn.Run(m_pid, path, std::move(arguments), CommandEnvironment());
-        if (error != 0) ThrowCannotRun(m_command, error);
+// A file in memory that a command writes to. It takes what comes also when nobody reads it any more, as a pipe
+// would not.
+class CMemoryFile {
+public:
+    CMemoryFile(const SCommand& command, const char* name)
+        : m_file(Opened(command, memfd_create(name, MFD_CLOEXEC))) {
+        // A script's "> /dev/stderr" empties the file: what others write then goes on from there.
+        if (fcntl(m_file.Get(), F_SETFL, O_APPEND) != 0) ThrowCannotRun(command, errno);
     }
 
-    static off_t SizeOf(const CDescriptor& file) {
-        struct stat status {};
-        return fstat(file.Get(), &status) == 0 ? status.st_size : 0;
+    const CDescriptor& Descriptor() const { return m_file; }
+
+    // Gives the memory back that nothing but the end is kept of.
+    void Trim() const {
+        const off_t start = Start();
+        if (start > 0) fallocate(m_file.Get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, start);
     }
 
-    static std::string ReadFrom(const CDescriptor& file, off_t offset, off_t limit) {
-        std::string text(static_cast<std::size_t>(std::clamp<off_t>(SizeOf(file) - offset, 0, limit)), '\0');
+    std::string End() const {
+        const off_t start = Start();
+        std::string text(endLimit, '\0');
         std::size_t done = 0;
         while (done < text.size()) {
             const ssize_t count = RetryInterrupted([&] {
-                return pread(file.Get(), text.data() + done, text.size() - done,
-                             offset + static_cast<off_t>(done));
+                return pread(m_file.Get(), text.data() + done, text.size() - done,
+                             start + static_cast<off_t>(done));
             });
             if (count <= 0) break;
             done += static_cast<std::size_t>(count);
@@ -162,21 +188,40 @@ private:
         return text;
     }
 
-    SCommand m_command;
-    CDescriptor m_output;
-    CDescriptor m_errorText;
-    CDescriptor m_life;
-    pid_t m_pid = -1;
+private:
+    // Where the end that is kept begins.
+    off_t Start() const {
+        struct stat status {};
+        if (fstat(m_file.Get(), &status) != 0) return 0;
+        return std::max<off_t>(status.st_size - static_cast<off_t>(endLimit), 0);
+    }
+
+    CDescriptor m_file;
 };
 
-// The last lines of `text`.
-std::string LastLines(const std::string& text) {
-    const std::string trimmed = Trimmed(text);
-    std::size_t start = trimmed.size();
-    for (std::size_t lines = 0; lines < failureLines && start != std::string::npos && start > 0; ++lines) {
-        start = trimmed.rfind('\n', start - 1);
+bool IsChatter(std::string_view line) {
+    return std::any_of(std::begin(chatter), std::end(chatter),
+                       [&](std::string_view start) { return line.starts_with(start); });
+}
+
+// The end of what a tool said, in one line that a log or a terminal can take.
+std::string LastWords(std::string_view text) {
+    apigen::common::COutputTail tail;
+    while (!text.empty()) {
+        std::string_view line = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+        while (line.ends_with('\r'))
+            line.remove_suffix(1);
+        line.remove_prefix(line.rfind('\r') + 1);  // written over, as progress is
+        line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+        if (line.empty() || IsChatter(line)) continue;
+        tail.Append(line);
+        tail.Append("\n");
     }
-    return start == std::string::npos || start == 0 ? trimmed : trimmed.substr(start + 1);
+    std::string words = tail.Text();
+    for (std::size_t at = words.find('\n'); at != std::string::npos; at = words.find('\n', at))
+        words.replace(at, 1, " / ");
+    return words;
 }
 
 }  // namespace
@@ -187,31 +232,57 @@ std::optional<int> SCommandResult::ExitStatus() const noexcept {
 }
 
 std::string SCommandResult::Failure() const {
-    const std::string end = WIFSIGNALED(WaitStatus)
-                                ? "ended by signal " + std::to_string(WTERMSIG(WaitStatus))
-                                : "exit status " + std::to_string(WEXITSTATUS(WaitStatus));
-    const std::string words = LastLines(Trimmed(ErrorText).empty() ? Output : ErrorText);
-    return words.empty() ? end : end + ": " + words;
+    std::string errors = LastWords(ErrorText);
+    const std::string output = LastWords(Output);
+    std::string failure = apigen::common::EndingText(WaitStatus);
+    if (!output.empty() && errors.ends_with('.')) errors.pop_back();  // the sentence ends below
+    if (!errors.empty()) failure += ": " + errors;
+    if (!output.empty()) failure += (errors.empty() ? ": " : ". Its output: ") + output;
+    return failure;
 }
 
 SCommandResult RunQuery(const SCommand& command, std::chrono::milliseconds limit) {
-    CCommand running(command, CCommand::EWatch::Yes);
-    if (!running.Wait(limit)) {
-        running.Kill();
-        running.Reap();
-        throw CGenericException("'" + command.Program + "' did not answer within " +
-                                std::to_string(limit.count()) + " ms and was ended.");
+    auto output = PipeFrom(command);
+    auto errors = PipeFrom(command);
+    if (command.DropOutput) output.Theirs = OpenNull(command, O_WRONLY);
+    const auto child = Start(command, output.Theirs, errors.Theirs);
+    output.Theirs.Close();
+    errors.Theirs.Close();
+
+    CCollector outputText(std::move(output.Ours));
+    CCollector errorText(std::move(errors.Ours));
+    const auto deadline = apigen::common::DeadlineAfter(limit);
+    // Its end counts, not that of its outputs: those may be held open by what it has left running.
+    for (bool hasEnded = false; !hasEnded;) {
+        std::array<pollfd, 2> set{pollfd{outputText.Descriptor(), POLLIN, 0},
+                                  pollfd{errorText.Descriptor(), POLLIN, 0}};
+        hasEnded = child->AwaitNews(set.data(), set.size(), deadline) && child->HasEnded();
+        if (!hasEnded && apigen::common::IsPast(deadline)) {
+            child->Kill();
+            throw CGenericException(Quoted(command.Program) + " did not answer within " +
+                                    std::to_string(limit.count()) + " ms and was ended.");
+        }
+        outputText.Collect(outputLimit);
+        errorText.Collect(endLimit);
+        errorText.KeepTheLast(endLimit);
+        if (outputText.Size() > outputLimit) {
+            child->Kill();
+            throw CGenericException(Quoted(command.Program) + " gave more than " +
+                                    std::to_string(outputLimit) + " bytes of output and was ended.");
+        }
     }
-    SCommandResult result = running.Finish();
-    if (running.SaidTooMuch()) {
-        throw CGenericException("'" + command.Program + "' gave more than " + std::to_string(outputLimit) +
-                                " bytes of output.");
-    }
-    return result;
+    return {child->WaitStatus(), outputText.Take(), errorText.Take()};
 }
 
 SCommandResult RunChange(const SCommand& command) {
-    return CCommand(command, CCommand::EWatch::No).Finish();
+    const CMemoryFile output(command, "output");
+    const CMemoryFile errors(command, "errors");
+    const auto child = Start(command, output.Descriptor(), errors.Descriptor());
+    while (!child->AwaitEnd(apigen::common::DeadlineAfter(trimRound))) {
+        output.Trim();
+        errors.Trim();
+    }
+    return {child->WaitStatus(), output.End(), errors.End()};
 }
 
 std::string FindProgram(std::string_view name) {

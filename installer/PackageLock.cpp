@@ -10,7 +10,6 @@
 #include <string>
 
 #include "installer/SmallFile.h"
-#include "support/common/CDescriptor.h"
 #include "support/common/Text.h"
 
 namespace installer {
@@ -35,19 +34,20 @@ std::string Holder(pid_t pid) {
     return holder;
 }
 
-void RequireUnlocked(const std::filesystem::path& path) {
-    const apigen::common::CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+void RequireUnlocked(const SInstallerContext& context, std::string_view lockFile) {
+    const std::string path = context.Outside(lockFile).string();
+    const auto file = context.Open(lockFile, O_RDONLY | O_NONBLOCK);
     if (!file) {
         if (errno == ENOENT) return;
-        throw zamclientlib::CGenericException("Can't look at the package system's lock " +
-                                              Quoted(path.string()) + ": " + ErrorText(errno) + ".");
+        throw zamclientlib::CGenericException("Can't look at the package system's lock " + Quoted(path) +
+                                              ": " + ErrorText(errno) + ".");
     }
     struct flock lock {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
     if (fcntl(file.Get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK) {
         throw zamclientlib::CPackageManagerIsLocked("The package system is in use: " + Holder(lock.l_pid) +
-                                                    " holds " + Quoted(path.string()) +
+                                                    " holds " + Quoted(path) +
                                                     ". Try again when it has finished.");
     }
 }
@@ -56,13 +56,21 @@ void RequireUnlocked(const std::filesystem::path& path) {
 
 void RequireUnlocked(const SInstallerContext& context) {
     for (const std::string_view lockFile : lockFiles)
-        RequireUnlocked(context.Inside(lockFile));
+        RequireUnlocked(context, lockFile);
 }
 
-bool TellsOfLock(std::string_view errorText) {
-    return std::any_of(std::begin(lockMessages), std::end(lockMessages), [&](std::string_view message) {
-        return errorText.find(message) != std::string_view::npos;
-    });
+bool TellsOfLock(std::string_view words) {
+    while (!words.empty()) {
+        const std::string_view line = words.substr(0, words.find('\n'));
+        words.remove_prefix(std::min(line.size() + 1, words.size()));
+        // A package's scripts may say the like, of other locks.
+        if (!line.starts_with("E: ") && !line.starts_with("dpkg: ")) continue;
+        const auto isIn = [&](std::string_view message) {
+            return line.find(message) != std::string_view::npos;
+        };
+        if (std::any_of(std::begin(lockMessages), std::end(lockMessages), isIn)) return true;
+    }
+    return false;
 }
 
 }  // namespace installer

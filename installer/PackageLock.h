@@ -12,7 +12,7 @@ namespace installer {
 // An early answer, not a guarantee: what was free may be taken a moment later.
 void RequireUnlocked(const SInstallerContext& context);
 
-// Whether apt-get or dpkg say with `errorText` that somebody else holds a lock.
-bool TellsOfLock(std::string_view errorText);
+// Whether apt-get or dpkg say with `words` that somebody else holds a lock.
+bool TellsOfLock(std::string_view words);
 
 }  // namespace installer

@@ -6,7 +6,10 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string_view>
+
+#include "installer/InsideRoot.h"
 
 namespace installer {
 
@@ -17,9 +20,17 @@ struct SInstallerContext {
 
     bool IsRunningSystem() const { return Root == "/"; }
 
-    // "/etc/os-release" inside the managed system.
-    std::filesystem::path Inside(std::string_view absolutePath) const {
-        return Root / absolutePath.substr(absolutePath.find_first_not_of('/'));
+    // Files of the managed system, by their paths in it ("/etc/os-release"). No link leads out of it.
+    apigen::common::CDescriptor Open(std::string_view path, int flags) const {
+        return OpenInside(Root, path, flags);
+    }
+    std::optional<std::filesystem::path> Resolve(std::string_view path) const {
+        return ResolveInside(Root, path);
+    }
+
+    // How such a path is called in a message: as seen from outside.
+    std::filesystem::path Outside(std::string_view path) const {
+        return Root / path.substr(path.find_first_not_of('/'));
     }
 };
 

@@ -15,40 +15,55 @@
 namespace installer {
 namespace {
 
-constexpr std::size_t factLimit = 64 * 1024;
+using apigen::common::CDescriptor;
 
-[[noreturn]] void Throw(int error, const std::filesystem::path& path) {
-    throw std::system_error(error, std::generic_category(), path.string());
+constexpr std::size_t factLimit = 64 * 1024;
+constexpr int readingFlags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+[[noreturn]] void Throw(int error) {
+    throw std::system_error(error, std::generic_category());
 }
 
-}  // namespace
-
-std::string ReadSmallFile(const std::filesystem::path& path, std::size_t limit) {
-    const apigen::common::CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!file) Throw(errno, path);
+// Of a file as it came from opening it.
+std::string Content(const CDescriptor& file, std::size_t limit) {
+    if (!file) Throw(errno);
     struct stat status {};
-    if (fstat(file.Get(), &status) != 0) Throw(errno, path);
-    if (S_ISDIR(status.st_mode)) Throw(EISDIR, path);
-    if (!S_ISREG(status.st_mode)) Throw(EINVAL, path);
+    if (fstat(file.Get(), &status) != 0) Throw(errno);
+    if (S_ISDIR(status.st_mode)) Throw(EISDIR);
+    if (!S_ISREG(status.st_mode)) Throw(EINVAL);
 
     std::string content;
     std::array<char, 4096> chunk{};
     for (;;) {
         const ssize_t count =
             apigen::common::RetryInterrupted([&] { return read(file.Get(), chunk.data(), chunk.size()); });
-        if (count < 0) Throw(errno, path);
+        if (count < 0) Throw(errno);
         if (count == 0) return content;
         content.append(chunk.data(), static_cast<std::size_t>(count));
-        if (content.size() > limit) Throw(EFBIG, path);
+        if (content.size() > limit) Throw(EFBIG);
     }
 }
 
-std::optional<std::string> TryReadSmallFile(const std::filesystem::path& path) {
+std::optional<std::string> TryContent(const CDescriptor& file) {
     try {
-        return ReadSmallFile(path, factLimit);
+        return Content(file, factLimit);
     } catch (const std::system_error&) {
         return std::nullopt;
     }
+}
+
+}  // namespace
+
+std::string ReadSmallFile(const std::filesystem::path& path, std::size_t limit) {
+    return Content(CDescriptor(open(path.c_str(), readingFlags)), limit);
+}
+
+std::optional<std::string> TryReadSmallFile(const std::filesystem::path& path) {
+    return TryContent(CDescriptor(open(path.c_str(), readingFlags)));
+}
+
+std::optional<std::string> TryReadSmallFile(const SInstallerContext& context, std::string_view path) {
+    return TryContent(context.Open(path, readingFlags));
 }
 
 std::string Trimmed(std::string text) {

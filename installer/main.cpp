@@ -2,12 +2,13 @@
 // The command line of tarvoinstaller.
 //
 // No signal is handled here: SIGTERM ends the tool at once, and a package operation that is under way goes
-// on to its end in its own session.
+// on to its end in its own session. What the tool was started with is put right for that, see below.
 #include <zamclientlib/CSimpleLogger.h>
 #include <zamservice/Service.h>
 
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <memory>
@@ -15,10 +16,23 @@
 
 #include "installer/CInstaller.h"
 #include "installer/ProductNames.h"
+#include "support/common/Text.h"
 
 namespace {
 
+using apigen::common::Escaped;
+
 constexpr int usageError = 2;
+
+// A starter's leftovers: with SIGCHLD ignored nobody could tell how a package operation has ended, and with
+// SIGTERM blocked or ignored nobody could end the tool.
+void ResetSignals() {
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr);
+    std::signal(SIGCHLD, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+}
 
 // A bare name: the log stands in the product's own folder and nowhere else.
 std::string CheckLogName(const std::string& name) {
@@ -60,9 +74,10 @@ int Run(int argc, char** argv) {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) throw CLI::RequiredError("A subcommand");
     } catch (const CLI::Success& request) {
-        return app.exit(request);  // --help, --version
+        const int exitCode = app.exit(request);  // --help, --version
+        return std::cout.flush() ? exitCode : 1;
     } catch (const CLI::ParseError& error) {
-        std::cerr << "tarvoinstaller: " << error.what() << "\n\n" << app.help();
+        std::cerr << "tarvoinstaller: " << Escaped(error.what()) << "\n\n" << app.help();
         return usageError;
     }
     return version->parsed() ? zamservice::PrintProtocolVersion() : Serve(root, logName);
@@ -72,9 +87,10 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     try {
+        ResetSignals();
         return Run(argc, argv);
     } catch (const std::exception& error) {
-        std::cerr << "tarvoinstaller: " << error.what() << "\n";
+        std::cerr << "tarvoinstaller: " << Escaped(error.what()) << "\n";
         return 1;
     }
 }

@@ -13,13 +13,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <iterator>
 #include <map>
 #include <mutex>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include "service/CSubscriber.h"
@@ -27,6 +27,8 @@
 #include "support/apigen/TextEncoders.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/FrameHeader.h"
+#include "support/common/ProcessMark.h"
+#include "support/common/Quietly.h"
 #include "support/common/Waiting.h"
 
 namespace zamservice {
@@ -34,6 +36,7 @@ namespace {
 
 using apigen::common::CDescriptor;
 using apigen::common::Clock;
+using apigen::common::DeadlineAfter;
 using apigen::common::RetryInterrupted;
 
 /// A frame with the event's document.
@@ -68,28 +71,53 @@ private:
 
 }  // namespace
 
+/// A fork copies the memory of a source and shares its descriptors, but not its thread. `m_origin` tells the
+/// process that it belongs to; in any other the mutex may be held for ever and the containers be half changed.
 class CEventSource::Impl {
 public:
     Impl(const std::string& directory, const std::string& name, const SEventSourceOptions& options)
-        : m_options(options), m_socket(directory, name) {
+        : m_options(options), m_socket(directory, name, options.StartLimit) {
         m_epoll = CDescriptor(::epoll_create1(EPOLL_CLOEXEC));
         m_wake = CDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-        m_spare = CDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        m_spare = OpenSpare();
         if (!m_epoll || !m_wake || !m_spare) ThrowErrno("Preparing the event source failed");
         Watch(m_socket.Descriptor(), ListenerId);
         Watch(m_wake.Get(), WakeId);
         const CSignalsBlocked blocked;
-        m_thread = std::thread([this] { Run(); });
+        // No std::thread: its destructor can't leave a thread alone that another process has.
+        const auto run = [](void* self) -> void* {
+            static_cast<Impl*>(self)->Run();
+            return nullptr;
+        };
+        if (const int error = ::pthread_create(&m_thread, nullptr, run, this); error != 0) {
+            throw std::system_error(error, std::generic_category(),
+                                    "Starting the event source's thread failed");
+        }
     }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
 
     ~Impl() {
         const apigen::common::CNoCancellation uncancelled;
         Stop();
     }
 
+    /// True when nothing but the memory could be left: a fork met it in the middle of a change.
+    bool IsToBeAbandoned() {
+        if (IsOurs()) return false;
+        if (!m_mutex.try_lock()) return true;
+        m_mutex.unlock();
+        return false;
+    }
+
     const std::string& Path() const noexcept { return m_socket.Path(); }
 
     void Publish(const zamclientlib::SBaseEvent& event) {
+        if (!IsOurs()) {
+            throw apigen::ApiInternalError(
+                "Cannot publish an event: the event source belongs to the process that this one was forked "
+                "from");
+        }
         const std::lock_guard lock(m_mutex);
         if (m_isStopping) return;
         // Whoever connected before this call is to see the event, however late the source's thread runs.
@@ -102,24 +130,26 @@ public:
     }
 
     std::size_t SubscriberCount() {
+        if (!IsOurs()) return 0;
         const std::lock_guard lock(m_mutex);
         if (!m_isStopping) TakeInNewcomers();
         return CountOpen();
     }
 
     void Stop() noexcept {
+        if (!IsOurs()) return;
         std::call_once(m_stopOnce, [this] {
             {
                 const std::lock_guard lock(m_mutex);
                 m_isStopping = true;
-                m_flushDeadline = Clock::now() + m_options.FlushLimit;
+                m_flushDeadline = DeadlineAfter(m_options.FlushLimit);
+                ::epoll_ctl(m_epoll.Get(), EPOLL_CTL_DEL, m_socket.Descriptor(), nullptr);
                 m_socket.Close();
+                Wake();
             }
-            const std::uint64_t one = 1;
-            (void)RetryInterrupted([&] { return ::write(m_wake.Get(), &one, sizeof one); });
-            m_thread.join();
+            ::pthread_join(m_thread, nullptr);
             const std::lock_guard lock(m_mutex);
-            m_subscribers.clear();
+            ForEachSubscriber([](const CSubscriber&) { return false; });
         });
     }
 
@@ -127,6 +157,13 @@ private:
     using Id = std::uint64_t;
     static constexpr Id ListenerId = 0;
     static constexpr Id WakeId = 1;
+
+    /// How long clients are left waiting when the system has no room for one more.
+    static constexpr std::chrono::milliseconds AcceptPause{100};
+
+    bool IsOurs() const noexcept { return m_origin.IsHere(); }
+
+    static CDescriptor OpenSpare() noexcept { return CDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
 
     void Watch(int descriptor, Id id) {
         epoll_event event{};
@@ -137,6 +174,13 @@ private:
         }
     }
 
+    void WatchListener(bool isWatched) noexcept {
+        epoll_event event{};
+        if (isWatched) event.events = EPOLLIN;
+        event.data.u64 = ListenerId;
+        ::epoll_ctl(m_epoll.Get(), EPOLL_CTL_MOD, m_socket.Descriptor(), &event);
+    }
+
     /// The source's thread.
     void Run() noexcept {
         std::array<epoll_event, 64> events{};
@@ -144,9 +188,11 @@ private:
             const int count =
                 ::epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()), WaitLimit());
             const std::lock_guard lock(m_mutex);
+            m_wakesAt = Clock::time_point::min();
             for (int i = 0; i < count; ++i) {
                 Handle(events[static_cast<std::size_t>(i)]);
             }
+            if (Clock::now() >= m_acceptAgain && !m_isStopping) Accept();
             CloseLateNewcomers();
             if (m_isStopping && IsFlushed()) return;
         }
@@ -154,11 +200,23 @@ private:
 
     int WaitLimit() {
         const std::lock_guard lock(m_mutex);
-        auto next = m_isStopping ? m_flushDeadline : Clock::time_point::max();
+        m_wakesAt = m_isStopping ? m_flushDeadline : m_acceptAgain;
         for (const auto& [id, subscriber] : m_subscribers) {
-            next = std::min(next, subscriber.OpeningDeadline());
+            m_wakesAt = std::min(m_wakesAt, subscriber.OpeningDeadline());
         }
-        return apigen::common::PollTimeout(next);
+        return apigen::common::PollTimeout(m_wakesAt);
+    }
+
+    void Wake() noexcept {
+        const std::uint64_t one = 1;
+        (void)RetryInterrupted([&] { return ::write(m_wake.Get(), &one, sizeof one); });
+    }
+
+    /// The source's thread has something to do at `deadline`; it may be asleep for longer.
+    void WakeBy(Clock::time_point deadline) noexcept {
+        if (deadline >= m_wakesAt) return;
+        m_wakesAt = deadline;
+        Wake();
     }
 
     void Handle(const epoll_event& event) {
@@ -168,15 +226,22 @@ private:
             std::uint64_t ignored = 0;
             (void)::read(m_wake.Get(), &ignored, sizeof ignored);
         } else if (const auto found = m_subscribers.find(event.data.u64); found != m_subscribers.end()) {
-            if (!found->second.Handle(event.events)) m_subscribers.erase(found);
+            if (!found->second.Handle(event.events)) Disconnect(found);
         }
+    }
+
+    using Subscribers = std::map<Id, CSubscriber>;
+
+    Subscribers::iterator Disconnect(Subscribers::iterator entry) {
+        entry->second.Disconnect();
+        return m_subscribers.erase(entry);
     }
 
     /// Calls `isKept` for each subscriber and disconnects those for which it is false.
     template <class F>
     void ForEachSubscriber(F isKept) {
         for (auto entry = m_subscribers.begin(); entry != m_subscribers.end();) {
-            entry = isKept(entry->second) ? std::next(entry) : m_subscribers.erase(entry);
+            entry = isKept(entry->second) ? std::next(entry) : Disconnect(entry);
         }
     }
 
@@ -192,13 +257,32 @@ private:
                 ::accept4(m_socket.Descriptor(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
             if (connection) {
                 if (IsWelcome(connection.Get())) Add(std::move(connection));
+            } else if (errno == EAGAIN) {
+                return GoOnAccepting();
             } else if (errno == EMFILE || errno == ENFILE) {
-                if (!TurnAway()) return;
+                if (!TurnAway()) return errno == EAGAIN ? GoOnAccepting() : PauseAccepting();
             } else if (errno != EINTR && errno != ECONNABORTED) {
-                return;
+                return PauseAccepting();
             }
         }
     }
+
+    /// A client that can be neither accepted nor turned away keeps the listener readable, and would keep the
+    /// thread busy.
+    void PauseAccepting() noexcept {
+        if (!IsPausing()) WatchListener(false);
+        m_acceptAgain = DeadlineAfter(AcceptPause);
+        WakeBy(m_acceptAgain);
+    }
+
+    void GoOnAccepting() noexcept {
+        if (!m_spare) m_spare = OpenSpare();
+        if (!IsPausing()) return;
+        WatchListener(true);
+        m_acceptAgain = Clock::time_point::max();
+    }
+
+    bool IsPausing() const noexcept { return m_acceptAgain != Clock::time_point::max(); }
 
     bool IsWelcome(int connection) const {
         return m_subscribers.size() < m_options.MaxSubscribers && IsOwnUserOrRoot(connection);
@@ -206,30 +290,36 @@ private:
 
     void Add(CDescriptor connection) {
         const Id id = ++m_lastId;
+        const auto deadline = DeadlineAfter(m_options.OpeningLimit);
         try {
             Watch(connection.Get(), id);
             m_subscribers.emplace(std::piecewise_construct, std::forward_as_tuple(id),
-                                  std::forward_as_tuple(std::move(connection), m_epoll.Get(), id,
-                                                        Clock::now() + m_options.OpeningLimit));
+                                  std::forward_as_tuple(std::move(connection), m_epoll.Get(), id, deadline));
         } catch (const std::exception&) {
-            // Out of memory or watches: the connection closes, which tells its client.
+            return;  // out of memory or watches: the connection closes, which tells its client
         }
+        WakeBy(deadline);
     }
 
-    /// Out of descriptors: closes the next connection with the help of the spare one. Left waiting it would
-    /// keep the listener readable and this thread busy.
-    bool TurnAway() {
+    /// Out of descriptors: closes the next connection with the help of the spare one. False with accept's
+    /// error number when that fails as well: others may have taken the spare one's place.
+    bool TurnAway() noexcept {
         m_spare.Close();
         CDescriptor refused(::accept4(m_socket.Descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
+        const int error = errno;
         const bool isRefused = static_cast<bool>(refused);
         refused.Close();
-        m_spare = CDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        m_spare = OpenSpare();
+        errno = error;
         return isRefused;
     }
 
+    /// One whose word has come is not late, however late this thread is.
     void CloseLateNewcomers() {
         const auto now = Clock::now();
-        ForEachSubscriber([&](const CSubscriber& subscriber) { return subscriber.OpeningDeadline() > now; });
+        ForEachSubscriber([&](CSubscriber& subscriber) {
+            return subscriber.OpeningDeadline() > now || (subscriber.Receive() && subscriber.IsOpen());
+        });
     }
 
     bool IsFlushed() const {
@@ -249,24 +339,29 @@ private:
     }
 
     const SEventSourceOptions m_options;
+    const apigen::common::CProcessMark m_origin;
     std::mutex m_mutex;
     CEventSocket m_socket;
     CDescriptor m_epoll;
     CDescriptor m_wake;
     CDescriptor m_spare;
-    std::map<Id, CSubscriber> m_subscribers;
+    Subscribers m_subscribers;
     Id m_lastId = WakeId;  ///< never reused: an event that is under way never meets another subscriber
     bool m_isStopping = false;
     Clock::time_point m_flushDeadline{};
+    Clock::time_point m_acceptAgain = Clock::time_point::max();  ///< while accepting pauses: its end
+    Clock::time_point m_wakesAt = Clock::time_point::min();      ///< of the thread; `min` while it is awake
     std::once_flag m_stopOnce;
-    std::thread m_thread;
+    pthread_t m_thread{};
 };
 
 CEventSource::CEventSource(const std::string& directory, const std::string& name,
                            const SEventSourceOptions& options)
     : m_impl(std::make_unique<Impl>(directory, name, options)) {}
 
-CEventSource::~CEventSource() = default;
+CEventSource::~CEventSource() {
+    if (m_impl->IsToBeAbandoned()) (void)m_impl.release();
+}
 
 void CEventSource::Publish(const zamclientlib::SBaseEvent& event) {
     // It may accept newcomers, and a cancelled thread would lose one between the system and its descriptor.

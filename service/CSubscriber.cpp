@@ -88,6 +88,11 @@ bool CSubscriber::Flush() {
     return UpdateWatch();
 }
 
+void CSubscriber::Disconnect() noexcept {
+    ::epoll_ctl(m_epoll, EPOLL_CTL_DEL, m_connection.Get(), nullptr);
+    ::shutdown(m_connection.Get(), SHUT_RDWR);
+}
+
 bool CSubscriber::UpdateWatch() {
     epoll_event event{};
     event.data.u64 = m_id;

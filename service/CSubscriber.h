@@ -46,6 +46,10 @@ public:
     /// Handles what `epoll` reported.
     bool Handle(std::uint32_t events);
 
+    /// Ends the connection, which closing alone would not do while a forked process has a copy of it. Never
+    /// to be called in such a process: there the destructor closes the copy.
+    void Disconnect() noexcept;
+
 private:
     bool Flush();
     bool UpdateWatch();

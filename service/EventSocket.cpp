@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -11,15 +12,18 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <system_error>
 
+#include "support/common/ProcessMark.h"
 #include "support/common/Waiting.h"
 
 namespace zamservice {
 namespace {
 
 using apigen::common::CDescriptor;
+using apigen::common::Clock;
 using apigen::common::RetryInterrupted;
 
 [[noreturn]] void Refuse(int errorNumber, const std::string& what) {
@@ -98,11 +102,42 @@ void RemoveStaleSocket(const std::string& path, const sockaddr_un& address) {
     if (::unlink(path.c_str()) != 0) ThrowErrno("Removing the abandoned socket " + path + " failed");
 }
 
-std::string Join(std::string directory, const std::string& name) {
+/// The program may change its working directory, and its clients have others.
+std::string Absolute(std::string directory) {
+    if (directory.empty()) Refuse(ENOENT, "The directory of the event socket has no name");
+    if (directory.find('\0') != std::string::npos) {
+        Refuse(EINVAL, "The name of the event socket's directory holds a zero byte");
+    }
+    std::error_code error;
+    directory = std::filesystem::absolute(directory, error);
+    if (error)
+        Refuse(error.value(), "Finding the working directory, in which the event socket stands, failed");
     while (directory.size() > 1 && directory.back() == '/') {
         directory.pop_back();
     }
-    return directory + "/" + name;
+    return directory;
+}
+
+void CheckName(const std::string& name) {
+    if (name.empty() || name == "." || name == ".." ||
+        name.find_first_of(std::string("/\0", 2)) != name.npos) {
+        Refuse(EINVAL, "The event socket can't have the name \"" + name + '"');
+    }
+}
+
+/// Two processes that start at once take turns, so that neither removes the socket of the other.
+void Lock(const CDescriptor& opened, const std::string& directory, std::chrono::milliseconds limit) {
+    constexpr int PauseMilliseconds = 5;
+    const auto deadline = apigen::common::DeadlineAfter(limit);
+    while (RetryInterrupted([&] { return ::flock(opened.Get(), LOCK_EX | LOCK_NB); }) != 0) {
+        if (errno != EWOULDBLOCK) ThrowErrno("Locking the directory " + directory + " failed");
+        if (Clock::now() >= deadline) {
+            Refuse(EBUSY, "The directory " + directory +
+                              " of the event socket is locked by another process, and stayed so for " +
+                              std::to_string(limit.count()) + " ms");
+        }
+        ::poll(nullptr, 0, PauseMilliseconds);
+    }
 }
 
 }  // namespace
@@ -118,14 +153,13 @@ bool IsOwnUserOrRoot(int connection) {
            (peer.uid == ::geteuid() || peer.uid == 0);
 }
 
-CEventSocket::CEventSocket(const std::string& directory, const std::string& name)
-    : m_path(Join(directory, name)) {
+CEventSocket::CEventSocket(const std::string& givenDirectory, const std::string& name,
+                           std::chrono::milliseconds startLimit)
+    : m_path((CheckName(name), Absolute(givenDirectory) + "/" + name)) {
+    const std::string directory = m_path.substr(0, m_path.size() - name.size() - 1);
     const sockaddr_un address = AddressOf(m_path);
     const CDescriptor opened = OpenPrivateDirectory(directory, name);
-    // Two processes that start at once take turns, so that neither removes the socket of the other.
-    if (RetryInterrupted([&] { return ::flock(opened.Get(), LOCK_EX); }) != 0) {
-        ThrowErrno("Locking the directory " + directory + " failed");
-    }
+    Lock(opened, directory, startLimit);
     RemoveStaleSocket(m_path, address);
     m_listener = NewSocket();
     if (::bind(m_listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
@@ -144,10 +178,16 @@ CEventSocket::CEventSocket(const std::string& directory, const std::string& name
 
 void CEventSocket::Close() noexcept {
     if (!m_listener) return;
-    // Only what is ours still: a successor may have replaced it.
-    struct stat status {};
-    if (::lstat(m_path.c_str(), &status) == 0 && status.st_dev == m_device && status.st_ino == m_inode) {
-        ::unlink(m_path.c_str());
+    if (m_origin.IsHere()) {
+        // Only what is ours still: a successor may have replaced it.
+        struct stat status {};
+        if (::lstat(m_path.c_str(), &status) == 0 && status.st_dev == m_device && status.st_ino == m_inode) {
+            ::unlink(m_path.c_str());
+        }
+        // A copy in a forked process would keep the socket, and who waits to be accepted, alive.
+        while (CDescriptor(::accept4(m_listener.Get(), nullptr, nullptr, SOCK_CLOEXEC))) {
+        }
+        ::shutdown(m_listener.Get(), SHUT_RDWR);
     }
     m_listener.Close();
 }

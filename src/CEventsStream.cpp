@@ -4,18 +4,22 @@
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <system_error>
 #include <utility>
 
 #include "support/apigen/TextEncoders.h"
 #include "support/common/CDescriptor.h"
+#include "support/common/ProcessMark.h"
+#include "support/common/Waiting.h"
 
 namespace zamclientlib {
 namespace {
@@ -26,6 +30,24 @@ using apigen::common::CDescriptor;
     throw std::system_error(errno, std::generic_category(), text);
 }
 
+[[noreturn]] void ThrowCannotConnect(int errorNumber) {
+    errno = errorNumber;
+    ThrowErrno("Failed to connect to event socket");
+}
+
+/// How long a source may be too busy to have a place for one more client in its queue.
+constexpr std::chrono::seconds ConnectLimit{5};
+
+void LimitSending(const CDescriptor& socket, std::chrono::microseconds limit) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(limit);
+    timeval value{};
+    value.tv_sec = seconds.count();
+    value.tv_usec = (limit - seconds).count();
+    if (::setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &value, sizeof value) != 0) {
+        ThrowCannotConnect(errno);
+    }
+}
+
 CDescriptor ConnectTo(const std::string& path) {
     sockaddr_un address{};
     if (path.size() >= sizeof address.sun_path) {
@@ -34,13 +56,24 @@ CDescriptor ConnectTo(const std::string& path) {
     }
     CDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!socket) ThrowErrno("Failed to open socket");
+    // The system would take such a path for the name of something else.
+    if (path.empty()) ThrowCannotConnect(ENOENT);
+    if (path.find('\0') != std::string::npos) ThrowCannotConnect(EINVAL);
     address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    int result = -1;
-    do {
-        result = ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    } while (result != 0 && errno == EINTR);
-    if (result != 0) ThrowErrno("Failed to connect to event socket");
+    path.copy(address.sun_path, path.size());
+
+    const auto deadline = apigen::common::DeadlineAfter(ConnectLimit);
+    auto left = std::chrono::duration_cast<std::chrono::microseconds>(ConnectLimit);
+    while (true) {
+        // A zero would be no limit.
+        LimitSending(socket, std::max(left, std::chrono::microseconds(1)));
+        if (::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) break;
+        // One that a signal cut short while it waited for its place has not begun, and is begun anew.
+        if (errno == EAGAIN) ThrowCannotConnect(ETIMEDOUT);
+        if (errno != EINTR) ThrowCannotConnect(errno);
+        left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - apigen::common::Clock::now());
+    }
+    LimitSending(socket, {});
     return socket;
 }
 
@@ -61,7 +94,7 @@ CDescriptor EitherOf(int first, int second) {
 }  // namespace
 
 CEventsStream::CEventsStream(const SEventConfig& config, std::shared_ptr<apigen::ILogger> logger)
-    : m_logger(std::move(logger)) {
+    : m_logger(std::move(logger)), m_process(apigen::common::CurrentProcessMark()) {
     const std::string& path = config.v1.Value().socketPath;
     if (m_logger != nullptr) m_logger->Info("Connecting to unix socket event source: " + path);
     CDescriptor socket = ConnectTo(path);
@@ -100,7 +133,12 @@ apigen::Optional<SBaseEvent> CEventsStream::ReadUntil(std::chrono::steady_clock:
     }
 }
 
+bool CEventsStream::IsOurs() const noexcept {
+    return m_process == apigen::common::CurrentProcessMark();
+}
+
 void CEventsStream::Stop() {
+    if (!IsOurs()) return;
     const std::string reason = "Event stream closed";
     if (m_logger != nullptr) m_logger->Info("Closing event stream: " + reason);
     m_stopped->Set(reason);

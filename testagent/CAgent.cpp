@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "testagent/CAgent.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <random>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -47,19 +44,6 @@ unsigned long AttemptOf(const SSession& session) {
 
 }  // namespace
 
-CPrivateDirectory::CPrivateDirectory() {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing in this program changes the environment
-    const char* const base = std::getenv("TMPDIR");
-    m_path = std::string(base != nullptr && *base == '/' ? base : "/tmp") + "/testagent-XXXXXX";
-    if (::mkdtemp(m_path.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "Making the directory " + m_path + " failed");
-    }
-}
-
-CPrivateDirectory::~CPrivateDirectory() {
-    ::rmdir(m_path.c_str());
-}
-
 Guid CAgent::NewGuid() {
     static std::random_device random;
     static std::mutex mutex;
@@ -81,10 +65,8 @@ SDateTime Now() {
     return {now / 1000, static_cast<unsigned short>(now % 1000)};
 }
 
-CAgent::CAgent(SScript script, std::string logName)
-    : Owner(script.Owner), m_script(std::move(script)), m_logName(std::move(logName)) {
-    m_directory.emplace();
-    m_events.emplace(m_directory->Path());
+CAgent::CAgent(SScript script) : Owner(script.Owner), m_script(std::move(script)) {
+    Listen();
     for (auto repository : m_script.Repositories) {
         if (repository.Id == Guid{}) repository.Id = NewGuid();
         Repositories.push_back(repository);
@@ -108,20 +90,39 @@ CAgent::~CAgent() {
     if (m_clock.joinable()) m_clock.join();
 }
 
+void CAgent::Listen() {
+    // Another agent that starts just now may take our directory for one that was left, until we keep it.
+    constexpr int Attempts = 100;
+    for (int attempt = 1;; ++attempt) {
+        m_directory.emplace();
+        try {
+            m_events.emplace(m_directory->Path(), CPrivateDirectory::SocketName);
+            if (m_directory->Keep()) return;
+            m_events.reset();
+            if (attempt == Attempts) throw std::runtime_error("The folder of the event socket is taken away");
+        } catch (const std::system_error& error) {
+            if (error.code() == std::errc::filename_too_long) {
+                throw std::runtime_error(std::string(error.what()) + "; let $TMPDIR name a shorter one");
+            }
+            if (error.code() != std::errc::no_such_file_or_directory || attempt == Attempts) throw;
+        }
+    }
+}
+
 void CAgent::RemoveTraces() noexcept {
     m_events->Stop();
     m_directory.reset();
 }
 
-void CAgent::Log(const std::string& line) {
+void CAgent::Log(const std::string& methodId) {
     constexpr std::size_t MaxLines = 10000;
     const auto lock = Lock();
     if (m_log.size() == MaxLines) m_log.pop_front();
-    m_log.push_back(line);
+    m_log.push_back(methodId);
 }
 
 std::string CAgent::LogText() const {
-    std::string text = "Log of " + m_logName + "\n";
+    std::string text;
     for (const auto& line : m_log) {
         text += line + "\n";
     }
@@ -130,14 +131,26 @@ std::string CAgent::LogText() const {
 
 // Control
 
-void CAgent::RequestControl(const SZamControlOwnerInfo& owner, bool isForced) {
+GrantPtr CAgent::RequestControl(const SZamControlOwnerInfo& owner, bool isForced) {
     if (owner.Id == Guid{}) throw CGenericException("An owner needs an id");
-    if (Owner.Id == Guid{} || Owner.Id == owner.Id || isForced) {
+    const bool isOthers = Owner.Id != Guid{} && Owner.Id != owner.Id;
+    if (!isOthers || isForced) {
+        if (isOthers) EndGrants(owner.Id);
         Owner = owner;
     } else if (Owner.Mode != ZAMOwnerMode::Shared && Owner.Mode != ZAMOwnerMode::ReadOnly) {
         throw CGenericException("The agent is controlled by " + Owner.Name +
                                 "; ask it to give control back, or take it by force");
     }
+    auto& grant = m_grants[owner.Id];
+    if (grant == nullptr) grant = std::make_shared<SGrant>(SGrant{owner.Id});
+    return grant;
+}
+
+void CAgent::EndGrants(const Guid& except) {
+    for (const auto& [owner, grant] : m_grants) {
+        grant->IsOver = owner != except;
+    }
+    std::erase_if(m_grants, [](const auto& entry) { return entry.second->IsOver; });
 }
 
 void CAgent::ReleaseControl(const Guid& owner) {
@@ -145,13 +158,14 @@ void CAgent::ReleaseControl(const Guid& owner) {
         throw CGenericException("The owner " + owner.Serialize() + " does not control the agent");
     }
     Owner = {};
+    EndGrants({});
 }
 
-void CAgent::RequireChangeBy(const Guid& owner) const {
-    if (Owner.Id == owner) return;
-    if (Owner.Id == Guid{}) {
-        throw CGenericException("Control was given back; request it again");
+void CAgent::RequireChangeBy(const SGrant& grant) const {
+    if (grant.IsOver) {
+        throw CGenericException("Control was given back, or taken over by another; request it again");
     }
+    if (Owner.Id == grant.Owner) return;
     if (Owner.Mode != ZAMOwnerMode::Shared) {
         throw CGenericException("The agent is controlled by " + Owner.Name +
                                 ", who shares it to look at most");
@@ -346,8 +360,8 @@ void CAgent::AddRestorePoint(SJob& job, const SSession& session) {
                                  isFull ? RestorePointType::Full : RestorePointType::Increment});
     const int kept = job.Config.RetentionInfo.RestorePointsCount;
     if (kept > 0 && job.RestorePoints.size() > static_cast<std::size_t>(kept)) {
-        job.RestorePoints.erase(job.RestorePoints.begin());
-        // What was built upon the dropped one takes its place.
+        job.RestorePoints.erase(job.RestorePoints.begin(), job.RestorePoints.end() - kept);
+        // What was built upon the dropped ones takes their place.
         job.RestorePoints.front().Type = RestorePointType::Full;
     }
 }
@@ -358,8 +372,10 @@ bool CAgent::IsUsed(const Guid& repository) const {
 }
 
 void CAgent::RunClock() {
+    // Steady: the system's clock may jump.
+    using Clock = std::chrono::steady_clock;
     auto lock = Lock();
-    while (!m_end.wait_for(lock, m_script.Step, [this] { return m_isEnding; })) {
+    while (!m_end.wait_until(lock, Clock::now() + m_script.Step, [this] { return m_isEnding; })) {
         for (const auto& job : Jobs) {
             const bool isDue =
                 m_script.Clock == EClock::Time || (job->Active != nullptr && job->Active->IsStopping);

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "testagent/CPrivateDirectory.h"
 #include "testagent/Script.h"
 
 namespace testagent {
@@ -43,26 +44,20 @@ struct SJob {
     std::vector<zamclientlib::SRestoreOib> RestorePoints;
 };
 
-/// A directory of our own, removed with what the event source has left in it.
-class CPrivateDirectory {
-public:
-    CPrivateDirectory();
-    CPrivateDirectory(const CPrivateDirectory&) = delete;
-    CPrivateDirectory& operator=(const CPrivateDirectory&) = delete;
-    ~CPrivateDirectory();
-
-    const std::string& Path() const noexcept { return m_path; }
-
-private:
-    std::string m_path;
+/// One owner's leave to use the agent: from its request of control until control is given back, or until
+/// another takes it by force. It does not come back with a later request.
+struct SGrant {
+    Guid Owner;
+    bool IsOver = false;
 };
+using GrantPtr = std::shared_ptr<SGrant>;
 
 /// What one agent knows and does. The objects that clients call are thin views of it.
 ///
 /// Calls and the clock come from two threads: whoever touches a member of `State` holds `Lock()`.
 class CAgent {
 public:
-    CAgent(SScript script, std::string logName);
+    explicit CAgent(SScript script);
     CAgent(const CAgent&) = delete;
     CAgent& operator=(const CAgent&) = delete;
     ~CAgent();
@@ -76,18 +71,20 @@ public:
     /// Takes everything away that would outlive the process. For an end without destructors.
     void RemoveTraces() noexcept;
 
-    /// A line of the agent's log.
-    void Log(const std::string& line);
+    /// Notes that a method was called.
+    void Log(const std::string& methodId);
+
+    /// The identifiers of the methods that were called, the latest ones at least. With the lock held.
     std::string LogText() const;
 
     /// \name Control. To be called with the lock held, like all that follows.
     /// @{
     zamclientlib::SZamControlOwnerInfo Owner;
-    void RequestControl(const zamclientlib::SZamControlOwnerInfo& owner, bool isForced);
+    GrantPtr RequestControl(const zamclientlib::SZamControlOwnerInfo& owner, bool isForced);
     void ReleaseControl(const Guid& owner);
 
-    /// Throws unless `owner` may change things as matters stand.
-    void RequireChangeBy(const Guid& owner) const;
+    /// Throws unless things may be changed by that leave as matters stand.
+    void RequireChangeBy(const SGrant& grant) const;
     /// @}
 
     /// \name Jobs
@@ -120,6 +117,8 @@ public:
     static Guid NewGuid();
 
 private:
+    void Listen();
+    void EndGrants(const Guid& except);
     void CheckConfig(const zamclientlib::SBackupJobConfigurationInfo& config, const Guid& self) const;
     std::shared_ptr<SSession> NewSession(SJob& job, const zamclientlib::SJobStartOptions& options,
                                          const SSession* previous);
@@ -137,10 +136,10 @@ private:
     void PublishStarted(const SJob& job, const SSession& session);
 
     const SScript m_script;
-    const std::string m_logName;
     const Guid m_sessionId = NewGuid();
     mutable std::mutex m_mutex;
     std::deque<std::string> m_log;
+    std::map<Guid, GrantPtr> m_grants;  ///< those that are not over
     std::optional<CPrivateDirectory> m_directory;
     std::optional<zamservice::CEventSource> m_events;
     unsigned long m_eventId = 0;

@@ -56,6 +56,18 @@ apigen::Optional<R> Find(const std::vector<R>& list, const Guid& id) {
     return WithoutSecrets(*found);
 }
 
+/// The name, or what it becomes with a number behind it when another has it.
+template <class R>
+std::string FreeName(const std::vector<R>& list, const std::string& wanted) {
+    const auto isTaken = [&](const std::string& name) {
+        return std::any_of(list.begin(), list.end(), [&](const R& record) { return record.Name == name; });
+    };
+    std::string name = wanted;
+    for (int number = 2; isTaken(name); ++number)
+        name = wanted + " " + std::to_string(number);
+    return name;
+}
+
 /// Makes sure of the repository that a server or provider offers.
 void Resync(CAgent& agent, const Guid& server, const std::string& name, BackupTargetType type) {
     for (const auto& repository : agent.Repositories) {
@@ -63,7 +75,7 @@ void Resync(CAgent& agent, const Guid& server, const std::string& name, BackupTa
     }
     SBackupRepositoryInfo repository;
     repository.Id = CAgent::NewGuid();
-    repository.Name = name + " repository";
+    repository.Name = FreeName(agent.Repositories, name + " repository");
     repository.OriginalName = std::string("Default repository");
     repository.Type = type;
     repository.ServerId = server;
@@ -90,21 +102,21 @@ bool Delete(CAgent& agent, std::vector<R>& list, const Guid& id, const char* kin
 
 class CManager {
 public:
-    CManager(AgentPtr agent, const Guid& owner) : m_agent(std::move(agent)), m_owner(owner) {}
+    CManager(AgentPtr agent, GrantPtr grant) : m_agent(std::move(agent)), m_grant(std::move(grant)) {}
 
 protected:
     std::unique_lock<std::mutex> LockToLook() const { return m_agent->Lock(); }
 
     std::unique_lock<std::mutex> LockToChange() const {
         auto lock = m_agent->Lock();
-        m_agent->RequireChangeBy(m_owner);
+        m_agent->RequireChangeBy(*m_grant);
         return lock;
     }
 
     AgentPtr m_agent;
 
 private:
-    Guid m_owner;
+    GrantPtr m_grant;
 };
 
 class CRepositories final : public IRepositoryManager, private CManager {
@@ -263,16 +275,16 @@ private:
 
 }  // namespace
 
-std::shared_ptr<IRepositoryManager> MakeRepositoryManager(AgentPtr agent, const Guid& owner) {
-    return std::make_shared<CRepositories>(std::move(agent), owner);
+std::shared_ptr<IRepositoryManager> MakeRepositoryManager(AgentPtr agent, GrantPtr grant) {
+    return std::make_shared<CRepositories>(std::move(agent), std::move(grant));
 }
 
-std::shared_ptr<IBackupServerManager> MakeServerManager(AgentPtr agent, const Guid& owner) {
-    return std::make_shared<CServers>(std::move(agent), owner);
+std::shared_ptr<IBackupServerManager> MakeServerManager(AgentPtr agent, GrantPtr grant) {
+    return std::make_shared<CServers>(std::move(agent), std::move(grant));
 }
 
-std::shared_ptr<ICloudServiceProviderManager> MakeProviderManager(AgentPtr agent, const Guid& owner) {
-    return std::make_shared<CProviders>(std::move(agent), owner);
+std::shared_ptr<ICloudServiceProviderManager> MakeProviderManager(AgentPtr agent, GrantPtr grant) {
+    return std::make_shared<CProviders>(std::move(agent), std::move(grant));
 }
 
 }  // namespace testagent

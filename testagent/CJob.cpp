@@ -13,8 +13,11 @@ namespace {
 
 class CSession final : public IBackupJobSession {
 public:
-    CSession(AgentPtr agent, const Guid& owner, std::shared_ptr<SJob> job, std::shared_ptr<SSession> session)
-        : m_agent(std::move(agent)), m_owner(owner), m_job(std::move(job)), m_session(std::move(session)) {}
+    CSession(AgentPtr agent, GrantPtr grant, std::shared_ptr<SJob> job, std::shared_ptr<SSession> session)
+        : m_agent(std::move(agent)),
+          m_grant(std::move(grant)),
+          m_job(std::move(job)),
+          m_session(std::move(session)) {}
 
     SBackupJobSessionInfo GetInfo() const override {
         const auto lock = m_agent->Lock();
@@ -25,21 +28,21 @@ public:
 
     bool Stop(std::string message) override {
         const auto lock = m_agent->Lock();
-        m_agent->RequireChangeBy(m_owner);
+        m_agent->RequireChangeBy(*m_grant);
         return m_agent->Stop(*m_job, *m_session, message);
     }
 
 private:
     AgentPtr m_agent;
-    Guid m_owner;
+    GrantPtr m_grant;
     std::shared_ptr<SJob> m_job;
     std::shared_ptr<SSession> m_session;
 };
 
 class CJob final : public IBackupJob {
 public:
-    CJob(AgentPtr agent, const Guid& owner, std::shared_ptr<SJob> job)
-        : m_agent(std::move(agent)), m_owner(owner), m_job(std::move(job)) {}
+    CJob(AgentPtr agent, GrantPtr grant, std::shared_ptr<SJob> job)
+        : m_agent(std::move(agent)), m_grant(std::move(grant)), m_job(std::move(job)) {}
 
     SBackupJobInfo GetInfo() const override {
         const auto lock = LockToLook();
@@ -141,28 +144,28 @@ private:
 
     std::unique_lock<std::mutex> LockToChange() const {
         auto lock = LockToLook();
-        m_agent->RequireChangeBy(m_owner);
+        m_agent->RequireChangeBy(*m_grant);
         return lock;
     }
 
     std::shared_ptr<IBackupJobSession> Session(std::shared_ptr<SSession> session) const {
-        return MakeSession(m_agent, m_owner, m_job, std::move(session));
+        return MakeSession(m_agent, m_grant, m_job, std::move(session));
     }
 
     AgentPtr m_agent;
-    Guid m_owner;
+    GrantPtr m_grant;
     std::shared_ptr<SJob> m_job;
 };
 
 }  // namespace
 
-std::shared_ptr<IBackupJob> MakeJob(AgentPtr agent, const Guid& owner, std::shared_ptr<SJob> job) {
-    return std::make_shared<CJob>(std::move(agent), owner, std::move(job));
+std::shared_ptr<IBackupJob> MakeJob(AgentPtr agent, GrantPtr grant, std::shared_ptr<SJob> job) {
+    return std::make_shared<CJob>(std::move(agent), std::move(grant), std::move(job));
 }
 
-std::shared_ptr<IBackupJobSession> MakeSession(AgentPtr agent, const Guid& owner, std::shared_ptr<SJob> job,
+std::shared_ptr<IBackupJobSession> MakeSession(AgentPtr agent, GrantPtr grant, std::shared_ptr<SJob> job,
                                                std::shared_ptr<SSession> session) {
-    return std::make_shared<CSession>(std::move(agent), owner, std::move(job), std::move(session));
+    return std::make_shared<CSession>(std::move(agent), std::move(grant), std::move(job), std::move(session));
 }
 
 }  // namespace testagent

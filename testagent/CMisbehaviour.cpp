@@ -5,17 +5,17 @@
 #include <apigen/Serialize.h>
 #include <zamclientlib/Exceptions.h>
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <set>
-#include <thread>
 #include <type_traits>
 #include <utility>
 
 #include "src/ExceptionTypes.h"
 #include "support/apigen/Envelope.h"
-#include "testagent/Secrets.h"
+#include "support/common/Waiting.h"
+#include "testagent/Methods.h"
 
 namespace testagent {
 namespace {
@@ -27,41 +27,6 @@ using apigen::CXmlData;
 /// A value that no enumeration has.
 constexpr const char* UnknownMember = "99";
 
-template <class T>
-inline constexpr bool IsVector = false;
-template <class T>
-inline constexpr bool IsVector<std::vector<T>> = true;
-
-/// Collects the keys under which the record and those inside it carry enumerations.
-template <class T>
-void CollectEnumKeys(std::set<std::string>& keys, std::string_view key = {}) {
-    if constexpr (std::is_enum_v<T>) {
-        keys.emplace(key);
-    } else if constexpr (IsOptional<T> || IsVector<T>) {
-        CollectEnumKeys<typename T::value_type>(keys, key);
-    } else if constexpr (Record<T>) {
-        T::Fields(
-            [&keys]<class M>(const apigen::FieldInfo& info, M T::*) { CollectEnumKeys<M>(keys, info.Key); });
-    }
-}
-
-/// The keys of all enumerations in answers.
-const std::set<std::string>& EnumKeys() {
-    static const std::set<std::string> all = [] {
-        std::set<std::string> keys;
-        CollectEnumKeys<zamclientlib::SZamControlOwnerInfo>(keys);
-        CollectEnumKeys<zamclientlib::SBackupJobConfigurationInfo>(keys);
-        CollectEnumKeys<zamclientlib::SBackupJobSessionInfo>(keys);
-        CollectEnumKeys<zamclientlib::SJobStartOptions>(keys);
-        CollectEnumKeys<zamclientlib::SCheckJobValidityMessage>(keys);
-        CollectEnumKeys<zamclientlib::SResolveObjectInfo>(keys);
-        CollectEnumKeys<zamclientlib::SRestoreOib>(keys);
-        CollectEnumKeys<zamclientlib::SBackupRepositoryInfo>(keys);
-        return keys;
-    }();
-    return all;
-}
-
 /// Replaces each number that stands right behind `opening`.
 void ReplaceNumbersBehind(std::string& text, const std::string& opening, std::string_view number) {
     for (auto at = text.find(opening); at != std::string::npos; at = text.find(opening, at)) {
@@ -72,8 +37,10 @@ void ReplaceNumbersBehind(std::string& text, const std::string& opening, std::st
 }
 
 /// The answer with every enumeration of its records set to the unknown member.
-std::string WithUnknownEnums(std::string answer) {
-    for (const auto& key : EnumKeys()) {
+std::string WithUnknownEnums(std::string answer, std::string_view methodId) {
+    const SMethod* const method = FindMethod(methodId);
+    if (method == nullptr) return answer;
+    for (const auto& key : method->EnumKeys) {
         ReplaceNumbersBehind(answer, "<" + key + ">", UnknownMember);
         ReplaceNumbersBehind(answer, "<" + key + "><opt>", UnknownMember);
     }
@@ -108,6 +75,12 @@ std::string InternalErrorAnswer(const SRule& rule) {
     return CXmlData::Serialize(*answer);
 }
 
+std::string NullObjectAnswer() {
+    const auto answer = CXmlData::CreateNew();
+    answer->SetString(envelope::HandleKey, "0");
+    return CXmlData::Serialize(*answer);
+}
+
 /// Whether the rule's method is this one: its identifier, or the name in front of the last underscore.
 bool Fits(const SRule& rule, std::string_view method) {
     return rule.Method == method || rule.Method == method.substr(0, method.rfind('_'));
@@ -127,14 +100,23 @@ const SRule* CMisbehaviour::Due(std::string_view method) {
     for (auto& [rule, seen] : m_rules) {
         if (!Fits(rule, method)) continue;
         const unsigned long index = seen++;
-        const bool isDue = index >= rule.Skip && (rule.Times == 0 || index < rule.Skip + rule.Times);
+        const bool isDue = index >= rule.Skip && (rule.Times == 0 || index - rule.Skip < rule.Times);
         if (isDue && due == nullptr) due = &rule;
     }
     return due;
 }
 
+void CMisbehaviour::Wait(std::chrono::milliseconds time) const {
+    const auto end = apigen::common::Clock::now() + time;
+    pollfd client{m_output, 0, 0};
+    while (apigen::common::Clock::now() < end) {
+        // Nothing is asked for, so only the client's end shows: nobody is left to wait for.
+        if (::poll(&client, 1, apigen::common::PollTimeout(end)) > 0) return;
+    }
+}
+
 void CMisbehaviour::EndIfAsked(const SRule& rule) {
-    if (rule.Action == EAction::Delay) std::this_thread::sleep_for(rule.Delay);
+    if (rule.Action == EAction::Delay) Wait(rule.Delay);
     if (rule.Action != EAction::Exit && rule.Action != EAction::Kill && rule.Action != EAction::Garbage)
         return;
     m_beforeEnd();
@@ -146,7 +128,7 @@ void CMisbehaviour::EndIfAsked(const SRule& rule) {
 }
 
 void CMisbehaviour::Greet() {
-    const SRule* const rule = Due("greeting");
+    const SRule* const rule = Due(GreetingMethod);
     if (rule == nullptr) return;
     EndIfAsked(*rule);
     if (rule->Action == EAction::Throw) throw zamclientlib::CGenericException(rule->Message);
@@ -161,7 +143,8 @@ std::string CMisbehaviour::MethodOf(const std::string& request) {
 }
 
 std::string CMisbehaviour::Answer(zamservice::CService& service, const std::string& request) {
-    const SRule* const rule = Due(MethodOf(request));
+    const std::string method = MethodOf(request);
+    const SRule* const rule = Due(method);
     if (rule == nullptr) return service.Answer(request);
     EndIfAsked(*rule);
     switch (rule->Action) {
@@ -169,10 +152,12 @@ std::string CMisbehaviour::Answer(zamservice::CService& service, const std::stri
             return ExceptionAnswer(*rule);
         case EAction::InternalError:
             return InternalErrorAnswer(*rule);
+        case EAction::NullObject:
+            return NullObjectAnswer();
         case EAction::Malformed:
             return "<Data><unfinished>";
         case EAction::UnknownEnum:
-            return WithUnknownEnums(service.Answer(request));
+            return WithUnknownEnums(service.Answer(request), method);
         default:
             return service.Answer(request);
     }

@@ -3,6 +3,7 @@
 
 #include <zamservice/Service.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -37,6 +38,9 @@ private:
     /// The first rule that is due for the method, or null. Counts for all that fit.
     const SRule* Due(std::string_view method);
     void EndIfAsked(const SRule& rule);
+
+    /// Waits for the time to pass, as long as there is a client.
+    void Wait(std::chrono::milliseconds time) const;
 
     std::vector<SState> m_rules;
     int m_output;

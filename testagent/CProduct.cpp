@@ -6,9 +6,11 @@
 
 #include <cctype>
 #include <cerrno>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "support/common/CDescriptor.h"
 #include "testagent/Objects.h"
 
 namespace testagent {
@@ -38,32 +40,32 @@ SResolveObjectInfo Resolve(const SVolumeBackupObject& object) {
 
 class CProduct final : public IZamProduct {
 public:
-    CProduct(AgentPtr agent, const Guid& owner) : m_agent(std::move(agent)), m_owner(owner) {}
+    CProduct(AgentPtr agent, GrantPtr grant) : m_agent(std::move(agent)), m_grant(std::move(grant)) {}
 
     std::shared_ptr<IBackupJob> FindBackupJob(Guid jobId) const override {
         const auto lock = m_agent->Lock();
         auto job = m_agent->FindJob(jobId);
-        return job != nullptr ? MakeJob(m_agent, m_owner, std::move(job)) : nullptr;
+        return job != nullptr ? MakeJob(m_agent, m_grant, std::move(job)) : nullptr;
     }
 
     std::vector<std::shared_ptr<IBackupJob>> GetBackupJobs() const override {
         const auto lock = m_agent->Lock();
         std::vector<std::shared_ptr<IBackupJob>> jobs;
         for (const auto& job : m_agent->Jobs) {
-            jobs.push_back(MakeJob(m_agent, m_owner, job));
+            jobs.push_back(MakeJob(m_agent, m_grant, job));
         }
         return jobs;
     }
 
     std::shared_ptr<IBackupJob> CreateBackupJob(SBackupJobConfigurationInfo config) override {
         const auto lock = m_agent->Lock();
-        m_agent->RequireChangeBy(m_owner);
-        return MakeJob(m_agent, m_owner, m_agent->CreateJob(config));
+        m_agent->RequireChangeBy(*m_grant);
+        return MakeJob(m_agent, m_grant, m_agent->CreateJob(config));
     }
 
     bool DeleteBackupJob(Guid obId) override {
         const auto lock = m_agent->Lock();
-        m_agent->RequireChangeBy(m_owner);
+        m_agent->RequireChangeBy(*m_grant);
         return m_agent->DeleteJob(obId);
     }
 
@@ -71,7 +73,7 @@ public:
         const auto lock = m_agent->Lock();
         for (const auto& job : m_agent->Jobs) {
             for (const auto& session : job->Sessions) {
-                if (session->Info.Uid == sessionId) return MakeSession(m_agent, m_owner, job, session);
+                if (session->Info.Uid == sessionId) return MakeSession(m_agent, m_grant, job, session);
             }
         }
         return nullptr;
@@ -79,7 +81,7 @@ public:
 
     void SetSchedulerPermissionToRunJobs(bool isAllowed) override {
         const auto lock = m_agent->Lock();
-        m_agent->RequireChangeBy(m_owner);
+        m_agent->RequireChangeBy(*m_grant);
         m_agent->IsSchedulerAllowed = isAllowed;
     }
 
@@ -89,13 +91,13 @@ public:
     }
 
     std::shared_ptr<IBackupServerManager> GetBackupServerManager() const override {
-        return MakeServerManager(m_agent, m_owner);
+        return MakeServerManager(m_agent, m_grant);
     }
     std::shared_ptr<ICloudServiceProviderManager> GetCloudServiceProviderManager() const override {
-        return MakeProviderManager(m_agent, m_owner);
+        return MakeProviderManager(m_agent, m_grant);
     }
     std::shared_ptr<IRepositoryManager> GetRepositoryManager() const override {
-        return MakeRepositoryManager(m_agent, m_owner);
+        return MakeRepositoryManager(m_agent, m_grant);
     }
 
     std::vector<SResolveObjectInfo> ResolveUserInput(
@@ -112,23 +114,31 @@ public:
 
 private:
     AgentPtr m_agent;
-    Guid m_owner;
+    GrantPtr m_grant;
 };
 
-void WriteFile(const std::string& path, const std::string& text) {
-    if (path.empty() || path.front() != '/') {
+/// Writes a new file: what stands at the path already, be it a link, is nothing that a client may have replaced.
+void WriteFile(const std::string& path, std::string_view text) {
+    if (path.empty() || path.front() != '/' || path.find('\0') != path.npos) {
         throw CGenericException("Logs are gathered at an absolute path, not at \"" + path + "\"");
     }
+    const apigen::common::CDescriptor file(
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     const auto refuse = [&](int error) {
         throw CGenericException("Gathering the logs at " + path +
                                 " failed: " + std::generic_category().message(error));
     };
-    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (file < 0) refuse(errno);
-    const ssize_t written = ::write(file, text.data(), text.size());
-    const int error = written < 0 ? errno : ENOSPC;
-    ::close(file);
-    if (written != static_cast<ssize_t>(text.size())) refuse(error);
+    if (!file) refuse(errno);
+    while (!text.empty()) {
+        const ssize_t written = ::write(file.Get(), text.data(), text.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) {
+            const int error = errno;
+            ::unlink(path.c_str());
+            refuse(error);
+        }
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
 }
 
 class CControl final : public IZamControl {
@@ -137,8 +147,7 @@ public:
 
     std::shared_ptr<IZamProduct> RequestControl(SZamControlOwnerInfo owner, bool force) override {
         const auto lock = m_agent->Lock();
-        m_agent->RequestControl(owner, force);
-        return std::make_shared<CProduct>(m_agent, owner.Id);
+        return std::make_shared<CProduct>(m_agent, m_agent->RequestControl(owner, force));
     }
 
     void ReleaseControl(SZamControlOwnerInfo owner) override {

@@ -14,14 +14,13 @@ namespace testagent {
 using AgentPtr = std::shared_ptr<CAgent>;
 
 std::shared_ptr<zamclientlib::IZamControl> MakeControl(AgentPtr agent);
-std::shared_ptr<zamclientlib::IBackupJob> MakeJob(AgentPtr agent, const Guid& owner,
-                                                  std::shared_ptr<SJob> job);
-std::shared_ptr<zamclientlib::IBackupJobSession> MakeSession(AgentPtr agent, const Guid& owner,
+std::shared_ptr<zamclientlib::IBackupJob> MakeJob(AgentPtr agent, GrantPtr grant, std::shared_ptr<SJob> job);
+std::shared_ptr<zamclientlib::IBackupJobSession> MakeSession(AgentPtr agent, GrantPtr grant,
                                                              std::shared_ptr<SJob> job,
                                                              std::shared_ptr<SSession> session);
-std::shared_ptr<zamclientlib::IRepositoryManager> MakeRepositoryManager(AgentPtr agent, const Guid& owner);
-std::shared_ptr<zamclientlib::IBackupServerManager> MakeServerManager(AgentPtr agent, const Guid& owner);
+std::shared_ptr<zamclientlib::IRepositoryManager> MakeRepositoryManager(AgentPtr agent, GrantPtr grant);
+std::shared_ptr<zamclientlib::IBackupServerManager> MakeServerManager(AgentPtr agent, GrantPtr grant);
 std::shared_ptr<zamclientlib::ICloudServiceProviderManager> MakeProviderManager(AgentPtr agent,
-                                                                                const Guid& owner);
+                                                                                GrantPtr grant);
 
 }  // namespace testagent

@@ -1,151 +1,138 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "testagent/Script.h"
 
-#include <nlohmann/json.hpp>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <initializer_list>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <utility>
+
+#include "support/apigen/Envelope.h"
+#include "support/common/CDescriptor.h"
+#include "testagent/CMembers.h"
+#include "testagent/Methods.h"
 
 namespace testagent {
 namespace {
 
-using nlohmann::json;
-
 constexpr const char* ScriptVariable = "ZAM_TESTAGENT_SCRIPT";
 
-[[noreturn]] void Refuse(const std::string& what) {
-    throw std::runtime_error(what);
-}
-
-/// An object of which each member is read once; `Finish` refuses those that nobody asked for, so that a
-/// misspelt name does not pass silently.
-class CMembers {
-public:
-    CMembers(const json& object, std::string place) : m_place(std::move(place)) {
-        if (!object.is_object()) Refuse(m_place + ": an object is expected");
-        m_members = object;
-    }
-
-    const std::string& Place() const noexcept { return m_place; }
-
-    template <class T>
-    void Read(const char* name, T& value) {
-        const json member = Take(name);
-        if (member.is_null()) return;
-        try {
-            member.get_to(value);
-        } catch (const json::exception& error) {
-            Refuse(m_place + "." + name + ": " + error.what());
-        }
-    }
-
-    template <class E>
-    void ReadEnum(const char* name, E& value) {
-        std::string text;
-        Read(name, text);
-        if (text.empty()) return;
-        const auto member = zamclientlib::MemberNamed<E>(text);
-        if (!member) Refuse(m_place + "." + name + ": there is no " + text);
-        value = *member;
-    }
-
-    void ReadMilliseconds(const char* name, std::chrono::milliseconds& value) {
-        unsigned long count = static_cast<unsigned long>(value.count());
-        Read(name, count);
-        value = std::chrono::milliseconds(count);
-    }
-
-    void ReadGuid(const char* name, apigen::Guid& value) {
-        std::string text;
-        Read(name, text);
-        if (!text.empty()) value = apigen::Guid::Deserialize(text);
-    }
-
-    template <class F>
-    void ReadObject(const char* name, F read) {
-        const json member = Take(name);
-        if (member.is_null()) return;
-        CMembers members(member, m_place + "." + name);
-        read(members);
-        members.Finish();
-    }
-
-    template <class F>
-    void ReadList(const char* name, F read) {
-        const json list = Take(name);
-        if (!list.is_null() && !list.is_array()) Refuse(m_place + "." + name + ": a list is expected");
-        std::size_t index = 0;
-        for (const json& element : list) {
-            CMembers members(element, m_place + "." + name + "[" + std::to_string(index++) + "]");
-            read(members);
-            members.Finish();
-        }
-    }
-
-    void Finish() const {
-        if (!m_members.empty()) {
-            Refuse(m_place + ": nothing is called \"" + m_members.items().begin().key() + "\"");
-        }
-    }
-
-private:
-    json Take(const char* name) {
-        json member = m_members.value(name, json());
-        m_members.erase(name);
-        return member;
-    }
-
-    std::string m_place;
-    json m_members;
-};
+template <class E>
+using Names = std::vector<std::pair<std::string, E>>;
 
 template <class E>
-E OneOf(const std::string& name, std::initializer_list<std::pair<std::string_view, E>> members,
-        const std::string& place) {
-    for (const auto& [memberName, member] : members) {
-        if (name == memberName) return member;
+bool ReadOneOf(CMembers& members, const char* name, const Names<E>& accepted, E& value) {
+    std::string text;
+    if (!members.ReadText(name, text)) return false;
+    std::vector<std::string> names;
+    for (const auto& [acceptedName, member] : accepted) {
+        if (acceptedName == text) {
+            value = member;
+            return true;
+        }
+        names.push_back(acceptedName);
     }
-    Refuse(place + ": there is no \"" + name + "\"");
+    members.Refuse(name, "there is no " + Quoted(text) + "; accepted are " + Listed(names));
+}
+
+const Names<EAction>& GreetingActions() {
+    static const Names<EAction> actions = {{"throw", EAction::Throw},
+                                           {"delay", EAction::Delay},
+                                           {"garbage", EAction::Garbage},
+                                           {"exit", EAction::Exit},
+                                           {"kill", EAction::Kill}};
+    return actions;
+}
+
+const Names<EAction>& CallActions() {
+    static const Names<EAction> actions = [] {
+        auto all = GreetingActions();
+        all.insert(all.end(), {{"internal-error", EAction::InternalError},
+                               {"null-object", EAction::NullObject},
+                               {"unknown-enum", EAction::UnknownEnum},
+                               {"malformed", EAction::Malformed}});
+        return all;
+    }();
+    return actions;
+}
+
+bool IsGreeting(const SRule& rule) {
+    return rule.Method == GreetingMethod;
+}
+
+/// Whether the rule is for this method.
+bool IsFor(const SRule& rule, const SMethod& method) {
+    return rule.Method == method.Name || rule.Method == method.Id;
+}
+
+void CheckMethod(const CMembers& members, const SRule& rule) {
+    if (rule.Method.empty()) members.Refuse("a rule needs a method");
+    if (IsGreeting(rule) || rule.Method == apigen::envelope::ReleaseMethod) return;
+    const auto& methods = Methods();
+    if (std::any_of(methods.begin(), methods.end(), [&](const auto& each) { return IsFor(rule, each); }))
+        return;
+    members.Refuse("method", "no interface has a method " + Quoted(rule.Method) +
+                                 "; accepted are a method's name, as GetInfo, its whole identifier, " +
+                                 GreetingMethod + " and " + apigen::envelope::ReleaseMethod);
+}
+
+/// An object can be missing only where one is handed out.
+void CheckHandsOutObject(const CMembers& members, const SRule& rule) {
+    std::vector<std::string> names;
+    for (const auto& method : Methods()) {
+        if (!method.HandsOutObject) continue;
+        if (IsFor(rule, method)) return;
+        names.emplace_back(method.Name);
+    }
+    members.Refuse(
+        "action", Quoted(rule.Method) + " hands out no object; null-object is accepted for " + Listed(names));
+}
+
+void ReadThrow(CMembers& members, SRule& rule) {
+    rule.Type = "CGenericException";
+    members.ReadText("message", rule.Message);
+    members.ReadText("type", rule.Type);
+    if (rule.Type.empty()) members.Refuse("type", "the name of an exception is expected");
+    if (IsGreeting(rule) && rule.Type != "CGenericException") {
+        members.Refuse("type", "a greeting throws CGenericException alone, not " + Quoted(rule.Type));
+    }
+    if (rule.Type == "CIndexingUnmetDependencies") members.ReadEnum("missedPackage", rule.MissedPackage);
 }
 
 SRule ReadRule(CMembers& members) {
+    constexpr std::uint64_t MaxExitCode = 255;
     SRule rule;
-    std::string action;
-    members.Read("method", rule.Method);
-    members.Read("skip", rule.Skip);
-    members.Read("times", rule.Times);
-    members.Read("action", action);
-    if (rule.Method.empty()) Refuse(members.Place() + ": a rule needs a method");
-    rule.Action = OneOf<EAction>(action,
-                                 {{"throw", EAction::Throw},
-                                  {"delay", EAction::Delay},
-                                  {"exit", EAction::Exit},
-                                  {"kill", EAction::Kill},
-                                  {"garbage", EAction::Garbage},
-                                  {"malformed", EAction::Malformed},
-                                  {"unknown-enum", EAction::UnknownEnum},
-                                  {"internal-error", EAction::InternalError}},
-                                 members.Place() + ".action");
+    members.ReadText("method", rule.Method);
+    CheckMethod(members, rule);
+    members.ReadNumber("skip", rule.Skip);
+    members.ReadNumber("times", rule.Times);
+    const auto& actions = IsGreeting(rule) ? GreetingActions() : CallActions();
+    if (!ReadOneOf(members, "action", actions, rule.Action)) members.Refuse("a rule needs an action");
     switch (rule.Action) {
         case EAction::Throw:
-            rule.Type = "CGenericException";
-            members.Read("type", rule.Type);
-            members.ReadEnum("missedPackage", rule.MissedPackage);
-            members.Read("message", rule.Message);
+            ReadThrow(members, rule);
             break;
         case EAction::InternalError:
         case EAction::Garbage:
-            members.Read("message", rule.Message);
+            members.ReadText("message", rule.Message);
             break;
         case EAction::Delay:
-            members.ReadMilliseconds("ms", rule.Delay);
+            members.ReadMilliseconds("ms", rule.Delay, 0);
             break;
         case EAction::Exit:
-            members.Read("code", rule.ExitCode);
+            members.ReadNumber("code", rule.ExitCode, 0, MaxExitCode);
+            break;
+        case EAction::NullObject:
+            CheckHandsOutObject(members, rule);
             break;
         case EAction::Kill:
         case EAction::Malformed:
@@ -155,67 +142,138 @@ SRule ReadRule(CMembers& members) {
     return rule;
 }
 
-SScriptedJob ReadJob(CMembers& members) {
-    SScriptedJob job;
-    auto& config = job.Config;
-    config.Source.BackupMode = zamclientlib::JobBackupMode::FileLevel;
-    members.Read("name", config.JobName);
-    members.Read("repository", job.RepositoryName);
-    members.Read("enabled", job.IsEnabled);
-    members.Read("userData", config.UserData);
-    members.ReadEnum("backupMode", config.Source.BackupMode);
-    members.Read("includeDirs", config.Source.IncludeDirs);
-    members.ReadObject("retries", [&](CMembers& retries) {
-        zamclientlib::SRetriesInfo info;
-        retries.Read("attempts", info.AttemptsNum);
-        retries.Read("timeoutMs", info.TimeoutMs);
-        config.RetriesInfo = info;
-    });
-    return job;
-}
-
-zamclientlib::SBackupRepositoryInfo ReadRepository(CMembers& members) {
+zamclientlib::SBackupRepositoryInfo ReadRepository(CMembers& members, const SScript& script) {
     zamclientlib::SBackupRepositoryInfo repository;
     repository.Type = zamclientlib::BackupTargetType::LocalFolder;
-    members.ReadGuid("id", repository.Id);
-    members.Read("name", repository.Name);
+    const bool hasId = members.ReadGuid("id", repository.Id);
+    members.ReadText("name", repository.Name);
     members.ReadEnum("type", repository.Type);
-    members.Read("location", repository.Location);
+    members.ReadText("location", repository.Location);
+    if (repository.Name.empty()) members.Refuse("a repository needs a name");
+    if (hasId && repository.Id == apigen::Guid{}) members.Refuse("id", "another one than zero is expected");
+    for (const auto& other : script.Repositories) {
+        if (other.Name == repository.Name) {
+            members.Refuse("name", "there is a repository called " + Quoted(other.Name) + " already");
+        }
+        if (hasId && other.Id == repository.Id) {
+            members.Refuse("id", "the repository " + Quoted(other.Name) + " has it already");
+        }
+    }
     return repository;
 }
 
-void ReadVersion(const std::string& text, zamclientlib::SVersion& version) {
-    std::istringstream stream(text);
-    char dot = '.';
-    stream >> version.major >> dot >> version.minor >> dot >> version.revision >> dot >> version.build;
+SScriptedJob ReadJob(CMembers& members, const SScript& script) {
+    SScriptedJob job;
+    auto& config = job.Config;
+    config.Source.BackupMode = zamclientlib::JobBackupMode::FileLevel;
+    members.ReadText("name", config.JobName);
+    const bool hasRepository = members.ReadText("repository", job.RepositoryName);
+    members.ReadFlag("enabled", job.IsEnabled);
+    members.ReadText("userData", config.UserData);
+    members.ReadEnum("backupMode", config.Source.BackupMode);
+    members.ReadTexts("includeDirs", config.Source.IncludeDirs);
+    members.ReadObject("retries", [&](CMembers& retries) {
+        zamclientlib::SRetriesInfo info;
+        retries.ReadNumber("attempts", info.AttemptsNum);
+        retries.ReadNumber("timeoutMs", info.TimeoutMs);
+        config.RetriesInfo = info;
+    });
+    if (config.JobName.empty()) members.Refuse("a job needs a name");
+    for (const auto& other : script.Jobs) {
+        if (other.Config.JobName == config.JobName) {
+            members.Refuse("name", "there is a job called " + Quoted(config.JobName) + " already");
+        }
+    }
+    std::vector<std::string> names;
+    for (const auto& repository : script.Repositories)
+        names.push_back(repository.Name);
+    if (hasRepository && std::find(names.begin(), names.end(), job.RepositoryName) == names.end()) {
+        members.Refuse("repository",
+                       "there is no " + Quoted(job.RepositoryName) + "; accepted are " +
+                           (names.empty() ? "those of \"repositories\", which has none" : Listed(names)));
+    }
+    return job;
+}
+
+/// Four numbers and three dots, and nothing else.
+bool ParseVersion(std::string_view text, zamclientlib::SVersion& version) {
+    const std::array parts = {&version.major, &version.minor, &version.revision, &version.build};
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    for (auto* const part : parts) {
+        if (part != parts.front() && (at == end || *at++ != '.')) return false;
+        const auto [stop, error] = std::from_chars(at, end, *part);
+        if (error != std::errc()) return false;
+        at = stop;
+    }
+    return at == end;
+}
+
+void ReadVersion(CMembers& members, const char* name, zamclientlib::SVersion& version) {
+    std::string text;
+    if (members.ReadText(name, text) && !ParseVersion(text, version)) {
+        members.Refuse(name, Quoted(text) +
+                                 " is no version; accepted are four numbers up to 65535, as in "
+                                 "2.0.0.0");
+    }
+}
+
+void ReadClock(CMembers& members, SScript& script) {
+    constexpr std::uint64_t MaxSteps = 1000000;  // a hundred times as many still fit
+    ReadOneOf(members, "mode",
+              Names<EClock>{{"time", EClock::Time}, {"calls", EClock::Calls}, {"held", EClock::Held}},
+              script.Clock);
+    members.ReadMilliseconds("stepMs", script.Step, 1);
+    members.ReadNumber("steps", script.Steps, 1, MaxSteps);
+    members.ReadNumber("failedAttempts", script.FailedAttempts);
+}
+
+void ReadOwner(CMembers& members, zamclientlib::SZamControlOwnerInfo& owner) {
+    members.ReadGuid("id", owner.Id);
+    members.ReadText("name", owner.Name);
+    members.ReadEnum("type", owner.Type);
+    members.ReadEnum("mode", owner.Mode);
+    if (owner.Id == apigen::Guid{}) members.Refuse("an owner needs an id");
 }
 
 SScript Read(CMembers& members) {
     SScript script;
-    std::string version;
-    members.Read("protocolVersion", version);
-    if (!version.empty()) ReadVersion(version, script.ProtocolVersion);
-    members.ReadObject("clock", [&](CMembers& clock) {
-        std::string mode = "time";
-        clock.Read("mode", mode);
-        script.Clock =
-            OneOf<EClock>(mode, {{"time", EClock::Time}, {"calls", EClock::Calls}, {"held", EClock::Held}},
-                          clock.Place() + ".mode");
-        clock.ReadMilliseconds("stepMs", script.Step);
-        clock.Read("steps", script.Steps);
-        clock.Read("failedAttempts", script.FailedAttempts);
-    });
-    members.ReadObject("owner", [&](CMembers& owner) {
-        owner.ReadGuid("id", script.Owner.Id);
-        owner.Read("name", script.Owner.Name);
-        owner.ReadEnum("type", script.Owner.Type);
-        owner.ReadEnum("mode", script.Owner.Mode);
-    });
+    ReadVersion(members, "protocolVersion", script.ProtocolVersion);
+    members.ReadObject("clock", [&](CMembers& clock) { ReadClock(clock, script); });
+    members.ReadObject("owner", [&](CMembers& owner) { ReadOwner(owner, script.Owner); });
     members.ReadList("repositories",
-                     [&](CMembers& each) { script.Repositories.push_back(ReadRepository(each)); });
-    members.ReadList("jobs", [&](CMembers& each) { script.Jobs.push_back(ReadJob(each)); });
+                     [&](CMembers& each) { script.Repositories.push_back(ReadRepository(each, script)); });
+    members.ReadList("jobs", [&](CMembers& each) { script.Jobs.push_back(ReadJob(each, script)); });
     members.ReadList("rules", [&](CMembers& each) { script.Rules.push_back(ReadRule(each)); });
     return script;
+}
+
+/// What stands in a file of ordinary kind and size: nothing else may keep the agent waiting.
+std::string ReadFile(const char* path) {
+    constexpr std::size_t MaxBytes = 1024 * 1024;
+    const auto refuse = [](const char* what, int error) {
+        throw std::runtime_error(what + std::generic_category().message(error));
+    };
+    const apigen::common::CDescriptor file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file) refuse("it can't be opened: ", errno);
+    struct stat status {};
+    if (::fstat(file.Get(), &status) != 0) refuse("it can't be examined: ", errno);
+    if (!S_ISREG(status.st_mode)) throw std::runtime_error("it is no regular file");
+    std::string text(MaxBytes + 1, '\0');
+    std::size_t size = 0;
+    while (size < text.size()) {
+        const ssize_t got = ::read(file.Get(), text.data() + size, text.size() - size);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) refuse("it can't be read: ", errno);
+        if (got == 0) break;
+        size += static_cast<std::size_t>(got);
+    }
+    if (size == 0) throw std::runtime_error("it is empty; {} is the least that is accepted");
+    if (size > MaxBytes) {
+        throw std::runtime_error("it is larger than " + std::to_string(MaxBytes) + " bytes");
+    }
+    text.resize(size);
+    return text;
 }
 
 }  // namespace
@@ -225,9 +283,8 @@ SScript SScript::FromEnvironment() {
     const char* const path = std::getenv(ScriptVariable);
     if (path == nullptr) return {};
     try {
-        std::ifstream file(path);
-        if (!file) Refuse("it can't be opened");
-        CMembers members(json::parse(file), "script");
+        const nlohmann::json document = ParseStrictly(ReadFile(path));
+        CMembers members(document, "script");
         SScript script = Read(members);
         members.Finish();
         return script;

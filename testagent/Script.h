@@ -31,13 +31,17 @@ enum class EAction {
     Garbage,
     Malformed,
     UnknownEnum,
-    InternalError
+    InternalError,
+    NullObject
 };
+
+/// Stands for a method in a rule: what comes before any call.
+inline constexpr const char* GreetingMethod = "greeting";
 
 /// A misbehaviour and when it shows.
 struct SRule {
-    std::string Method;      ///< its name, or its whole identifier; "greeting" for what comes before any call
-    unsigned long Skip = 0;  ///< so many calls go well first
+    std::string Method;       ///< its name, or its whole identifier
+    unsigned long Skip = 0;   ///< so many calls go well first
     unsigned long Times = 0;  ///< so many calls are affected; 0: all
     EAction Action{};
     std::string Type;  ///< of the exception

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command line of the test agent: that of the agent's tool, as far as clients use it.
 #include <fcntl.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <iostream>
 #include <optional>
@@ -10,6 +12,7 @@
 #include <vector>
 
 #include "testagent/CMisbehaviour.h"
+#include "testagent/Methods.h"
 #include "testagent/Objects.h"
 
 namespace testagent {
@@ -17,25 +20,28 @@ namespace {
 
 constexpr int UsageError = 2;
 
-std::string g_socketPath;  // written before the handler that reads them is set
-std::string g_socketDirectory;
+// Written before the handler that reads them is set, and there until the process has gone.
+std::array<char, sizeof(sockaddr_un::sun_path)> g_socketPath;
+std::array<char, sizeof(sockaddr_un::sun_path)> g_socketDirectory;
 
 /// A client that has lost its patience ends the agent by a signal, perhaps in the middle of a scripted delay.
 extern "C" void HandleTermination(int signal) {
-    ::unlink(g_socketPath.c_str());
-    ::rmdir(g_socketDirectory.c_str());
+    ::unlink(g_socketPath.data());
+    ::rmdir(g_socketDirectory.data());
     std::signal(signal, SIG_DFL);
     std::raise(signal);
 }
 
 void RemoveTracesOnTermination(const CAgent& agent) {
-    g_socketPath = agent.EventConfig().v1->socketPath;
-    g_socketDirectory = g_socketPath.substr(0, g_socketPath.rfind('/'));
-    std::signal(SIGTERM, &HandleTermination);
-    std::signal(SIGINT, &HandleTermination);
+    // A path on which a socket listens fits, with its end.
+    const std::string path = agent.EventConfig().v1->socketPath;
+    path.copy(g_socketPath.data(), g_socketPath.size() - 1);
+    path.copy(g_socketDirectory.data(), path.rfind('/'));
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        std::signal(signal, &HandleTermination);
 }
 
-int Serve(const std::string& logName) {
+int Serve() {
     // The kit takes the standard streams over; what is to go out raw needs a descriptor of its own.
     constexpr int FirstOwnDescriptor = 3;
     const int output = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, FirstOwnDescriptor);
@@ -47,13 +53,14 @@ int Serve(const std::string& logName) {
             if (agent != nullptr) agent->RemoveTraces();
         });
         misbehaviour->Greet();
-        agent = std::make_shared<CAgent>(script, logName);
+        agent = std::make_shared<CAgent>(script);
         RemoveTracesOnTermination(*agent);
         return MakeControl(agent);
     };
     const auto answer = [&](zamservice::CService& service, const std::string& request) {
-        // Names alone: arguments may hold secrets.
-        agent->Log(CMisbehaviour::MethodOf(request));
+        // Names of methods alone: arguments may hold secrets, and a name that no method has anything.
+        const std::string method = CMisbehaviour::MethodOf(request);
+        if (FindMethod(method) != nullptr) agent->Log(method);
         return misbehaviour->Answer(service, request);
     };
     return zamservice::ServeStandardStreams(makeService, answer);
@@ -65,7 +72,7 @@ int Run(const std::vector<std::string>& arguments) {
     }
     if (arguments.size() == 4 && arguments[0] == "extended" && arguments[1] == "startCommandInvoker" &&
         arguments[2] == "--logFileName") {
-        return Serve(arguments[3]);
+        return Serve();
     }
     std::cerr << "An agent in memory, for tests. Usage:\n"
                  "  tarvoconfig extended startCommandInvoker --logFileName NAME\n"

@@ -63,7 +63,7 @@ public:
     PeerGoneError(const std::string& message, bool isOrderly)
         : ApiInternalError(message), m_isOrderly(isOrderly) {}
 
-    /// True when the peer closed the stream between two messages, as it does when it has finished.
+    /// True when the peer closed the stream between two messages, as it does when it has finished, or takes no more.
     bool IsOrderly() const noexcept { return m_isOrderly; }
 
 private:

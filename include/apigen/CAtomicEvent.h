@@ -25,7 +25,8 @@ public:
     virtual ~IEvent() = default;
 };
 
-/// An event that any thread may set, once; unset when made.
+/// An event that any thread may set, once; unset when made. A forked process has a copy: setting that one
+/// ends no waiting in the other process.
 class CAtomicEvent final : public IEvent {
 public:
     /// \throws std::system_error when the process is out of descriptors.

@@ -43,6 +43,9 @@ public:
     /// For the library's own code, which works on the document underneath.
     /// \param owner keeps `document` alive; empty for the node that is a part of it
     CXmlData(CDocument& document, std::uint32_t node, std::shared_ptr<CDocument> owner) noexcept;
+    CXmlData(const CXmlData&) = delete;
+    CXmlData& operator=(const CXmlData&) = delete;
+    ~CXmlData() override;
     static CXmlData* From(IData& data) noexcept;  ///< null for a container of another make
     static const CXmlData* From(const IData& data) noexcept;
     void SetText(std::string_view key, std::string_view text);
@@ -50,11 +53,13 @@ public:
     std::uint32_t Node() const noexcept { return m_node; }
 
 private:
-    CDocument& Indexed() const;
+    friend class CDocument;
 
     CDocument& m_document;
     std::uint32_t m_node;
     std::shared_ptr<CDocument> m_owner;
+    CXmlData* m_nextHandle = nullptr;  // of those that have an owner, which the document knows
+    CXmlData** m_toThis = nullptr;     // what points to this one
 };
 
 }  // namespace apigen

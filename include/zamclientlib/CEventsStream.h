@@ -9,6 +9,7 @@
 #include <zamclientlib/EventRecords.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 
 namespace zamclientlib APIGEN_API {
@@ -17,6 +18,9 @@ namespace zamclientlib APIGEN_API {
 ///
 /// One thread reads; any thread may call `Stop` and `IsStopped` meanwhile. Independent of the connection that
 /// gave the configuration.
+///
+/// A stream belongs to the process that connected it. In a forked one reads throw apigen::ApiInternalError,
+/// `Stop` does nothing, and the destructor closes the copies of the descriptors: the other process reads on.
 class CEventsStream {
 public:
     /// Connects to the event source.
@@ -24,7 +28,8 @@ public:
     /// \param logger may be empty
     /// \throws std::runtime_error "Optional has no value" when the agent offers no event source
     /// \throws std::system_error when the socket can't be connected; `ENAMETOOLONG` for a path of more than
-    /// 107 bytes
+    /// 107 bytes, `ENOENT` for an empty one, `EINVAL` for one with a zero byte, `ETIMEDOUT` when the source
+    /// has not let another client in for 5 s
     CEventsStream(const SEventConfig& config, std::shared_ptr<apigen::ILogger> logger);
     CEventsStream(const CEventsStream&) = delete;
     CEventsStream& operator=(const CEventsStream&) = delete;
@@ -54,11 +59,13 @@ public:
 
 private:
     SBaseEvent ReadNext();
+    bool IsOurs() const noexcept;
 
     std::shared_ptr<apigen::ILogger> m_logger;
     std::shared_ptr<apigen::CInterruptibleIoDev> m_device;
     std::shared_ptr<apigen::io::event::CAtomicEvent> m_stopped;
     int m_descriptor = -1;
+    std::uint64_t m_process;
 };
 
 }  // namespace zamclientlib

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apigen/CAtomicEvent.h>
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -10,6 +12,7 @@
 #include <utility>
 
 #include "support/common/CDescriptor.h"
+#include "support/common/ProcessMark.h"
 
 namespace apigen::io::event {
 
@@ -23,6 +26,7 @@ public:
         const std::lock_guard lock(m_mutex);
         m_reason = std::move(reason);
         if (m_set.exchange(true)) return;
+        if (!m_origin.IsHere() && !Separate()) return;
         ::eventfd_write(m_descriptor.Get(), 1);  // the counter's first step can't fail
     }
 
@@ -36,6 +40,14 @@ public:
     int Descriptor() const noexcept { return m_descriptor.Get(); }
 
 private:
+    /// A fork shares the counter: setting it would end the waiting of the other process, which knows of no
+    /// event. The number stays.
+    bool Separate() const noexcept {
+        const common::CDescriptor own(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        return own && ::dup3(own.Get(), m_descriptor.Get(), O_CLOEXEC) >= 0;
+    }
+
+    const common::CProcessMark m_origin;
     common::CDescriptor m_descriptor;
     mutable std::mutex m_mutex;
     std::string m_reason;

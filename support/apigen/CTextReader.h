@@ -74,7 +74,7 @@ public:
         if (!m_isEmpty) m_cursor.Close(m_key);
     }
 
-    std::size_t Count(std::string_view /*key*/) const { return 0; }
+    std::size_t Count(std::string_view /*key*/, std::size_t /*entryBytes*/) const { return 0; }
 
     void ForEachChild(std::string_view key, void (*readEntry)(CTextReader& entry, void* list), void* list) {
         while (Has(key)) {

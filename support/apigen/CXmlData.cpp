@@ -20,7 +20,7 @@ std::shared_ptr<IData> ShareRoot(const std::shared_ptr<SRootedDocument>& documen
     return {document, &document->RootNode};
 }
 
-std::shared_ptr<IData> Share(CDocument& document, NodeId node) {
+std::shared_ptr<CXmlData> Share(CDocument& document, NodeId node) {
     return std::make_shared<CXmlData>(document, node, document.shared_from_this());
 }
 
@@ -33,7 +33,19 @@ NodeId Require(const CDocument& document, NodeId parent, std::string_view key) {
 }  // namespace
 
 CXmlData::CXmlData(CDocument& document, std::uint32_t node, std::shared_ptr<CDocument> owner) noexcept
-    : m_document(document), m_node(node), m_owner(std::move(owner)) {}
+    : m_document(document), m_node(node), m_owner(std::move(owner)) {
+    if (m_owner == nullptr) return;
+    m_nextHandle = document.m_handles;
+    m_toThis = &document.m_handles;
+    if (m_nextHandle != nullptr) m_nextHandle->m_toThis = &m_nextHandle;
+    document.m_handles = this;
+}
+
+CXmlData::~CXmlData() {
+    if (m_toThis == nullptr) return;
+    *m_toThis = m_nextHandle;
+    if (m_nextHandle != nullptr) m_nextHandle->m_toThis = m_toThis;
+}
 
 const CXmlData* CXmlData::From(const IData& data) noexcept {
     // Nothing is derived from this class, so there is no need to search for it among bases.
@@ -67,16 +79,20 @@ std::string CXmlData::Serialize(const IData& data) {
 }
 
 bool CXmlData::HasValue(const std::string& key) const {
-    return Indexed().Find(m_node, key) != CDocument::None;
+    return m_document.Tree().Find(m_node, key) != CDocument::None;
 }
 
 std::shared_ptr<IData> CXmlData::CreateChild(const std::string& key) {
-    CDocument& document = Indexed();
-    return Share(document, document.AppendNode(m_node, key));
+    CDocument& document = m_document.Tree();
+    document.Tidy();
+    const auto child =
+        Share(document, CDocument::Root);  // first, so that nothing fails once the entry is there
+    child->m_node = document.AppendNode(m_node, key);
+    return child;
 }
 
 std::vector<std::shared_ptr<IData>> CXmlData::GetChildren(const std::string& key) const {
-    CDocument& document = Indexed();
+    CDocument& document = m_document.Tree();
     std::vector<std::shared_ptr<IData>> children;
     NodeId child = document.Find(m_node, key);
     while (child != CDocument::None) {
@@ -87,12 +103,12 @@ std::vector<std::shared_ptr<IData>> CXmlData::GetChildren(const std::string& key
 }
 
 std::shared_ptr<IData> CXmlData::GetChild(const std::string& key) const {
-    CDocument& document = Indexed();
+    CDocument& document = m_document.Tree();
     return Share(document, Require(document, m_node, key));
 }
 
 bool CXmlData::HasString(const std::string& key) const {
-    const CDocument& document = Indexed();
+    const CDocument& document = m_document.Tree();
     const NodeId found = document.Find(m_node, key);
     return found != CDocument::None && !document.HasChildren(found);
 }
@@ -102,11 +118,10 @@ void CXmlData::SetString(const std::string& key, const std::string& value) {
 }
 
 void CXmlData::SetText(std::string_view key, std::string_view text) {
-    if (m_node == CDocument::Root && !m_document.HasRootEntry(key)) {
-        RequireKey(key);
-        return m_document.AppendToTail(key, [&](CXmlWriter& tail) { tail.Entry(key, text); });
-    }
-    CDocument& document = Indexed();
+    RequireKey(key);
+    if (m_document.AppendAsText(key, true, [&](CXmlWriter& entries) { entries.Entry(key, text); })) return;
+    CDocument& document = m_document.Tree();
+    document.Tidy();
     const NodeId found = document.Find(m_node, key);
     if (found == CDocument::None) {
         document.AppendText(m_node, key, text);
@@ -116,15 +131,10 @@ void CXmlData::SetText(std::string_view key, std::string_view text) {
 }
 
 std::string CXmlData::GetString(const std::string& key) const {
-    const CDocument& document = Indexed();
+    const CDocument& document = m_document.Tree();
     const NodeId found = Require(document, m_node, key);
     if (document.HasChildren(found)) document.ThrowNoText(found);
     return std::string(document.Text(found));
-}
-
-CDocument& CXmlData::Indexed() const {
-    m_document.Index();
-    return m_document;
 }
 
 }  // namespace apigen

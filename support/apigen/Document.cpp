@@ -2,8 +2,10 @@
 #include "support/apigen/Document.h"
 
 #include <apigen/ApiException.h>
+#include <apigen/CXmlData.h>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
 #include "support/apigen/XmlChars.h"
@@ -11,6 +13,13 @@
 #include "support/common/Text.h"
 
 namespace apigen {
+namespace {
+
+/// More keys are better found in a tree. No request has that many.
+constexpr std::size_t MaxTextKeys = 16;
+
+}  // namespace
+
 bool IsKey(std::string_view text) {
     const char* const end = text.data() + text.size();
     return !text.empty() && xml::IsKeyStart(text.front()) && xml::SkipKeyChars(text.data(), end) == end;
@@ -24,60 +33,207 @@ void RequireKey(std::string_view key) {
     }
 }
 
-NodeId CDocument::AppendNode(NodeId parent, std::string_view key) {
-    RequireKey(key);
-    return Link(parent, AppendBytes(key), static_cast<std::uint32_t>(key.size()));
+bool CDocument::CanAppendAsText(std::string_view key, bool isFirst) const {
+    if (!m_text) return false;
+    return IsInText(key) ? !isFirst : m_text->Keys.Size() < MaxTextKeys;
 }
 
-NodeId CDocument::Link(NodeId parent, std::uint32_t keyOffset, std::uint32_t keyLength) {
-    const auto node = static_cast<NodeId>(m_nodes.Size());
-    if (node == None) {
-        throw ApiInternalError("A document has too many entries");
-    }
-    SNode added;
-    added.KeyOffset = keyOffset;
-    added.KeyLength = keyLength;
-    added.Parent = parent;
-    m_nodes.Append(added);
-    SNode& above = m_nodes[parent];
-    if (above.FirstChild == None) {
-        above.FirstChild = node;
-        above.TextLength = 0;
-    } else {
-        m_nodes[above.LastChild].Next = node;
-    }
-    above.LastChild = node;
-    return node;
-}
-
-void CDocument::SetText(NodeId node, std::string_view text) {
-    const std::uint32_t offset = AppendBytes(text);
-    SNode& target = m_nodes[node];
-    target.TextOffset = offset;
-    target.TextLength = static_cast<std::uint32_t>(text.size());
-    target.IsText = 1;
-    target.FirstChild = None;
-    target.LastChild = None;
+bool CDocument::IsInText(std::string_view key) const {
+    const std::string_view text = m_text->Entries.Text();
+    return std::any_of(m_text->Keys.begin(), m_text->Keys.end(), [&](const STextForm::SKey& each) {
+        return text.substr(each.Offset, each.Length) == key;
+    });
 }
 
 /// \param at where what was written under `key`, if anything was, begins
-void CDocument::NoteTailKey(std::string_view key, std::size_t at) {
-    if (Tail().size() != at && !IsInTail(key)) m_tailKeys.Append({at + 1, key.size()});
+void CDocument::NoteKey(std::string_view key, std::size_t at) {
+    if (m_text->Entries.Text().size() != at && !IsInText(key)) m_text->Keys.Append({at + 1, key.size()});
 }
 
-bool CDocument::IsInTail(std::string_view key) const {
-    return std::any_of(m_tailKeys.begin(), m_tailKeys.end(),
-                       [&](const STailKey& each) { return Tail().substr(each.Offset, each.Length) == key; });
+void CDocument::BecomeTree() {
+    try {
+        CXmlParser(*this).ParseBelow(Root, m_text->Entries.Text());
+    } catch (...) {
+        m_nodes.SetSize(1);
+        m_nodes[Root] = SNode();
+        m_bytes.clear();
+        m_index.clear();
+        m_indexed = 0;
+        throw;
+    }
+    m_text.reset();
 }
 
-bool CDocument::HasRootEntry(std::string_view key) const {
-    return IsInTail(key) || Find(Root, key) != None;
+NodeId CDocument::AppendNode(NodeId parent, std::string_view key) {
+    return Link(parent, AppendKey(key), key.size());
 }
 
-void CDocument::IndexTail() {
-    CXmlParser(*this).ParseBelowRoot(Tail());
-    m_tail.CutTo(0);
-    m_tailKeys.SetSize(0);
+NodeId CDocument::AppendText(NodeId parent, std::string_view key, std::string_view text) {
+    const std::uint32_t keyOffset = AppendKey(key);
+    const std::uint32_t textOffset = AppendBytes(text);
+    return Link(parent, keyOffset, key.size(), SNode::Text, textOffset, text.size());
+}
+
+void CDocument::ThrowTooLarge() {
+    throw ApiInternalError("A document has too many entries, or too long a key");
+}
+
+void CDocument::SetText(NodeId node, std::string_view text) {
+    const bool fits = !HasChildren(node) && text.size() <= m_nodes[node].TextLength;
+    const std::uint32_t offset = fits ? m_nodes[node].TextOffset : AppendBytes(text);
+    SNode& target = m_nodes[node];
+    if (fits) std::copy(text.begin(), text.end(), m_bytes.begin() + offset);
+    m_hasGarbage = m_hasGarbage || target.Is(SNode::Children) || text.size() != target.TextLength;
+    target.Traits = (target.Traits & ~SNode::Children) | SNode::Text;
+    target.TextOffset = offset;
+    target.TextLength = static_cast<std::uint32_t>(text.size());
+}
+
+NodeId CDocument::Parent(NodeId node) const {
+    while (!m_nodes[node].Is(SNode::Last)) {
+        node = m_nodes[node].Next;
+    }
+    return m_nodes[node].Next;
+}
+
+NodeId CDocument::Find(NodeId parent, std::string_view key) const {
+    const SNode& above = m_nodes[parent];
+    if (!HasChildren(parent)) return None;
+    if (m_nodes[above.LastChild].Place < IndexFrom) return FindFrom(above.FirstChild, key);
+    return m_index[SlotOf(above.FirstChild, key)].Node;
+}
+
+/// Where `key` stands in the index, or may be put.
+std::size_t CDocument::SlotOf(NodeId family, std::string_view key) const {
+    // A peer that chooses keys does not know where the document stands, and so not which keys would meet.
+    std::uint64_t hash = reinterpret_cast<std::uintptr_t>(this) + (std::uint64_t{family} << 32);
+    const auto mix = [&hash](std::uint64_t word) {
+        __extension__ using Wide = unsigned __int128;
+        const Wide product = Wide{hash ^ word} * 0x9E3779B97F4A7C15U;
+        hash = static_cast<std::uint64_t>(product >> 64) ^ static_cast<std::uint64_t>(product);
+    };
+    mix(key.size());
+    for (std::string_view rest = key; !rest.empty();) {
+        std::uint64_t word = 0;
+        const std::size_t bytes = std::min(rest.size(), sizeof word);
+        std::memcpy(&word, rest.data(), bytes);
+        mix(word);
+        rest.remove_prefix(bytes);
+    }
+    const std::size_t mask = m_index.size() - 1;
+    std::size_t slot = hash & mask;
+    while (m_index[slot].Node != None &&
+           (m_index[slot].Family != family || !HasKey(m_index[slot].Node, key))) {
+        slot = (slot + 1) & mask;
+    }
+    return slot;
+}
+
+void CDocument::AddToIndex(NodeId family, NodeId node) {
+    if (2 * m_indexed >= m_index.size()) {
+        std::vector<SIndexed> smaller(std::max<std::size_t>(4 * IndexFrom, 2 * m_index.size()));
+        smaller.swap(m_index);
+        for (const SIndexed& each : smaller) {
+            if (each.Node != None) m_index[SlotOf(each.Family, Key(each.Node))] = each;
+        }
+    }
+    SIndexed& slot = m_index[SlotOf(family, Key(node))];
+    if (slot.Node != None) return;
+    slot = {family, node};
+    ++m_indexed;
+}
+
+/// Sees to the index when `node` is about to come behind `before`, far behind the first of its family.
+void CDocument::IndexLater(NodeId family, NodeId before, NodeId node) {
+    if (m_nodes[node].Place == IndexFrom) {
+        for (NodeId each = family; each != None; each = NextSibling(each)) {
+            AddToIndex(family, each);
+        }
+    } else if (HasKey(before, Key(node))) {
+        return;  // one more of a list
+    }
+    AddToIndex(family, node);
+}
+
+/// Gives a name to `top` and all below. What has one already has it with all below.
+void CDocument::MarkBelow(NodeId top, std::vector<NodeId>& names) const {
+    NodeId node = top;
+    while (true) {
+        const bool isNew = names[node] == None;
+        names[node] = 0;
+        if (isNew && HasChildren(node)) {
+            node = m_nodes[node].FirstChild;
+            continue;
+        }
+        while (node != top && m_nodes[node].Is(SNode::Last)) {
+            node = m_nodes[node].Next;
+        }
+        if (node == top) return;
+        node = m_nodes[node].Next;
+    }
+}
+
+void CDocument::Compact() {
+    // In use is what can be reached: from the root, or from a handle on a node that is in the tree no more.
+    std::vector<NodeId> names(m_nodes.Size(), None);
+    MarkBelow(Root, names);
+    for (const CXmlData* handle = m_handles; handle != nullptr; handle = handle->m_nextHandle) {
+        for (NodeId node = handle->m_node; names[node] == None; node = m_nodes[node].Next) {
+            MarkBelow(node, names);
+        }
+    }
+    NodeId count = 0;
+    std::size_t size = 0;
+    for (NodeId node = 0; node < names.size(); ++node) {
+        if (names[node] == None) continue;
+        names[node] = count++;
+        size += Key(node).size() + (HasChildren(node) ? 0 : Text(node).size());
+    }
+    std::string bytes;
+    bytes.reserve(size);
+
+    // From here on nothing fails. Nodes keep their order, so none is overwritten before its turn.
+    const auto move = [&bytes](std::string_view text) {
+        const std::size_t offset = bytes.size();
+        bytes.append(text);
+        return static_cast<std::uint32_t>(offset);
+    };
+    for (NodeId node = 0; node < names.size(); ++node) {
+        if (names[node] == None) continue;
+        SNode moved = m_nodes[node];
+        moved.KeyOffset = move(Key(node));
+        if (moved.Is(SNode::Children)) {
+            moved.FirstChild = names[moved.FirstChild];
+            moved.LastChild = names[moved.LastChild];
+        } else {
+            moved.TextOffset = move(Text(node));
+        }
+        if (moved.Next != None) moved.Next = names[moved.Next];
+        m_nodes[names[node]] = moved;
+    }
+    m_nodes.SetSize(count);
+    m_bytes.swap(bytes);
+    for (CXmlData* handle = m_handles; handle != nullptr; handle = handle->m_nextHandle) {
+        handle->m_node = names[handle->m_node];
+    }
+
+    // There is room: what is indexed now was indexed before.
+    std::fill(m_index.begin(), m_index.end(), SIndexed());
+    m_indexed = 0;
+    for (NodeId node = 0; node < count; ++node) {
+        if (!HasChildren(node) || m_nodes[m_nodes[node].LastChild].Place < IndexFrom) continue;
+        for (NodeId child = FirstChild(node); child != None; child = NextSibling(child)) {
+            AddToIndex(FirstChild(node), child);
+        }
+    }
+    m_hasGarbage = false;
+    m_tidyAbove = std::max(TidyAboveAtLeast, 2 * HeldBytes());
+}
+
+std::uint32_t CDocument::AppendKey(std::string_view key) {
+    RequireKey(key);
+    if (key.size() > MaxKeyBytes) ThrowTooLarge();
+    return AppendBytes(key);
 }
 
 std::uint32_t CDocument::AppendBytes(std::string_view bytes) {
@@ -94,10 +250,10 @@ std::string CDocument::Path(NodeId node) const {
     std::string path;
     while (node != Root) {
         const std::string_view key = Key(node);
+        const NodeId parent = Parent(node);
         std::size_t index = 0;
         std::size_t count = 0;
-        for (NodeId each = m_nodes[m_nodes[node].Parent].FirstChild; each != None;
-             each = m_nodes[each].Next) {
+        for (NodeId each = FirstChild(parent); each != None; each = NextSibling(each)) {
             if (each == node) index = count;
             if (Key(each) == key) ++count;
         }
@@ -105,7 +261,7 @@ std::string CDocument::Path(NodeId node) const {
         if (count > 1) step += "[" + std::to_string(index) + "]";
         if (!path.empty()) step += '/';
         path.insert(0, step);
-        node = m_nodes[node].Parent;
+        node = parent;
     }
     return path;
 }

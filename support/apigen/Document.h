@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// \file
-/// The tree behind a container: all nodes in one array, all keys and texts in one run of bytes.
+/// What is behind a container.
 #pragma once
 
 #include <apigen/Export.h>
@@ -8,8 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "support/apigen/CSmallArray.h"
 #include "support/apigen/CXmlWriter.h"
@@ -17,60 +19,114 @@
 
 namespace apigen APIGEN_API {
 
+class CXmlData;
+
 using NodeId = std::uint32_t;
 
-/// A tree of keyed nodes. Nodes are named by their index, so the tree can grow without moving a reference.
+/// A document is in one of two forms:
 ///
-/// A received document stays in the bytes it came in: keys and texts are views into them, decoded in place.
-/// Views are valid until something is added. No locking; one thread at a time.
+/// - A *text* is what it begins as: the root's entries, written as they will be sent. It stays one as long as
+///   entries are only appended to the root, and few keys are used. So what is filled and sent, as a request is,
+///   never needs anything else.
+/// - A *tree* of keyed nodes is what it becomes, for good, by the first call of `Tree`: whoever looks into it or
+///   changes something has to ask for that. A received document is one from the start.
 ///
-/// What is appended to the root in order, as a request is built, need not be a tree for anybody: it is kept
-/// as the text that it will be sent as, the tail, until somebody asks for a node.
+/// Nodes are named by their index, so a tree can grow without moving a reference. All keys and texts are views
+/// into one run of bytes: a received document stays in the bytes it came in, decoded in place. Views are valid
+/// until something is added. No locking; one thread at a time.
 class CDocument : public std::enable_shared_from_this<CDocument> {
 public:
     static constexpr NodeId Root = 0;
     static constexpr NodeId None = 0xFFFFFFFF;
 
-    CDocument() { m_nodes.Append({}); }
+    CDocument() { m_nodes.Append(SNode()); }
+
+    // The text.
+
+    /// Lets `write` append further entries of the root, all under `key`. False, and nothing done, when that takes
+    /// a tree.
+    /// \param isFirst there must not be an entry under `key` yet
+    template <class Write>
+    bool AppendAsText(std::string_view key, bool isFirst, Write&& write) {
+        if (!CanAppendAsText(key, isFirst)) return false;
+        const std::size_t size = m_text->Entries.Text().size();
+        try {
+            write(m_text->Entries);
+            NoteKey(key, size);
+        } catch (...) {
+            m_text->Entries.CutTo(size);
+            throw;
+        }
+        return true;
+    }
+
+    /// The root's entries; null for a tree.
+    const CXmlWriter* AsText() const { return m_text ? &m_text->Entries : nullptr; }
+
+    /// Makes it a tree, if it is none yet.
+    CDocument& Tree() {
+        if (m_text) BecomeTree();
+        return *this;
+    }
+
+    // The tree. What follows is for one alone.
 
     /// Appends an empty node at the end of `parent`, whose own text is dropped.
     NodeId AppendNode(NodeId parent, std::string_view key);
 
     /// Appends a text entry at the end of `parent`.
-    NodeId AppendText(NodeId parent, std::string_view key, std::string_view text) {
-        const NodeId node = AppendNode(parent, key);
-        SetText(node, text);
-        return node;
-    }
+    NodeId AppendText(NodeId parent, std::string_view key, std::string_view text);
 
     /// Makes `node` an entry that holds `text` and nothing else.
     void SetText(NodeId node, std::string_view text);
 
-    std::string_view Key(NodeId node) const { return View(m_nodes[node].KeyOffset, m_nodes[node].KeyLength); }
+    /// Gives back what texts and nodes that were replaced have left behind, once it may be as much as all that is
+    /// in use. Nodes get other names then; handles are told theirs.
+    void Tidy() {
+        if (m_hasGarbage && HeldBytes() > m_tidyAbove) Compact();
+    }
+
+    /// How much is held, garbage included.
+    std::size_t HeldBytes() const { return m_bytes.size() + m_nodes.Size() * sizeof(SNode); }
+
+    std::string_view Key(NodeId node) const {
+        return View(m_nodes[node].KeyOffset, m_nodes[node].KeyLength());
+    }
 
     /// The text of a node without children.
     std::string_view Text(NodeId node) const {
         return View(m_nodes[node].TextOffset, m_nodes[node].TextLength);
     }
 
-    bool HasChildren(NodeId node) const { return m_nodes[node].FirstChild != None; }
+    bool HasChildren(NodeId node) const { return m_nodes[node].Is(SNode::Children); }
 
     /// True for an entry made as a text, false for one made as a node. It shows in the text form of an empty
     /// one only.
-    bool IsText(NodeId node) const { return m_nodes[node].IsText; }
+    bool IsText(NodeId node) const { return m_nodes[node].Is(SNode::Text); }
 
-    NodeId FirstChild(NodeId node) const { return m_nodes[node].FirstChild; }
-    NodeId NextSibling(NodeId node) const { return m_nodes[node].Next; }
+    NodeId FirstChild(NodeId node) const { return HasChildren(node) ? m_nodes[node].FirstChild : None; }
+    NodeId NextSibling(NodeId node) const {
+        return m_nodes[node].Is(SNode::Last) ? None : m_nodes[node].Next;
+    }
+
+    /// How many siblings stand behind `node`.
+    std::size_t CountLater(NodeId node, NodeId parent) const {
+        return m_nodes[m_nodes[parent].LastChild].Place - m_nodes[node].Place;
+    }
+
+    bool HasKey(NodeId node, std::string_view key) const {
+        const SNode& each = m_nodes[node];
+        return each.KeyLength() == key.size() &&
+               plain::IsSameKey(m_bytes.data() + each.KeyOffset, key.data(), key.size());
+    }
 
     /// The first entry called `key` in `parent`, or None.
-    NodeId Find(NodeId parent, std::string_view key) const {
-        return FindFrom(m_nodes[parent].FirstChild, key);
-    }
+    NodeId Find(NodeId parent, std::string_view key) const;
 
     /// The first entry called `key` among `node` and its later siblings, or None. `node` may be None.
     NodeId FindFrom(NodeId node, std::string_view key) const {
-        while (node != None && !HasKey(m_nodes[node], key)) {
-            node = m_nodes[node].Next;
+        while (node != None && !HasKey(node, key)) {
+            node = NextSibling(node);
         }
         return node;
     }
@@ -84,69 +140,112 @@ public:
     /// \throws ApiInternalError that says that the entry holds child entries where a text was asked for.
     [[noreturn]] void ThrowNoText(NodeId node) const;
 
-    /// Lets `write` append further entries of the root, all under `key`, to the tail.
-    template <class Write>
-    void AppendToTail(std::string_view key, Write&& write) {
-        const std::size_t size = Tail().size();
-        try {
-            write(m_tail);
-            NoteTailKey(key, size);
-        } catch (...) {
-            m_tail.CutTo(size);
-            throw;
-        }
-    }
-
-    /// The text of the root's entries that are not among the nodes.
-    std::string_view Tail() const { return m_tail.Text(); }
-
-    /// True when the root has an entry under `key`, in the tail or not.
-    bool HasRootEntry(std::string_view key) const;
-
-    /// Turns the tail into nodes. To be called before anything else than the root's tail is looked at.
-    void Index() {
-        if (!Tail().empty()) IndexTail();
-    }
-
 private:
     friend class CXmlParser;
+    friend class CXmlData;
 
-    struct SNode {
-        std::uint32_t KeyOffset = 0;
-        std::uint32_t KeyLength : 31 = 0;
-        std::uint32_t IsText : 1 = 0;
-        std::uint32_t TextOffset = 0;
-        std::uint32_t TextLength = 0;
-        NodeId Parent = None;
-        NodeId FirstChild = None;
-        NodeId LastChild = None;
-        NodeId Next = None;
+    static constexpr std::uint32_t MaxKeyBytes = (1U << 29) - 1;
+
+    /// From that many children on, they are found by an index.
+    static constexpr std::uint32_t IndexFrom = 32;
+
+    static constexpr std::size_t TidyAboveAtLeast = std::size_t{64} * 1024;
+
+    struct STextForm {
+        struct SKey {
+            std::size_t Offset;
+            std::size_t Length;
+        };
+        CXmlWriter Entries;
+        CSmallArray<SKey, 4> Keys;  // where they stand, each once
     };
 
-    bool HasKey(const SNode& node, std::string_view key) const {
-        return node.KeyLength == key.size() &&
-               plain::IsSameKey(m_bytes.data() + node.KeyOffset, key.data(), key.size());
-    }
+    struct SNode {
+        static constexpr std::uint32_t Text = 1U << 29;
+        static constexpr std::uint32_t Children = 1U << 30;  // otherwise it has a text, maybe an empty one
+        static constexpr std::uint32_t Last = 1U << 31;      // among its siblings
+
+        bool Is(std::uint32_t trait) const { return (Traits & trait) != 0; }
+        std::uint32_t KeyLength() const { return Traits & MaxKeyBytes; }
+
+        std::uint32_t KeyOffset = 0;
+        std::uint32_t Traits =
+            Last;  // and the length of the key: one word, as it is read and written at once
+        union {
+            std::uint32_t TextOffset = 0;
+            NodeId FirstChild;
+        };
+        union {
+            std::uint32_t TextLength = 0;
+            NodeId LastChild;
+        };
+        NodeId Next = None;       // the next sibling; of the last one, the parent
+        std::uint32_t Place = 0;  // among its siblings
+    };
+
+    /// The first one under its key among the children of a node with many. Those are named by the first of them:
+    /// when a node gets other children, what stands here for the earlier ones means nothing any more.
+    struct SIndexed {
+        NodeId Family = None;
+        NodeId Node = None;
+    };
+
+    bool CanAppendAsText(std::string_view key, bool isFirst) const;
+    bool IsInText(std::string_view key) const;
+    void NoteKey(std::string_view key, std::size_t at);
+    void BecomeTree();
+
+    NodeId Parent(NodeId node) const;
     std::string_view View(std::uint32_t offset, std::uint32_t length) const {
         return {m_bytes.data() + offset, length};
     }
+    std::uint32_t AppendKey(std::string_view key);
     std::uint32_t AppendBytes(std::string_view bytes);
-    NodeId Link(NodeId parent, std::uint32_t keyOffset, std::uint32_t keyLength);
+    /// Puts a node at the end of `parent`: an empty one, or with the trait `Text` one that holds a text.
+    NodeId Link(NodeId parent, std::uint32_t keyOffset, std::size_t keyLength, std::uint32_t trait = 0,
+                std::uint32_t textOffset = 0, std::size_t textLength = 0) {
+        const auto node = static_cast<NodeId>(m_nodes.Size());
+        if (node == None) ThrowTooLarge();
+        SNode& added = *m_nodes.Room(1);
+        added.KeyOffset = keyOffset;
+        added.Traits = static_cast<std::uint32_t>(keyLength) | trait | SNode::Last;
+        added.TextOffset = textOffset;
+        added.TextLength = static_cast<std::uint32_t>(textLength);
+        added.Next = parent;
+        added.Place = 0;
+        SNode& above = m_nodes[parent];
+        if (above.Is(SNode::Children)) {
+            SNode& before = m_nodes[above.LastChild];
+            added.Place = before.Place + 1;
+            if (added.Place >= IndexFrom) IndexLater(above.FirstChild, above.LastChild, node);
+            before.Next = node;
+            before.Traits &= ~SNode::Last;
+        } else {
+            m_hasGarbage = m_hasGarbage || above.TextLength != 0;
+            above.Traits |= SNode::Children;
+            above.FirstChild = node;
+        }
+        above.LastChild = node;
+        m_nodes.SetSize(m_nodes.Size() + 1);
+        return node;
+    }
+    [[noreturn]] static void ThrowTooLarge();
 
-    /// Where a key stands in the tail.
-    struct STailKey {
-        std::size_t Offset;
-        std::size_t Length;
-    };
+    std::size_t SlotOf(NodeId family, std::string_view key) const;
+    void AddToIndex(NodeId family, NodeId node);
+    void IndexLater(NodeId family, NodeId before, NodeId node);
 
-    void NoteTailKey(std::string_view key, std::size_t at);
-    bool IsInTail(std::string_view key) const;
-    void IndexTail();
+    void MarkBelow(NodeId node, std::vector<NodeId>& names) const;
+    void Compact();
 
+    std::optional<STextForm> m_text{std::in_place};  // empty for a tree
     std::string m_bytes;
     CSmallArray<SNode, 8> m_nodes;
-    CXmlWriter m_tail;
-    CSmallArray<STailKey, 4> m_tailKeys;  // each once
+    std::vector<SIndexed> m_index;  // a hash table, at most half full
+    std::size_t m_indexed = 0;
+    bool m_hasGarbage = false;
+    std::size_t m_tidyAbove = TidyAboveAtLeast;
+    CXmlData* m_handles = nullptr;  // on nodes other than the root
 };
 
 /// True for a key: a letter or `_`, then letters, digits, `_`, `-`, `.` (all ASCII).

@@ -45,7 +45,7 @@ std::size_t EstimateEntries(std::string_view document, std::string_view key) {
 
 void AppendEntries(IData& data, std::string_view entries) {
     CDocument document;
-    CXmlParser(document).ParseBelowRoot(entries);
+    CXmlParser(document.Tree()).ParseBelow(CDocument::Root, entries);
     CopyEntries(document, CDocument::Root, data);
 }
 
@@ -61,18 +61,18 @@ void detail::AppendTo(IData& data, std::string_view key, WriteFunction write, co
         write(writer, key, value);
     };
     auto* const node = CXmlData::From(data);
-    if (node != nullptr && node->Node() == CDocument::Root) {
-        return node->Document().AppendToTail(key, writeInto);
-    }
+    if (node != nullptr && node->Document().AppendAsText(key, false, writeInto)) return;
     CXmlWriter writer;
     writeInto(writer);
-    AppendEntries(data, writer.Text());
+    if (node == nullptr) return AppendEntries(data, writer.Text());
+    CDocument& document = node->Document().Tree();
+    document.Tidy();
+    CXmlParser(document).ParseBelow(node->Node(), writer.Text());
 }
 
 void detail::ReadFrom(const IData& data, std::string_view key, ReadFunction read, void* value) {
     if (const auto* const node = CXmlData::From(data)) {
-        node->Document().Index();
-        CReader reader(node->Document(), node->Node());
+        CReader reader(node->Document().Tree(), node->Node());
         return read(reader, key, value);
     }
     CReader reader(data);

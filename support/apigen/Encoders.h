@@ -13,6 +13,7 @@
 #include <apigen/Handle.h>
 #include <apigen/Serialize.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -104,13 +105,17 @@ public:
         return {*m_document, Take(key)};
     }
 
-    /// How many entries a list has, as far as that is easy to tell: for making room.
-    [[gnu::noinline]] std::size_t Count(std::string_view key) const {
+    /// How many entries a list seems to have: for making room. The first ones are counted. A long list is taken
+    /// to go on, but room is made for no more than a few times what the document takes.
+    [[gnu::noinline]] std::size_t Count(std::string_view key, std::size_t entryBytes) const {
+        constexpr std::size_t Many = 32;
         std::size_t count = 0;
         if (m_foreign) return count;
-        for (NodeId node = Find(key); node != CDocument::None;
-             node = m_document->FindFrom(m_document->NextSibling(node), key)) {
-            ++count;
+        for (NodeId node = Find(key); node != CDocument::None && m_document->HasKey(node, key);
+             node = m_document->NextSibling(node)) {
+            if (++count < Many) continue;
+            return std::min(count + m_document->CountLater(node, m_node),
+                            Many + 2 * m_document->HeldBytes() / entryBytes);
         }
         return count;
     }
@@ -154,10 +159,17 @@ private:
     /// The first entry under `key`. Fields mostly come in the order in which they are asked for, and as no
     /// field is read twice, what has been passed in that order needs no second look.
     NodeId Find(std::string_view key) const {
-        return m_document->FindFrom(m_isInOrder ? m_next : m_document->FirstChild(m_node), key);
+        return m_isInOrder ? m_document->FindFrom(m_next, key) : m_document->Find(m_node, key);
     }
 
     NodeId Take(std::string_view key) {
+        if (m_next != CDocument::None && m_isInOrder && m_document->HasKey(m_next, key)) {
+            return std::exchange(m_next, m_document->NextSibling(m_next));
+        }
+        return TakeOther(key);
+    }
+
+    [[gnu::noinline]] NodeId TakeOther(std::string_view key) {
         const NodeId node = Find(key);
         if (node == CDocument::None) m_document->ThrowMissing(m_node, key);
         Pass(node);
@@ -255,7 +267,7 @@ void Read(Reader& reader, std::string_view key, T& value) {
             value = std::move(present);
         }
     } else if constexpr (IsVector<T>) {
-        value.reserve(value.size() + reader.Count(key));
+        value.reserve(value.size() + reader.Count(key, sizeof value[0]));
         constexpr auto readEntry = [](Reader& entry, void* list) {
             T& values = *static_cast<T*>(list);
             values.emplace_back();

@@ -125,6 +125,7 @@ void CXmlParser::Fail(const std::string& reason, std::size_t offset) const {
 }
 
 void CXmlParser::Adopt(std::string text) {
+    m_document.m_text.reset();
     // About what records need; memory that stays untouched costs nothing.
     constexpr std::size_t BytesPerElement = 20;
     auto& nodes = m_document.m_nodes;
@@ -137,13 +138,14 @@ void CXmlParser::Adopt(std::string text) {
     Items();
     if (m_depth != 0) FailAtEnd();
     if (!m_hasRoot) Fail("no root element", Size());
+    m_document.m_tidyAbove += 2 * m_document.HeldBytes();
 }
 
-void CXmlParser::ParseBelowRoot(std::string_view elements) {
+void CXmlParser::ParseBelow(NodeId node, std::string_view elements) {
     m_at = m_document.AppendBytes(elements);
     m_hasRoot = true;
     m_depth = 1;
-    m_current = CDocument::Root;
+    m_current = node;
     Items();
 }
 
@@ -171,27 +173,25 @@ void CXmlParser::PlainElements() {
             const std::string_view key = m_document.Key(m_current);
             if (!m_document.HasChildren(m_current) || !plain::IsEndTag(at, end, key)) break;
             at += plain::EndTagBytes(key);
-            m_current = nodes[m_current].Parent;
+            m_current = nodes[m_current].Next;  // the parent, as long as it is the last
             --m_depth;
             continue;
         }
         const std::string_view key = plain::StartTagKey(at, end);
-        if (key.empty() || m_depth == MaxXmlDepth) break;
+        if (key.empty() || m_depth == MaxXmlDepth || key.size() > CDocument::MaxKeyBytes) break;
         const char* const text = at + plain::StartTagBytes(key);
         const char* const textEnd = xml::SkipPlain(text, end);
         const bool isLeaf = plain::IsEndTag(textEnd, end, key);
         if (!isLeaf && (textEnd != text || *text != '<' || !xml::IsKeyStart(text[1]))) break;
 
-        const NodeId node = m_document.Link(m_current, static_cast<std::uint32_t>(Offset(key.data())),
-                                            static_cast<std::uint32_t>(key.size()));
+        const auto keyOffset = static_cast<std::uint32_t>(Offset(key.data()));
         if (isLeaf) {
-            auto& leaf = nodes[node];
-            leaf.TextOffset = static_cast<std::uint32_t>(Offset(text));
-            leaf.TextLength = static_cast<std::uint32_t>(textEnd - text);
-            leaf.IsText = 1;
+            m_document.Link(m_current, keyOffset, key.size(), CDocument::SNode::Text,
+                            static_cast<std::uint32_t>(Offset(text)),
+                            static_cast<std::size_t>(textEnd - text));
             at = textEnd + plain::EndTagBytes(key);
         } else {
-            m_current = node;
+            m_current = m_document.Link(m_current, keyOffset, key.size());
             ++m_depth;
             at = text;
         }
@@ -252,7 +252,7 @@ void CXmlParser::TextRun() {
 void CXmlParser::StoreText(std::size_t from, std::size_t end, bool isPlain) {
     auto& node = m_document.m_nodes[m_current];
     char* const base = m_document.m_bytes.data();
-    const bool isKept = node.FirstChild == CDocument::None;
+    const bool isKept = !node.Is(CDocument::SNode::Children);
     if (isKept && node.TextLength == 0 && isPlain) {
         node.TextOffset = static_cast<std::uint32_t>(from);
         node.TextLength = static_cast<std::uint32_t>(end - from);
@@ -399,13 +399,14 @@ NodeId CXmlParser::Open(std::string_view name) {
     if (++m_depth > MaxXmlDepth) {
         Fail("elements nested deeper than " + std::to_string(MaxXmlDepth) + " levels", m_at);
     }
+    if (name.size() > CDocument::MaxKeyBytes) Fail("an element whose name is too long", m_at);
     const auto offset = static_cast<std::uint32_t>(Offset(name.data()));
     const auto length = static_cast<std::uint32_t>(name.size());
     if (!m_hasRoot) {
         m_hasRoot = true;
         auto& root = m_document.m_nodes[CDocument::Root];
         root.KeyOffset = offset;
-        root.KeyLength = length & 0x7FFFFFFF;
+        root.Traits |= length;
         m_current = CDocument::Root;
     } else {
         if (!IsKey(name)) Fail("an element whose name can't be a key", m_at);
@@ -416,18 +417,18 @@ NodeId CXmlParser::Open(std::string_view name) {
 
 void CXmlParser::Close(bool isText) {
     auto& node = m_document.m_nodes[m_current];
-    if (node.FirstChild == CDocument::None) {
-        node.IsText = isText;
+    if (!node.Is(CDocument::SNode::Children)) {
+        if (isText) node.Traits |= CDocument::SNode::Text;
         if (m_base64 == m_current) {
             char* const text = m_document.m_bytes.data() + node.TextOffset;
             const auto length = base64::Decode({text, node.TextLength}, text);
             if (!length) Fail("an invalid base64 text", node.TextOffset);
             node.TextLength = static_cast<std::uint32_t>(*length);
-            node.IsText = 1;
+            node.Traits |= CDocument::SNode::Text;
         }
     }
     m_base64 = CDocument::None;
-    m_current = node.Parent;
+    m_current = node.Next;
     --m_depth;
 }
 

@@ -24,8 +24,8 @@ public:
     /// \throws BrokenMessageError when it is not well-formed
     void Adopt(std::string text);
 
-    /// Adds well-formed elements as the last entries of the root.
-    void ParseBelowRoot(std::string_view elements);
+    /// Adds well-formed elements as the last entries of `node`.
+    void ParseBelow(NodeId node, std::string_view elements);
 
 private:
     /// The text from some place on.

@@ -39,16 +39,17 @@ void ParseXml(std::string text, CDocument& document) {
 
 std::string WriteXml(const CDocument& document, NodeId node) {
     CXmlWriter writer;
-    WriteChildren(document, node, 1, writer);
-    const std::string_view tail = node == CDocument::Root ? document.Tail() : std::string_view();
+    const CXmlWriter* const written = document.AsText();
+    if (written == nullptr) WriteChildren(document, node, 1, writer);
+    const std::string_view entries = (written != nullptr ? *written : writer).Text();
+    if (entries.empty()) return std::string(plain::EmptyDocument);
 
+    char tag[plain::EndTagBytes(RootName)];
     std::string text;
-    if (writer.Text().empty() && tail.empty()) return text.append("<").append(RootName).append("/>");
-    text.reserve(2 * RootName.size() + 5 + writer.Text().size() + tail.size());
+    text.reserve(plain::StartTagBytes(RootName) + entries.size() + plain::EndTagBytes(RootName));
     PrepareLargeBlock(text.data(), text.capacity());
-    text.append("<").append(RootName).append(">");
-    text.append(writer.Text()).append(tail);
-    return text.append("</").append(RootName).append(">");
+    text.append(tag, plain::PutStartTag(tag, RootName)).append(entries);
+    return text.append(tag, plain::PutEndTag(tag, RootName));
 }
 
 }  // namespace apigen

@@ -9,8 +9,6 @@
 #include <atomic>
 #include <cerrno>
 
-#include "support/common/Quietly.h"
-
 namespace apigen::common {
 
 namespace {
@@ -31,8 +29,6 @@ ssize_t WriteToPipe(int fd, const iovec* parts, std::size_t count) {
 }  // namespace
 
 ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count) {
-    // Cancelled in between, the thread would keep the mask.
-    const CNoCancellation uncancelled;
     sigset_t brokenPipe;
     ::sigemptyset(&brokenPipe);
     ::sigaddset(&brokenPipe, SIGPIPE);
@@ -53,16 +49,12 @@ ssize_t WriteWithSignalHeld(int fd, const iovec* parts, std::size_t count) {
 }
 
 ssize_t CChannel::Read(char* into, std::size_t room) const {
-    if (m_kind == EKind::AsTheyAre) return ::read(m_readFd, into, room);
-    const CNoCancellation uncancelled;
     return m_kind == EKind::Socket ? ::recv(m_readFd, into, room, MSG_DONTWAIT)
                                    : ::read(m_readFd, into, room);
 }
 
 ssize_t CChannel::Write(const iovec* parts, std::size_t count) const {
-    if (m_kind == EKind::AsTheyAre) return WriteToPipe(m_writeFd, parts, count);
-    const CNoCancellation uncancelled;
-    if (m_kind == EKind::Pipes) return WriteToPipe(m_writeFd, parts, count);
+    if (m_kind != EKind::Socket) return WriteToPipe(m_writeFd, parts, count);
     msghdr message{};
     message.msg_iov = const_cast<iovec*>(parts);
     message.msg_iovlen = count;

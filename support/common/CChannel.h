@@ -42,10 +42,10 @@ public:
         return static_cast<short>((set[0].revents != 0 ? POLLIN : 0) | (set[1].revents != 0 ? POLLOUT : 0));
     }
 
-    /// As `read`. The thread can be cancelled here only where it may wait.
+    /// As `read`.
     ssize_t Read(char* into, std::size_t room) const;
 
-    /// As `writev`, and likewise.
+    /// As `writev`.
     ssize_t Write(const iovec* parts, std::size_t count) const;
 
 private:

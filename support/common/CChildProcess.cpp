@@ -15,6 +15,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "support/common/Quietly.h"
 #include "support/common/Text.h"
 
 namespace apigen::common {
@@ -210,12 +211,13 @@ CChildProcess::CChildProcess(const SChildStart& start) : m_endSignal(start.EndSi
 }
 
 CChildProcess::~CChildProcess() {
+    const CNoCancellation uncancelled;
     if (!m_origin.IsHere() || HasEnded()) return;
     Kill();
     AwaitEnd(DeadlineAfter(KillPatience));
 }
 
-bool CChildProcess::HasEnded() noexcept {
+bool CChildProcess::HasEnded() {
     if (m_ended) return true;
     int status = 0;
     const pid_t pid = RetryInterrupted([&] { return ::waitpid(m_pid, &status, WNOHANG); });
@@ -238,8 +240,7 @@ bool CChildProcess::AwaitNews(pollfd* others, std::size_t count, Clock::time_poi
     return !isAnnounced || set[count].revents != 0;
 }
 
-bool CChildProcess::AwaitEnd(Clock::time_point deadline) noexcept {
-    const CNoCancellation uncancelled;
+bool CChildProcess::AwaitEnd(Clock::time_point deadline) {
     while (!HasEnded()) {
         if (IsPast(deadline)) return false;
         AwaitNews(nullptr, 0, deadline);
@@ -247,7 +248,7 @@ bool CChildProcess::AwaitEnd(Clock::time_point deadline) noexcept {
     return true;
 }
 
-void CChildProcess::Signal(int signal) noexcept {
+void CChildProcess::Signal(int signal) {
     if (!m_origin.IsHere() || HasEnded()) return;  // its process id may be another's by now
     if (m_pidfd) {
         ::syscall(SYS_pidfd_send_signal, m_pidfd.Get(), signal, nullptr, 0);

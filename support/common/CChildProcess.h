@@ -82,24 +82,23 @@ public:
     pid_t Pid() const noexcept { return m_pid; }
 
     /// True when the child has ended; it is collected then.
-    bool HasEnded() noexcept;
+    bool HasEnded();
 
     /// As `waitpid` reports it; of a child that has ended.
     int WaitStatus() const noexcept { return m_waitStatus; }
 
-    /// Waits until the child has ended, one of `others` is ready, or the deadline has passed. May return early. The
-    /// thread may be cancelled here.
+    /// Waits until the child has ended, one of `others` is ready, or the deadline has passed. May return early.
     /// \return whether the child may have ended: `HasEnded` is worth asking
     bool AwaitNews(pollfd* others, std::size_t count, Clock::time_point deadline);
 
     /// Waits for the end; false when the child is still running at the deadline.
-    bool AwaitEnd(Clock::time_point deadline) noexcept;
+    bool AwaitEnd(Clock::time_point deadline);
 
-    void AskToEnd() noexcept { Signal(m_endSignal); }
-    void Kill() noexcept { Signal(SIGKILL); }
+    void AskToEnd() { Signal(m_endSignal); }
+    void Kill() { Signal(SIGKILL); }
 
 private:
-    void Signal(int signal) noexcept;
+    void Signal(int signal);
 
     pid_t m_pid = -1;
     int m_endSignal;

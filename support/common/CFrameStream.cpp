@@ -259,10 +259,9 @@ void CFrameStream::ThrowEnded() {
               " bytes that are no message: " + Quoted(rest));
 }
 
-/// The peer has closed its end; orderly, unless it did so in the middle of a message.
+/// The peer has closed its end, and did so when it was free to.
 void CFrameStream::ThrowClosed(const char* how) {
-    const bool isOrderly = !m_input.IsWithin() && m_input.Loose().empty();
-    throw PeerGoneError(Cannot(how + m_owner.Epitaph(true)), isOrderly);
+    throw PeerGoneError(Cannot(how + m_owner.Epitaph(true)), true);
 }
 
 void CFrameStream::ThrowTimeout() {

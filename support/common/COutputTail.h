@@ -3,6 +3,8 @@
 /// The end of an output of any length.
 #pragma once
 
+#include <apigen/Export.h>
+
 #include <array>
 #include <cstddef>
 #include <string>
@@ -11,7 +13,7 @@
 namespace apigen::common {
 
 /// Keeps the last bytes that were appended, in constant memory.
-class COutputTail {
+class APIGEN_API COutputTail {
 public:
     static constexpr std::size_t MaxBytes = 4096;
     static constexpr std::size_t MaxLines = 20;

@@ -79,25 +79,25 @@ public:
         return {m_device->Child().WaitStatus(), m_program, m_device->ErrorTail()};
     }
 
-    void Abandon() noexcept {
+    void Abandon() {
         if (!GiveUp()) return;
         m_device->Child().AskToEnd();
         m_device->Child().AwaitEnd(DeadlineAfter(AbandonPatience));
     }
 
-    void Kill() noexcept {
+    void Kill() {
         GiveUp();
         m_device->Child().Kill();
     }
 
-    void Tend() noexcept {
+    void Tend() {
         if (!m_abandoned || !m_origin.IsHere() || m_device->Child().HasEnded()) return;
         if (Clock::now() >= *m_abandoned + TermGrace) m_device->Child().Kill();
     }
 
 private:
     /// True the first time.
-    bool GiveUp() noexcept {
+    bool GiveUp() {
         if (!m_origin.IsHere()) return false;
         m_device->CloseAll("the process has been given up");
         if (m_abandoned) return false;
@@ -105,23 +105,22 @@ private:
         return true;
     }
 
-    void End() noexcept {
+    void End() {
         m_device->CloseInput("the process is being ended");
         if (m_device->AwaitEnd(DeadlineAfter(ExitGrace))) return;
         m_device->Child().AskToEnd();
         EndBy(DeadlineAfter(TermGrace));
     }
 
-    void FinishAbandoned() noexcept { EndBy(*m_abandoned + TermGrace); }
+    void FinishAbandoned() { EndBy(*m_abandoned + TermGrace); }
 
-    void EndBy(Clock::time_point deadline) noexcept {
+    void EndBy(Clock::time_point deadline) {
         if (m_device->AwaitEnd(deadline)) return;
         m_device->Child().Kill();
         m_device->AwaitEnd(DeadlineAfter(KillGrace));
     }
 
-    void LogEnd() noexcept {
-        const common::CNoCancellation uncancelled;
+    void LogEnd() {
         if (std::exchange(m_endLogged, true)) return;
         auto& child = m_device->Child();
         common::Quietly([&] {
@@ -166,10 +165,12 @@ void CProcess::Abandon() noexcept {
 }
 
 void CProcess::Kill() noexcept {
+    const common::CNoCancellation uncancelled;
     m_impl->Kill();
 }
 
 void CProcess::Tend() noexcept {
+    const common::CNoCancellation uncancelled;
     m_impl->Tend();
 }
 

@@ -76,14 +76,13 @@ void CProcessDevice::CloseInputAndOutput(std::string_view reason) noexcept {
     m_streams.Output.Close();
 }
 
-void CProcessDevice::CloseAll(std::string_view reason) noexcept {
+void CProcessDevice::CloseAll(std::string_view reason) {
     CloseInputAndOutput(reason);
     DrainError(ErrorRestBytes);
     m_streams.Error.Close();
 }
 
-bool CProcessDevice::AwaitEnd(Clock::time_point deadline, EOutput output) noexcept {
-    const CNoCancellation uncancelled;
+bool CProcessDevice::AwaitEnd(Clock::time_point deadline, EOutput output) {
     while (!m_child.HasEnded()) {
         if (IsPast(deadline)) return false;
         std::array<pollfd, 2> set{
@@ -97,7 +96,7 @@ bool CProcessDevice::AwaitEnd(Clock::time_point deadline, EOutput output) noexce
     return true;
 }
 
-void CProcessDevice::DrainError(std::size_t maxBytes) noexcept {
+void CProcessDevice::DrainError(std::size_t maxBytes) {
     std::array<char, 16 * 1024> bytes;
     while (m_streams.Error && maxBytes != 0) {
         const ssize_t count = RetryInterrupted(
@@ -109,7 +108,7 @@ void CProcessDevice::DrainError(std::size_t maxBytes) noexcept {
     }
 }
 
-void CProcessDevice::DiscardOutput() noexcept {
+void CProcessDevice::DiscardOutput() {
     std::array<char, 16 * 1024> bytes;
     const ssize_t count =
         RetryInterrupted([&] { return ::read(m_streams.Output.Get(), bytes.data(), bytes.size()); });

@@ -36,11 +36,11 @@ public:
     /// Later operations throw PeerGoneError with the reason.
     void CloseInput(std::string_view reason) noexcept;
     void CloseInputAndOutput(std::string_view reason) noexcept;
-    void CloseAll(std::string_view reason) noexcept;
+    void CloseAll(std::string_view reason);
 
     /// Waits for the child's end, emptying its standard error and throwing its output away meanwhile; false when
     /// it is still running at `deadline`.
-    bool AwaitEnd(Clock::time_point deadline) noexcept { return AwaitEnd(deadline, EOutput::Discard); }
+    bool AwaitEnd(Clock::time_point deadline) { return AwaitEnd(deadline, EOutput::Discard); }
 
     /// `"prog" (pid 7)`.
     std::string Description() const;
@@ -71,9 +71,9 @@ private:
     short Wait(short events, Clock::time_point deadline) override;
     std::string Epitaph(bool isGone) override;
 
-    bool AwaitEnd(Clock::time_point deadline, EOutput output) noexcept;
-    void DrainError(std::size_t maxBytes) noexcept;
-    void DiscardOutput() noexcept;
+    bool AwaitEnd(Clock::time_point deadline, EOutput output);
+    void DrainError(std::size_t maxBytes);
+    void DiscardOutput();
 
     std::string m_program;
     SStreams m_streams;

@@ -22,8 +22,7 @@ void Quietly(F&& action) {
     }
 }
 
-/// While it lives, the thread is not cancelled: for destructors and other functions out of which no cancellation may
-/// unwind. Nearly every system call is a point at which a thread can be cancelled, `close` and `read` among them.
+/// While it lives, the thread is not cancelled: for destructors, out of which no cancellation may unwind.
 class CNoCancellation {
 public:
     CNoCancellation() noexcept { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_before); }

@@ -13,16 +13,15 @@
 #include <cstddef>
 #include <limits>
 
-#include "support/common/Quietly.h"
-
 namespace apigen::common {
 
 using Clock = IIoDev::Clock;
 
-/// Calls `systemCall`, one that does not wait for long, until a signal handler no longer cuts it short.
+// Nothing that waits is `noexcept`: the cancellation of a thread unwinds out of it.
+
+/// Calls `systemCall` until a signal handler no longer cuts it short.
 template <class F>
-auto RetryInterrupted(F systemCall) noexcept {
-    const CNoCancellation uncancelled;
+auto RetryInterrupted(F systemCall) {
     for (;;) {
         const auto result = systemCall();
         if (result != -1 || errno != EINTR) return result;
@@ -44,7 +43,7 @@ inline int PollTimeout(Clock::time_point deadline) noexcept {
 }
 
 /// As `poll`, which also fails when the set is larger than the caller may have descriptors open. Rather than to wait
-/// for nothing at full speed, it takes a short rest then, and has everything looked at. The thread may be cancelled here.
+/// for nothing at full speed, it takes a short rest then, and has everything looked at.
 inline int PollPatiently(pollfd* set, std::size_t count, int timeout) {
     const int ready = ::poll(set, count, timeout);
     if (ready >= 0) return ready;
@@ -59,9 +58,9 @@ inline int PollPatiently(pollfd* set, std::size_t count, int timeout) {
 template <class Rep, class Period>
 Clock::time_point DeadlineAfter(std::chrono::duration<Rep, Period> limit) noexcept {
     const auto now = Clock::now();
-    if (limit <= limit.zero()) return now;
-    const auto most = Clock::time_point::max() - now;
-    // Compared in floating point, where no unit overflows.
+    if (!(limit > limit.zero())) return now;
+    // Compared in floating point, where no unit overflows; the second makes up for its rounding.
+    const auto most = Clock::time_point::max() - now - std::chrono::seconds(1);
     using Seconds = std::chrono::duration<double>;
     if (Seconds(limit) >= Seconds(most)) return Clock::time_point::max();
     return now + std::chrono::ceil<Clock::duration>(limit);

@@ -5,17 +5,21 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <set>
 #include <stdexcept>
+#include <thread>
 
 #include "tests/api/OwnProcess.h"
 #include "tests/api/TemporaryFolder.h"
@@ -178,6 +182,173 @@ TEST_F(SimpleLogger, DropsWhatFindsNoRoom) {
     EXPECT_EQ(std::filesystem::file_size(m_folder.Path("a.log")), 50U);
 }
 
+TEST_F(SimpleLogger, BeginsANewLineOnceThereIsRoomAgainAfterOneThatWasCut) {
+    EXPECT_EQ(ResultInAProcessOfItsOwn([&] {
+                  ::signal(SIGXFSZ, SIG_IGN);
+                  rlimit limit{50, RLIM_INFINITY};
+                  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 2;
+                  CSimpleLogger logger(m_folder.Path(), "a.log");
+                  logger.Info("lost");
+                  limit.rlim_cur = RLIM_INFINITY;
+                  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 3;
+                  logger.Info("there");
+                  logger.Info("as well");
+                  return 0;
+              }),
+              0);
+    const auto lines = LinesOf(m_folder.Path("a.log"));
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(lines[0].size(), 50U);
+    EXPECT_THAT(lines[1], testing::MatchesRegex("\\[" + Stamp + "\\]    there"));
+    EXPECT_THAT(lines[2], testing::MatchesRegex("\\[" + Stamp + "\\]    as well"));
+}
+
+TEST_F(SimpleLogger, DoesNotFollowALinkThatLeadsNowhere) {
+    const std::string target = m_folder.Path("target");
+    std::filesystem::create_symlink(target, m_folder.Path("a.log"));
+    EXPECT_EQ(CSimpleLogger::MakeFileName(m_folder.Path(), "a.log"), m_folder.Path("a.log"));
+    CSimpleLogger(m_folder.Path(), "a.log").Info("lost");
+    EXPECT_FALSE(std::filesystem::exists(target));
+    EXPECT_FALSE(std::filesystem::exists(m_folder.Path("a_1.log")));
+}
+
+TEST_F(SimpleLogger, TakesALinkToAFileForAFile) {
+    m_folder.Write("target", "old\n");
+    std::filesystem::create_symlink(m_folder.Path("target"), m_folder.Path("a.log"));
+    EXPECT_EQ(CSimpleLogger::MakeFileName(m_folder.Path(), "a.log"), m_folder.Path("a_1.log"));
+}
+
+TEST_F(SimpleLogger, DoesNotEmptyAFileThatItMayWriteButNotRead) {
+    m_folder.Write("a.log", "old\n");
+    ::chmod(m_folder.Path("a.log").c_str(), 0222);
+    EXPECT_EQ(ResultInAProcessOfItsOwn([&] {
+                  constexpr uid_t Nobody = 65534;  // root may read everything
+                  if (::geteuid() == 0 && ::setuid(Nobody) != 0) return 2;
+                  if (CSimpleLogger::MakeFileName(m_folder.Path(), "a.log") != m_folder.Path("a.log"))
+                      return 3;
+                  CSimpleLogger(m_folder.Path(), "a.log").Info("lost");
+                  return 0;
+              }),
+              0);
+    ::chmod(m_folder.Path("a.log").c_str(), 0644);
+    EXPECT_THAT(LinesOf(m_folder.Path("a.log")), ElementsAre("old"));
+}
+
+TEST_F(SimpleLogger, PassesAPipeOfItsNameWithoutThePipesReaderNoticing) {
+    const std::string path = m_folder.Path("a.log");
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    CSimpleLogger logger(m_folder.Path(), "a.log");
+    EXPECT_THAT(Messages(m_folder.Path("a_1.log")), ElementsAre(Banner));
+    pollfd item{reader, POLLIN, 0};
+    EXPECT_EQ(::poll(&item, 1, 0), 0) << "a writer has come and gone";
+    ::close(reader);
+}
+
+TEST_F(SimpleLogger, WritesWholeLinesFromBothSidesOfAFork) {
+    constexpr int Lines = 2000;
+    CSimpleLogger logger(m_folder.Path(), "a.log");
+    const auto write = [&](const std::string& text) {
+        for (int i = 0; i < Lines; ++i)
+            logger.Info(text);
+        return 0;
+    };
+    const std::string parents(100, 'p');
+    const std::string children(100, 'c');
+    std::thread other([&] { write(parents); });
+    EXPECT_EQ(ResultInAProcessOfItsOwn([&] { return write(children); }), 0);
+    other.join();
+    const auto messages = Messages(m_folder.Path("a.log"));
+    EXPECT_EQ(messages.size(), 1U + 2 * Lines);
+    EXPECT_EQ(std::count(messages.begin(), messages.end(), parents), Lines);
+    EXPECT_EQ(std::count(messages.begin(), messages.end(), children), Lines);
+}
+
+TEST_F(SimpleLogger, CanBeUsedInAProcessThatWasForkedWhileAnotherThreadLogged) {
+    CSimpleLogger logger(m_folder.Path(), "a.log");
+    std::atomic<bool> isDone = false;
+    std::thread other([&] {
+        while (!isDone)
+            logger.Info("parent");
+    });
+    for (int round = 0; round < 200; ++round) {
+        const int result = ResultInAProcessOfItsOwn([&] {
+            ::alarm(10);
+            std::runtime_error error("boom");
+            logger.Error("child", error);
+            return 0;
+        });
+        EXPECT_EQ(result, 0) << "the child hung in round " << round;
+        if (result != 0) break;
+    }
+    isDone = true;
+    other.join();
+}
+
+TEST_F(SimpleLogger, IsNoPlaceWhereAThreadThatWasCancelledEnds) {
+    struct SWork {
+        CTemporaryFolder& Folder;
+        static void* Run(void* object) {
+            ::pthread_cancel(::pthread_self());
+            {
+                CSimpleLogger logger(static_cast<SWork*>(object)->Folder.Path(), "a.log");
+                logger.Info("there");
+            }
+            ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+            return object;
+        }
+    } work{m_folder};
+    m_folder.Write("a.log", "old\n");
+    EXPECT_EQ(ResultInAProcessOfItsOwn([&] {
+                  pthread_t thread{};
+                  void* end = nullptr;
+                  if (::pthread_create(&thread, nullptr, &SWork::Run, &work) != 0) return 2;
+                  if (::pthread_join(thread, &end) != 0) return 3;
+                  return end == &work ? 0 : 4;
+              }),
+              0);
+    EXPECT_THAT(Messages(m_folder.Path("a_1.log")), ElementsAre(Banner, "there"));
+}
+
+TEST_F(SimpleLogger, KeepsItsLinesWholeWhenAThreadIsCancelled) {
+    struct SWork {
+        CSimpleLogger Logger;
+        std::atomic<int> Lines = 0;
+        std::atomic<bool> IsDone = false;
+        static void* Run(void* object) {
+            SWork& work = *static_cast<SWork*>(object);
+            while (!work.IsDone) {
+                work.Logger.Info("cancelled");
+                ++work.Lines;
+            }
+            ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+            return object;
+        }
+    };
+    const int lines = ResultInAProcessOfItsOwn([&] {
+        SWork work{CSimpleLogger(m_folder.Path(), "a.log")};
+        pthread_t thread{};
+        void* end = nullptr;
+        if (::pthread_create(&thread, nullptr, &SWork::Run, &work) != 0) return 0;
+        const auto awaitLines = [&](int count) {
+            for (int milliseconds = 0; work.Lines < count && milliseconds < 10'000; ++milliseconds) {
+                work.Logger.Info("other");
+                ::poll(nullptr, 0, 1);
+            }
+        };
+        awaitLines(1);
+        ::pthread_cancel(thread);
+        awaitLines(work.Lines + 3);
+        work.IsDone = true;
+        if (::pthread_join(thread, &end) != 0 || end != &work) return 0;
+        return work.Lines > 200 ? 200 : work.Lines.load();
+    });
+    EXPECT_GE(lines, 4);
+    const auto messages = Messages(m_folder.Path("a.log"));
+    EXPECT_GE(std::count(messages.begin(), messages.end(), "cancelled"), lines);
+}
+
 TEST_F(SimpleLogger, StaysUsableAfterAnErrorWithoutAText) {
     class CNoText final : public std::exception {
         const char* what() const noexcept override { return nullptr; }
@@ -221,6 +392,22 @@ TEST_F(SimpleLogger, StampsTheLocalTime) {
                       ::gmtime_r(&shifted, &utc);
                       std::strftime(text, sizeof text, "%d.%m.%y %H:%M:%S.", &utc);
                       if (stamp.rfind(text, 0) == 0) return 0;
+                  }
+                  return 1;
+              }),
+              0);
+}
+
+TEST_F(SimpleLogger, FollowsAChangeOfTheTimeZone) {
+    EXPECT_EQ(ResultInAProcessOfItsOwn([] {
+                  const auto hourIn = [](const char* zone) {
+                      ::setenv("TZ", zone, 1);
+                      return CSimpleLogger::GetLocalTime().substr(9, 2);
+                  };
+                  for (int attempt = 0; attempt < 3; ++attempt) {  // an hour may end in between
+                      const std::string east = hourIn("XXX-5");
+                      const std::string west = hourIn("YYY+4");
+                      if ((std::stoi(east) - std::stoi(west) + 24) % 24 == 9) return 0;
                   }
                   return 1;
               }),

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <map>
 #include <stdexcept>
 #include <thread>
@@ -58,6 +59,30 @@ TEST(SimpleLoggerThreads, OfSeveralLoggersWriteSeveralFiles) {
         thread.join();
     for (int i = 0; i < Loggers; ++i)
         EXPECT_EQ(LinesOf(folder.Path(i == 0 ? "a.log" : "a_" + std::to_string(i) + ".log")).size(), 2U);
+}
+
+TEST(SimpleLoggerThreads, OfLoggersThatStartAtOnceTakeAFileEach) {
+    constexpr int Loggers = 4;
+    constexpr int Rounds = 100;
+    for (int round = 0; round < Rounds; ++round) {
+        const CTemporaryFolder folder;
+        std::atomic<int> ready = 0;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < Loggers; ++i) {
+            threads.emplace_back([&] {
+                ++ready;
+                while (ready != Loggers) {
+                }
+                zamclientlib::CSimpleLogger(folder.Path(), "a.log").Info("x");
+            });
+        }
+        for (auto& thread : threads)
+            thread.join();
+        for (int i = 0; i < Loggers; ++i) {
+            const std::string name = i == 0 ? "a.log" : "a_" + std::to_string(i) + ".log";
+            ASSERT_EQ(LinesOf(folder.Path(name)).size(), 2U) << name << " in round " << round;
+        }
+    }
 }
 
 }  // namespace

@@ -8,13 +8,17 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -344,6 +348,185 @@ TEST(InvokerWithALogger, LogsTheFailureThatEndsTheConnectionOnce) {
     std::string cause = Thrown<PeerGoneError>([&] { invoker.Invoke(Request("a")); });
     Thrown<PeerGoneError>([&] { invoker.Invoke(Request("a")); });
     EXPECT_EQ(logger->Errors, std::vector<std::string>{"The connection is given up. " + cause});
+}
+
+// --- A call that is cut off, and what others see of it ---
+
+/// Sends nothing anywhere, and hands out the answers that it is given.
+class CScriptedDevice : public IIoDev {
+public:
+    std::string ReadRawText(unsigned long, bool&) override { return {}; }
+    std::string ReadString() override { return OnRead(); }
+    void WriteString(const std::string& text) override { Written.push_back(text); }
+    void SetDeadline(Clock::time_point) override {}
+
+    std::function<std::string()> OnRead = [] { return std::string("<Data/>"); };
+    std::vector<std::string> Written;
+};
+
+TEST(InvokerCutOff, ByAForeignExceptionTakesTheStreamWithIt) {
+    const auto device = std::make_shared<CScriptedDevice>();
+    const auto logger = std::make_shared<CCountingLogger>();
+    StreamedXmlInvokerImpl invoker(device, nullptr, 0s, logger);
+    device->OnRead = []() -> std::string { throw 17; };
+    EXPECT_THROW(invoker.Invoke(Request("a")), int);
+    device->OnRead = [] { return std::string("<Data><__result>of the first call</__result></Data>"); };
+    EXPECT_THAT(Thrown<PeerGoneError>([&] { invoker.Invoke(Request("b")); }), HasSubstr("cut off"));
+    EXPECT_EQ(device->Written.size(), 1U);
+}
+
+TEST(InvokerCutOff, ByTheCancellationOfItsThreadTakesTheStreamWithIt) {
+    const SSockets sockets;
+    StreamedXmlInvokerImpl invoker(std::make_shared<CInterruptibleIoDev>(sockets.Fds[0]), nullptr, 0s,
+                                   nullptr);
+    const auto call = [](void* object) -> void* {
+        static_cast<StreamedXmlInvokerImpl*>(object)->Invoke(Request("a"));
+        return nullptr;
+    };
+    pthread_t thread{};
+    ASSERT_EQ(::pthread_create(&thread, nullptr, call, &invoker), 0);
+    CInterruptibleIoDev peer(sockets.Fds[1]);
+    peer.ReadString();  // the call is under way
+    ASSERT_EQ(::pthread_cancel(thread), 0);
+    void* result = nullptr;
+    ASSERT_EQ(::pthread_join(thread, &result), 0);
+    ASSERT_EQ(result, PTHREAD_CANCELED);
+    peer.WriteString("<Data><__result>of the first call</__result></Data>");
+    EXPECT_THAT(Thrown<PeerGoneError>([&] { invoker.Invoke(Request("b")); }), HasSubstr("cut off"));
+}
+
+TEST(InvokerCutOff, ByLackOfMemoryBehindAWholeAnswerStaysUsable) {
+    const auto device = std::make_shared<CScriptedDevice>();
+    class CReader : public StreamedXmlInvokerImpl {
+    public:
+        using StreamedXmlInvokerImpl::InvokeText;
+        using StreamedXmlInvokerImpl::StreamedXmlInvokerImpl;
+    };
+    CReader invoker(device, nullptr, 0s, nullptr);
+    EXPECT_THROW(invoker.InvokeText(
+                     "<Data/>", [](std::string_view, void*) -> bool { throw std::bad_alloc(); }, nullptr),
+                 std::bad_alloc);
+    EXPECT_NO_THROW(invoker.Invoke(Request("b")));
+}
+
+TEST(InvokerInUse, CountsTheWaitForItsTurnAndFailsAloneWhenThatTakesTooLong) {
+    const auto device = std::make_shared<CScriptedDevice>();
+    StreamedXmlInvokerImpl invoker(device, nullptr, 1s, nullptr);
+    std::promise<void> begun;
+    std::promise<void> goOn;
+    device->OnRead = [&] {
+        begun.set_value();
+        goOn.get_future().wait();
+        return std::string("<Data/>");
+    };
+    auto first = std::async(std::launch::async, [&] { invoker.Invoke(Request("first")); });
+    begun.get_future().wait();
+    const auto start = Clock::now();
+    EXPECT_THAT(Thrown<TimeoutError>([&] { invoker.Invoke(Request("second")); }), HasSubstr("busy"));
+    EXPECT_GE(Clock::now() - start, 900ms);
+    goOn.set_value();
+    EXPECT_NO_THROW(first.get());
+    device->OnRead = [] { return std::string("<Data/>"); };
+    EXPECT_NO_THROW(invoker.Invoke(Request("third"))) << "the stream was not touched by the second";
+}
+
+TEST(InvokerInUse, SendsAReleaseWithTheNextMessageRatherThanToWait) {
+    const auto device = std::make_shared<CScriptedDevice>();
+    const auto invoker = std::make_shared<StreamedXmlInvokerImpl>(device, nullptr, 0s, nullptr);
+    std::promise<void> begun;
+    std::promise<void> goOn;
+    device->OnRead = [&] {
+        begun.set_value();
+        goOn.get_future().wait();
+        return std::string("<Data/>");
+    };
+    auto first = std::async(std::launch::async, [&] { invoker->Invoke(Request("first")); });
+    begun.get_future().wait();
+    { const ProxyBase proxy(invoker, Handle{7}); }  // returns, although nobody answers
+    EXPECT_EQ(device->Written.size(), 1U);
+    goOn.set_value();
+    first.get();
+    device->OnRead = [] { return std::string("<Data/>"); };
+    invoker->Invoke(Request("second"));
+    ASSERT_EQ(device->Written.size(), 3U);
+    EXPECT_THAT(device->Written[1], HasSubstr("<__handle>7</__handle><__method>__dtr</__method>"));
+    EXPECT_THAT(device->Written[2], HasSubstr("second"));
+}
+
+TEST_F(Invoker, ReleasesDoNotWaitForAPeerThatReadsNothing) {
+    std::promise<void> goOn;
+    const auto released = goOn.get_future().share();
+    const auto invoker = Connect([&](const std::string& request) {
+        released.wait();
+        return Echo(request);
+    });
+    for (int i = 0; i < 20000; ++i)  // more than fits between the two
+        invoker->Invoke(Request("__dtr"));
+    goOn.set_value();
+    EXPECT_EQ(Call(*invoker, "x"), "x");
+}
+
+TEST(InvokerWithALogger, MayBeUsedByTheLoggerThatIsToldOfItsEnd) {
+    class CCallingLogger : public ILogger {
+    public:
+        void Info(const std::string&) override {}
+        void Error(const std::string&, std::exception&) override {
+            Proxy.reset();
+            Failure = Thrown<PeerGoneError>([&] { Invoker.lock()->Invoke(Request("b")); });
+        }
+        std::weak_ptr<StreamedXmlInvokerImpl> Invoker;
+        std::unique_ptr<ProxyBase> Proxy;
+        std::string Failure;
+    };
+    const auto device = std::make_shared<CScriptedDevice>();
+    const auto logger = std::make_shared<CCallingLogger>();
+    const auto invoker = std::make_shared<StreamedXmlInvokerImpl>(device, nullptr, 5s, logger);
+    logger->Invoker = invoker;
+    logger->Proxy = std::make_unique<ProxyBase>(invoker, Handle{7});
+    device->OnRead = [] { return std::string("garbage"); };
+    Thrown<BrokenMessageError>([&] { invoker->Invoke(Request("a")); });
+    EXPECT_THAT(logger->Failure, HasSubstr("after an earlier failure"));
+}
+
+TEST(InvokerWithALogger, ThatThrowsKeepsTheFailureItself) {
+    class CThrowingLogger : public ILogger {
+    public:
+        void Info(const std::string&) override { throw 1; }
+        void Error(const std::string&, std::exception&) override { throw 2; }
+    };
+    const auto device = std::make_shared<CScriptedDevice>();
+    StreamedXmlInvokerImpl invoker(device, nullptr, 0s, std::make_shared<CThrowingLogger>());
+    device->OnRead = [] { return std::string("garbage"); };
+    Thrown<BrokenMessageError>([&] { invoker.Invoke(Request("a")); });
+}
+
+TEST(InvokerWithATimeout, RefusesANegativeOne) {
+    EXPECT_THAT(Thrown<ApiInternalError>([] {
+                    StreamedXmlInvokerImpl(std::make_shared<CScriptedDevice>(), nullptr, -1s, nullptr);
+                }),
+                HasSubstr("negative"));
+}
+
+TEST(InvokerInACopyOfTheProcess, RefusesCallsAndReleasesNothing) {
+    const auto device = std::make_shared<CScriptedDevice>();
+    auto invoker = std::make_shared<StreamedXmlInvokerImpl>(device, nullptr, 0s, nullptr);
+    auto proxy = std::make_unique<ProxyBase>(invoker, Handle{7});
+    const pid_t child = ::fork();
+    if (child == 0) {
+        bool isRefused = false;
+        try {
+            invoker->Invoke(Request("a"));
+        } catch (const PeerGoneError&) {
+            isRefused = true;
+        }
+        proxy.reset();
+        invoker.reset();
+        ::_exit(isRefused && device->Written.empty() ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_NO_THROW(invoker->Invoke(Request("a")));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // Where an event source puts its socket, and where it refuses to.
 #include <zamservice/EventSource.h>
 
+#include <fcntl.h>
 #include <sys/file.h>
 
 #include <fstream>
@@ -28,9 +29,11 @@ protected:
     }
 
     /// Why no source can be made.
-    std::string Refusal(int errorNumber) const {
+    std::string Refusal(int errorNumber, const std::string& name = "events.sock") const {
         try {
-            CEventSource source(m_directory);
+            zamservice::SEventSourceOptions options;
+            options.StartLimit = 20ms;
+            CEventSource source(m_directory, name, options);
             ADD_FAILURE() << "the source was made";
         } catch (const std::system_error& error) {
             EXPECT_EQ(error.code().value(), errorNumber) << error.what();
@@ -107,6 +110,49 @@ TEST_F(EventDirectory, KeepsAnotherFileOfTheSocketsName) {
     std::ofstream(m_path) << "precious";
     EXPECT_THAT(Refusal(EEXIST), HasSubstr("another file"));
     EXPECT_EQ(fs::file_size(m_path), 8U);
+}
+
+TEST_F(EventDirectory, KeepsALinkOfTheSocketsNameThatLeadsNowhere) {
+    ASSERT_EQ(::mkdir(m_directory.c_str(), 0700), 0);
+    const std::string target = m_folder.Path() + "/target";
+    fs::create_symlink(target, m_path);
+    EXPECT_THAT(Refusal(EEXIST), HasSubstr("another file"));
+    EXPECT_TRUE(fs::is_symlink(m_path));
+    EXPECT_FALSE(fs::exists(target));
+}
+
+TEST_F(EventDirectory, IsRefusedWhenAnotherProcessKeepsItLocked) {
+    ASSERT_EQ(::mkdir(m_directory.c_str(), 0700), 0);
+    const int lock = ::open(m_directory.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(lock, LOCK_EX), 0);
+    EXPECT_THAT(Refusal(EBUSY), testing::AllOf(HasSubstr(m_directory), HasSubstr("locked")));
+    ASSERT_EQ(::flock(lock, LOCK_UN), 0);
+    EXPECT_NO_THROW(CEventSource{m_directory});
+    ::close(lock);
+}
+
+TEST_F(EventDirectory, StaysWhereItIsWhenTheProgramGoesElsewhere) {
+    const fs::path before = fs::current_path();
+    fs::current_path(m_folder.Path());
+    {
+        CEventSource source("agent");
+        fs::current_path("/");
+        EXPECT_EQ(source.SocketPath(), m_path);
+        EXPECT_NO_THROW(zamclientlib::CEventsStream(source.Config(), nullptr));
+    }
+    fs::current_path(before);
+    EXPECT_FALSE(fs::exists(m_path)) << "its end removes it";
+}
+
+TEST_F(EventDirectory, HoldsNoSocketWhoseNameIsNone) {
+    for (const auto& name : {std::string(), std::string("."), std::string(".."),
+                             std::string("deeper/events.sock"), std::string("a\0b", 3)}) {
+        EXPECT_THAT(Refusal(EINVAL, name), HasSubstr("name"));
+    }
+    EXPECT_FALSE(fs::exists(m_directory));
+    EXPECT_THROW(CEventSource{""}, std::system_error);
+    EXPECT_THROW(CEventSource{m_directory + std::string("\0x", 2)}, std::system_error);
+    EXPECT_FALSE(fs::exists(m_directory));
 }
 
 TEST_F(EventDirectory, HoldsASocketWhosePathHas107BytesAndNoLongerOne) {

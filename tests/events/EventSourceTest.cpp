@@ -6,9 +6,12 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <limits>
+#include <memory>
 #include <thread>
 #include <vector>
 
+#include "tests/api/OwnProcess.h"
 #include "tests/events/Sockets.h"
 
 namespace tests {
@@ -117,6 +120,63 @@ TEST_F(EventSource, ClosesAConnectionThatTakesTooLongToOpen) {
     EXPECT_TRUE(IsClosed(mute));
     EXPECT_TRUE(IsClosed(half));
     EXPECT_EQ(m_source->SubscriberCount(), 1U);
+}
+
+TEST_F(EventSource, ClosesALateConnectionThatAnotherThreadAccepted) {
+    SEventSourceOptions options;
+    options.OpeningLimit = 1ms;
+    Make(options);
+    for (int round = 0; round < 200; ++round) {
+        const CSocket mute = Connected(m_source->SocketPath(), "");
+        // Often quicker than the source's own thread, which sleeps on then.
+        EXPECT_EQ(m_source->SubscriberCount(), 0U);
+        ASSERT_TRUE(IsClosed(mute)) << round;
+    }
+}
+
+TEST_F(EventSource, TakesTheLongestTimesForNoLimit) {
+    constexpr auto Count = 2000UL;
+    SEventSourceOptions options;
+    options.OpeningLimit = options.FlushLimit = options.StartLimit = std::chrono::milliseconds::max();
+    options.MaxQueuedBytes = options.MaxSubscribers = std::numeric_limits<std::size_t>::max();
+    Make(options);
+    const CSocket late = Connected(m_source->SocketPath(), "");
+    // Once this one is closed, the source's thread has looked for late ones as well.
+    EXPECT_TRUE(IsClosed(Connected(m_source->SocketPath(), "x")));
+    EXPECT_EQ(m_source->SubscriberCount(), 0U);
+    late.Send(OpeningWord);
+    EXPECT_EQ(m_source->SubscriberCount(), 1U);
+    const std::string frame = EventFrame(1);
+    for (unsigned long i = 0; i < Count; ++i) {
+        m_source->Publish(NumberedEvent(1));
+    }
+    std::thread stopper([this] { m_source->Stop(); });
+    std::size_t received = 0;
+    for (std::string bytes; !(bytes = late.Receive()).empty();) {
+        received += bytes.size();
+    }
+    stopper.join();
+    EXPECT_EQ(received, Count * frame.size());
+}
+
+TEST_F(EventSource, TakesTimesBelowZeroForZero) {
+    SEventSourceOptions options;
+    options.OpeningLimit = options.FlushLimit = options.StartLimit = std::chrono::milliseconds::min();
+    Make(options);
+    EXPECT_TRUE(IsClosed(Connected(m_source->SocketPath(), "")));
+    const auto before = std::chrono::steady_clock::now();
+    m_source->Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, Patience);
+}
+
+TEST_F(EventSource, MayHaveNoSubscribersAtAll) {
+    SEventSourceOptions options;
+    options.MaxSubscribers = 0;
+    options.MaxQueuedBytes = 0;
+    Make(options);
+    EXPECT_TRUE(IsClosed(Connected(m_source->SocketPath(), "")));
+    m_source->Publish(NumberedEvent(1));
+    EXPECT_EQ(m_source->SubscriberCount(), 0U);
 }
 
 TEST_F(EventSource, ClosesConnectionsBeyondItsLimit) {
@@ -260,6 +320,37 @@ TEST_F(ReadyEventSource, TurnsClientsAwayWhenItIsOutOfDescriptors) {
     CEventsStream stream(m_source->Config(), nullptr);
     m_source->Publish(NumberedEvent(1));
     EXPECT_EQ(stream.Read().Id, 1U) << "later clients are served again";
+}
+
+TEST_F(EventSource, RestsWhileItCanNeitherAcceptAClientNorTurnItAway) {
+    const int result = zamtest::ResultInAProcessOfItsOwn([this] {
+        SEventSourceOptions options;
+        options.OpeningLimit = 50ms;
+        Make(options);
+        const CSocket mute = CSocket::New();
+        rlimit before{};
+        if (::getrlimit(RLIMIT_NOFILE, &before) != 0) return 2;
+        rlimit tight = before;
+        tight.rlim_cur = 3;  // the number of the source's spare descriptor is of no use either
+        if (::setrlimit(RLIMIT_NOFILE, &tight) != 0) return 3;
+        mute.Connect(m_source->SocketPath());
+        const auto used = [] {
+            timespec time{};
+            ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+            return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+        };
+        const auto usedBefore = used();
+        ::poll(nullptr, 0, 1000);  // what is measured is what the process does by itself in a second
+        const bool rested = used() - usedBefore < 300ms;
+        if (::setrlimit(RLIMIT_NOFILE, &before) != 0) return 4;
+        if (!rested) return 5;
+        // Only the source's own thread can have taken it in now.
+        if (!IsClosed(mute)) return 6;
+        CEventsStream stream(m_source->Config(), nullptr);
+        m_source->Publish(NumberedEvent(1));
+        return stream.Read().Id == 1 ? 0 : 7;
+    });
+    EXPECT_EQ(result, 0);
 }
 
 TEST_F(ReadyEventSource, RefusesProcessesOfOtherUsers) {

@@ -4,6 +4,7 @@
 #include <zamservice/EventSource.h>
 
 #include <atomic>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -70,6 +71,37 @@ TEST(EventSourceThreads, StopWhileOthersPublishAndSubscribe) {
         reader.join();
         isDone = true;
         publisher.join();
+    }
+}
+
+TEST(EventSourceThreads, StartAtOnceInOneDirectoryAndOneOfThemWins) {
+    constexpr int Sources = 6;
+    for (int round = 0; round < 20; ++round) {
+        const CTemporaryFolder folder;
+        const std::string path = folder.Path() + "/events.sock";
+        { const CRawServer abandoned(path); }
+        std::atomic<int> tried = 0;
+        std::atomic<int> made = 0;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < Sources; ++i) {
+            threads.emplace_back([&] {
+                std::unique_ptr<CEventSource> source;
+                try {
+                    source = std::make_unique<CEventSource>(folder.Path());
+                    ++made;
+                } catch (const std::system_error& error) {
+                    EXPECT_EQ(error.code().value(), EADDRINUSE);
+                    EXPECT_THAT(error.what(), testing::HasSubstr(path));
+                }
+                ++tried;
+                while (tried != Sources)
+                    ::poll(nullptr, 0, 1);
+            });
+        }
+        for (auto& thread : threads)
+            thread.join();
+        EXPECT_EQ(made, 1);
+        EXPECT_FALSE(std::filesystem::exists(path));
     }
 }
 

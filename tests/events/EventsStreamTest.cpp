@@ -2,8 +2,10 @@
 // The client's end of the events, against a server that does whatever a test needs.
 #include <apigen/ApiException.h>
 
+#include <signal.h>
 #include <sys/syscall.h>
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -233,21 +235,87 @@ TEST_F(EventStream, WithoutAConfigurationFailsBeforeItLogs) {
     EXPECT_TRUE(m_log->Lines.empty());
 }
 
+/// Why no stream can be made.
+std::error_code Failure(const std::string& path) {
+    try {
+        CEventsStream(ConfigFor(path), nullptr);
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.what(), "Failed to connect to event socket: " + error.code().message());
+        return error.code();
+    }
+    return {};
+}
+
 TEST_F(EventStream, SaysWhyItCanNotConnect) {
-    const auto failure = [](const std::string& path) -> std::error_code {
-        try {
-            CEventsStream(ConfigFor(path), nullptr);
-        } catch (const std::system_error& error) {
-            const std::string expected = "Failed to connect to event socket: " + error.code().message();
-            EXPECT_EQ(error.what(), expected);
-            return error.code();
-        }
-        return {};
-    };
-    EXPECT_EQ(failure(m_path), std::errc::no_such_file_or_directory);
+    EXPECT_EQ(Failure(m_path), std::errc::no_such_file_or_directory);
     { const CRawServer abandoned(m_path); }
-    EXPECT_EQ(failure(m_path), std::errc::connection_refused);
-    EXPECT_EQ(failure(""), std::errc::connection_refused);
+    EXPECT_EQ(Failure(m_path), std::errc::connection_refused);
+}
+
+TEST_F(EventStream, TakesAnEmptyPathForNoNameOfASocket) {
+    const CRawServer server("");  // a name of zero bytes alone, which is none of a file
+    EXPECT_EQ(Failure(""), std::errc::no_such_file_or_directory);
+}
+
+TEST_F(EventStream, RefusesAPathWithAZeroByteInsteadOfCuttingIt) {
+    const CRawServer server(m_path);
+    EXPECT_EQ(Failure(m_path + std::string("\0x", 2)), std::errc::invalid_argument);
+    EXPECT_EQ(Failure(std::string("\0x", 2)), std::errc::invalid_argument);
+}
+
+/// A source that lets nobody in, with its queue full.
+class CBusyServer {
+public:
+    explicit CBusyServer(const std::string& path) : m_server(path, 0) {
+        while (true) {
+            CSocket client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+            try {
+                client.Connect(path);
+            } catch (const std::system_error& error) {
+                EXPECT_EQ(error.code().value(), EAGAIN);
+                return;
+            }
+            m_waiting.push_back(std::move(client));
+        }
+    }
+
+    CSocket Accept() const { return m_server.Accept(); }
+
+private:
+    CRawServer m_server;
+    std::vector<CSocket> m_waiting;
+};
+
+TEST_F(EventStream, WaitsForABusySourceNoLongerThanItsLimit) {
+    const CBusyServer server(m_path);
+    const auto before = Clock::now();
+    EXPECT_EQ(Failure(m_path), std::errc::timed_out);
+    EXPECT_GE(Clock::now() - before, 4s);
+    EXPECT_LT(Clock::now() - before, Patience);
+}
+
+TEST_F(EventStream, ConnectsThoughSignalsInterruptItMeanwhile) {
+    struct sigaction before {};
+    struct sigaction action {};
+    static std::atomic<int> interrupts = 0;
+    action.sa_handler = [](int) { ++interrupts; };
+    ASSERT_EQ(::sigaction(SIGUSR1, &action, &before), 0);
+    const CBusyServer server(m_path);
+    std::error_code failure;
+    std::atomic<bool> isDone = false;
+    std::thread connecting([&] {
+        failure = Failure(m_path);
+        isDone = true;
+    });
+    while (interrupts < 10) {
+        ASSERT_EQ(::pthread_kill(connecting.native_handle(), SIGUSR1), 0);
+        ::poll(nullptr, 0, 1);
+    }
+    EXPECT_FALSE(isDone);
+    server.Accept();
+    connecting.join();
+    EXPECT_EQ(failure, std::error_code());
+    EXPECT_EQ(::sigaction(SIGUSR1, &before, nullptr), 0);
 }
 
 TEST_F(EventStream, LeavesNoDescriptorBehind) {

@@ -147,10 +147,10 @@ inline zamclientlib::SEventConfig ConfigFor(const std::string& path) {
 /// An event source by hand.
 class CRawServer {
 public:
-    explicit CRawServer(const std::string& path) : m_listener(CSocket::New()) {
+    explicit CRawServer(const std::string& path, int backlog = 8) : m_listener(CSocket::New()) {
         const auto address = CSocket::AddressOf(path);
         if (::bind(m_listener.Fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-            ::listen(m_listener.Fd(), 8) != 0) {
+            ::listen(m_listener.Fd(), backlog) != 0) {
             throw std::system_error(errno, std::generic_category(), path);
         }
     }

@@ -33,6 +33,11 @@ std::filesystem::path CTestSystem::Build(const STestPackage& package, const std:
                          "\nArchitecture: all\nMaintainer: Somebody <somebody@example.org>\n" +
                          package.ExtraFields + "Description: " + package.Description + "\n");
     m_packages.Write(tree + "/usr/share/" + package.Name + "/version", package.Version);
+    if (!package.File.empty()) m_packages.Write(tree + "/" + package.File, package.Name);
+    if (!package.PostInst.empty()) {
+        const auto script = m_packages.WriteScript(tree + "/DEBIAN/postinst", package.PostInst);
+        std::filesystem::permissions(script, std::filesystem::perms(0755));
+    }
     const std::filesystem::path file =
         m_packages.Path() /
         (fileName.empty()
@@ -43,6 +48,12 @@ std::filesystem::path CTestSystem::Build(const STestPackage& package, const std:
          {"--root-owner-group", "--build", "--", (m_packages.Path() / tree).string(), file.string()}});
     if (!result.Succeeded()) throw std::runtime_error("dpkg-deb: " + result.Failure());
     return file;
+}
+
+CEnvironmentVariable CTestSystem::AllowScripts() const {
+    // dpkg reads its user's configuration.
+    m_packages.Write(".dpkg.cfg", "force-script-chrootless\n");
+    return {"HOME", m_packages.Path().string()};
 }
 
 std::string CTestSystem::DpkgStatus(const std::string& package) const {

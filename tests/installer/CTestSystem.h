@@ -15,6 +15,8 @@ struct STestPackage {
     std::string Version = "1.0";
     std::string Description = "A package";
     std::string ExtraFields = {};  // whole control lines
+    std::string PostInst = {};     // a shell script
+    std::string File = {};         // another file that it holds, "usr/share/x"
 };
 
 class CTestSystem {
@@ -24,6 +26,9 @@ public:
     const std::filesystem::path& Root() const { return m_root.Path(); }
     const CTestFolder& Folder() const { return m_root; }
     SInstallerContext Context() const;
+
+    // Lets dpkg run the scripts of packages without a shell in the system's folder, while the object lives.
+    CEnvironmentVariable AllowScripts() const;
 
     // Builds a package and returns its file, called `fileName` (by default name_version.deb).
     std::filesystem::path Build(const STestPackage& package, const std::string& fileName = {}) const;

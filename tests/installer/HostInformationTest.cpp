@@ -15,6 +15,7 @@
 #include "TestFolder.h"
 #include "installer/CHostInformation.h"
 #include "installer/CommandRunner.h"
+#include "installer/SmallFile.h"
 
 namespace installer::test {
 namespace {
@@ -85,13 +86,12 @@ TEST_F(HostInformation, AFifoInTheFilesPlaceDoesNotBlock) {
     ASSERT_EQ(mkfifo((m_folder.Path() / "etc/os-release").c_str(), 0600), 0);
     ASSERT_EQ(mkfifo((m_folder.Path() / "etc/machine-id").c_str(), 0600), 0);
     EXPECT_EQ(ReadOs().Id, "linux");
-    EXPECT_EQ(ReadGuidFile(m_folder.Path() / "etc/machine-id"), apigen::Guid{});
+    EXPECT_EQ(TryReadSmallFile(MakeContext(m_folder.Path(), nullptr), "/etc/machine-id"), std::nullopt);
+    EXPECT_EQ(TryReadSmallFile(m_folder.Path() / "etc/machine-id"), std::nullopt);
 }
 
 TEST_F(HostInformation, IdentifiersAreReadWithAndWithoutHyphens) {
-    const auto read = [&](const std::string& text) {
-        return ReadGuidFile(m_folder.Write("id", text)).Serialize();
-    };
+    const auto read = [](const std::string& text) { return GuidIn(text).Serialize(); };
     const std::string expected = "{3d1219c7-c4c5-404a-aa1f-6d2a48adfda4}";
     EXPECT_EQ(read("3d1219c7c4c5404aaa1f6d2a48adfda4\n"), expected);
     EXPECT_EQ(read("3D1219C7-C4C5-404A-AA1F-6D2A48ADFDA4"), expected);
@@ -101,8 +101,6 @@ TEST_F(HostInformation, IdentifiersAreReadWithAndWithoutHyphens) {
                                    "3d1219c7c4c5404aaa1f6d2a48adfda4\n3d1219c7c4c5404aaa1f6d2a48adfda4"}) {
         EXPECT_EQ(read(text), zero) << text;
     }
-    EXPECT_EQ(ReadGuidFile(m_folder.Path() / "missing").Serialize(), zero);
-    EXPECT_EQ(ReadGuidFile(m_folder.Path()).Serialize(), zero);
 }
 
 TEST_F(HostInformation, AManagedRootMustBeAFolder) {
@@ -110,8 +108,39 @@ TEST_F(HostInformation, AManagedRootMustBeAFolder) {
                       "No such file or directory");
     EXPECT_THROW_WITH(MakeContext(m_folder.Write("file", ""), nullptr), zamclientlib::CGenericException,
                       "Not a directory");
+    EXPECT_THROW_WITH(MakeContext("", nullptr), zamclientlib::CGenericException, "is empty");
     EXPECT_TRUE(MakeContext("/usr/..", nullptr).IsRunningSystem());
-    EXPECT_EQ(MakeContext("/", nullptr).Inside("/etc/x"), "/etc/x");
+    EXPECT_EQ(MakeContext("/", nullptr).Outside("/etc/x"), "/etc/x");
+    EXPECT_THROW_WITH(MakeContext("/no\nsuch\x1b[1m", nullptr), zamclientlib::CGenericException,
+                      "\"/no\\nsuch\\x1b[1m\": No such file");
+}
+
+TEST_F(HostInformation, LinksOfTheManagedSystemStayInIt) {
+    const CTestFolder outside;
+    outside.Write("etc/os-release", "ID=outside\n");
+    outside.Write("etc/debian_version", "12.99\n");
+    m_folder.Write("usr/lib/os-release", "ID=debian\nVERSION_ID=12\n");
+    m_folder.Write("real/debian_version", "12.4\n");
+    std::filesystem::create_directory(m_folder.Path() / "etc");
+    const auto link = [&](const std::filesystem::path& target, const char* name) {
+        std::filesystem::remove(m_folder.Path() / name);
+        std::filesystem::create_symlink(target, m_folder.Path() / name);
+    };
+    link("/real/debian_version", "etc/debian_version");
+    for (const char* const target :
+         {"/usr/lib/os-release", "../usr/lib/os-release", "../../../../usr/lib/os-release"}) {
+        link(target, "etc/os-release");
+        EXPECT_EQ(ReadOs().Id, "debian") << target;
+        EXPECT_EQ(ReadOs().Version, (SVersion{12, 4, 0, 0})) << target;
+    }
+    for (const char* const name : {"etc/os-release", "usr/lib/os-release", "etc/debian_version"}) {
+        link(outside.Path() / "etc/os-release", name);
+        EXPECT_EQ(ReadOs().Id, name == std::string("etc/os-release") ? "debian" : "linux") << name;
+    }
+    std::filesystem::remove_all(m_folder.Path() / "etc");
+    link(outside.Path() / "etc", "etc");
+    EXPECT_EQ(ReadOs().Id, "linux");
+    EXPECT_EQ(ReadOs().Version, SVersion{});
 }
 
 TEST_F(HostInformation, ASystemIsSupportedWhenItHasADpkgDatabase) {

@@ -42,6 +42,15 @@ TEST(InstallerTool, TellsItsVersionAndItsUsage) {
     EXPECT_NE(help.Output.find("start-command-invoker"), std::string::npos) << help.Output;
 }
 
+TEST(InstallerTool, TextThatCannotBeWrittenIsAFailure) {
+    for (const char* const request : {"--version", "--help", "protocol-version"}) {
+        EXPECT_EQ(RunQuery({"sh", {"-c", "exec \"$0\" " + std::string(request) + " > /dev/full", tool}})
+                      .ExitStatus(),
+                  1)
+            << request;
+    }
+}
+
 TEST(InstallerTool, AWrongCommandLineIsAnsweredWithTheUsage) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
         {{}, "A subcommand is required"},
@@ -57,6 +66,7 @@ TEST(InstallerTool, AWrongCommandLineIsAnsweredWithTheUsage) {
         {{"start-command-invoker", "--log-name", ".."}, "--log-name"},
         {{"--root"}, "--root"},
     };
+    EXPECT_EQ(RunQuery({tool, {"odd\x1b[31m\nword"}}).ErrorText.find("\x1b"), std::string::npos);
     for (const auto& [arguments, part] : cases) {
         SCOPED_TRACE(testing::PrintToString(arguments));
         const SCommandResult result = RunQuery({tool, arguments});
@@ -71,10 +81,12 @@ class RemoteInstaller : public testing::Test {
 protected:
     std::shared_ptr<zamclientlib::ITarvoInstaller> Connect(const std::string& root) const {
         const auto script =
-            m_folder.WriteScript("tool", "exec '" + tool + "' --root '" + root + "' \"$@\"\n");
+            m_folder.WriteScript("tool", "echo $$ > '" + (m_folder.Path() / "pid").string() + "'\nexec " +
+                                             m_launcher + " '" + tool + "' --root '" + root + "' \"$@\"\n");
         return zamclientlib::GetTarvoInstaller(script, std::chrono::seconds(60), false, nullptr);
     }
 
+    std::string m_launcher;  // a command that starts the tool
     CTestFolder m_folder;
     CTestSystem m_system;
 };
@@ -120,7 +132,27 @@ TEST_F(RemoteInstaller, FailuresArriveWithTheirType) {
 
 TEST_F(RemoteInstaller, ARootThatIsNotThereIsReportedOnConnecting) {
     EXPECT_THROW_WITH(Connect("/no/such/root"), CGenericException,
-                      "Can't manage the system in '/no/such/root'");
+                      "Can't manage the system in \"/no/such/root\"");
+}
+
+TEST_F(RemoteInstaller, AFailureIsOneAlsoWhenTheToolWasStartedWithSigchldIgnored) {
+    m_launcher = "env --ignore-signal=CHLD";
+    const auto packages = Connect(m_system.Root().string())->GetPackageManager();
+    EXPECT_THROW_WITH(
+        packages->InstalLocalPackages({m_system.Build({"needy", "1", "d", "Depends: missing-one\n"})}),
+        CGenericException, "dpkg exited with status 1: ");
+    packages->InstalLocalPackages({m_system.Build({"foo"})});
+    EXPECT_TRUE(packages->FindInstalledPackage("foo").HasValue());
+}
+
+TEST_F(RemoteInstaller, SigtermEndsTheToolWhateverItsStarterDidToIt) {
+    for (const char* const launcher : {"env --ignore-signal=TERM", "env --block-signal=TERM"}) {
+        SCOPED_TRACE(launcher);
+        m_launcher = launcher;
+        const auto installer = Connect(m_system.Root().string());
+        EXPECT_EQ(kill(std::stoi(ReadAll(m_folder.Path() / "pid")), SIGTERM), 0);
+        EXPECT_THROW_WITH(installer->IsSystemSupported(), apigen::PeerGoneError, "signal 15");
+    }
 }
 
 TEST_F(RemoteInstaller, AnInstallationGoesOnWhenTheToolIsEnded) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <zamclientlib/Exceptions.h>
 
+#include <sys/stat.h>
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -107,6 +109,10 @@ TEST_F(PackageIndex, FilesThatCannotBeReadAreNamed) {
     EXPECT_THROW_WITH(CPackageIndex{m_folder.Path() / "missing.xml"}, CGenericException,
                       "missing.xml\": No such file or directory");
     EXPECT_THROW_WITH(CPackageIndex{m_folder.Path()}, CGenericException, "Is a directory");
+    EXPECT_THROW_WITH(CPackageIndex{"/dev/zero"}, CGenericException, "it is no regular file");
+    ASSERT_EQ(mkfifo((m_folder.Path() / "fifo").c_str(), 0600), 0);
+    EXPECT_THROW_WITH(CPackageIndex{m_folder.Path() / "fifo"}, CGenericException, "it is no regular file");
+    EXPECT_THROW_WITH(CPackageIndex{"/two\nlines\x1b[31m"}, CGenericException, "\"/two\\nlines\\x1b[31m\"");
     EXPECT_THROW_WITH(CPackageIndex{""}, CGenericException, "is empty");
     EXPECT_THROW_WITH(CPackageIndex{std::string("/tmp/a\0b", 8)}, CGenericException, "NUL");
     std::filesystem::resize_file(m_folder.Write("huge.xml", ""), 17 * 1024 * 1024);
@@ -122,11 +128,11 @@ TEST_F(PackageIndex, HostileAndBrokenDocumentsAreRefused) {
     };
     const std::string valid = "id='a' architecture='amd64' ";
     const std::vector<std::pair<std::string, std::string>> cases{
-        {"", "no well-formed XML"},
-        {"hello", "no well-formed XML"},
-        {open, "no well-formed XML"},
-        {open + "<Distribution></PackageIndex>", "no well-formed XML"},
-        {std::string(open).append(3, '\0') + close, ""},
+        {"", "Malformed document: "},
+        {"hello", "Malformed document: "},
+        {open, "Malformed document: "},
+        {open + "<Distribution></PackageIndex>", "Malformed document: "},
+        {std::string(open).append(3, '\0') + close, "Malformed document: "},
         {"<!DOCTYPE x [<!ENTITY a 'b'>]>" + open + close, "document type"},
         {"<!DOCTYPE PackageIndex>" + open + close, "document type"},
         {open + close + open + close, "second root element"},
@@ -138,7 +144,7 @@ TEST_F(PackageIndex, HostileAndBrokenDocumentsAreRefused) {
         {"<PackageIndex format='1' version='1.2.3.4.5'/>", "version is"},
         {"<PackageIndex format='1' version='65536'/>", "version is"},
         {"<PackageIndex format='1' version='1' more='1'/>", "unknown attribute \"more\""},
-        {"<PackageIndex format='1' version='1' version='2'/>", "stands twice"},
+        {"<PackageIndex format='1' version='1' version='2'/>", "an attribute given twice at offset 37"},
         {open + "<Other/>" + close, "element \"Other\""},
         {open + "words" + close, "text between elements"},
         {open + "<![CDATA[words]]>" + close, "text between elements"},
@@ -163,14 +169,51 @@ TEST_F(PackageIndex, HostileAndBrokenDocumentsAreRefused) {
     }
 }
 
+TEST_F(PackageIndex, WhatIsNoWellFormedXmlIsRefusedHoweverHarmless) {
+    const std::string open = "<PackageIndex format='1' version='1'>";
+    const std::string distribution = "<Distribution id='a' architecture='amd64'>";
+    const std::string close = "</Distribution></PackageIndex>";
+    for (const std::string& text : {
+             open + distribution + "<File>a & b</File>" + close,
+             open + distribution + "<File>a&unknown;</File>" + close,
+             open + distribution + "<File>a]]>b</File>" + close,
+             open + distribution + "<File>a\xff</File>" + close,
+             open + distribution + "<File>a\x1b[31m</File>" + close,
+             open + distribution + "<File>a&#0;</File>" + close,
+             open + distribution + "<File>a</File ><!-- a -- b -->" + close,
+             open + "<Distribution id='a'architecture='amd64'><File>a</File>" + close,
+             open + "<Distribution id='<' architecture='amd64'><File>a</File>" + close,
+             open + "<Distribution id='a&b' architecture='amd64'><File>a</File>" + close,
+             open + distribution + "<File>a</File>" + close + "trailing",
+             open + distribution + "<File>a</File>" + close + "</PackageIndex>",
+             " <?xml version='1.0'?>" + open + distribution + "<File>a</File>" + close,
+             "<?xml version='1.0' encoding='ISO-8859-1'?>" + open + distribution + "<File>\xe4</File>" +
+                 close,
+         }) {
+        SCOPED_TRACE(text);
+        ExpectRefused(text, "Malformed document: ");
+    }
+    const auto path = m_folder.Write(
+        "index.xml", "\xef\xbb\xbf<?xml version='1.0' encoding='UTF-8'?>" + open + distribution +
+                         "<File>k\xc3\xa4se&#x20;&lt;</File ><?a?><!-- - -->" + close + "\n<!-- end -->\n");
+    EXPECT_EQ(CPackageIndex(path).OfferFor({"a", "", "", {}}, OSHardwarePlatform::X64).PackageForInstall,
+              std::vector<std::string>{(m_folder.Path() / "k\xc3\xa4se <").string()});
+}
+
+TEST_F(PackageIndex, WhatAnIndexSaysIsQuotedHarmlessly) {
+    ExpectRefused("<PackageIndex format='1' version='&#x9b;31m&#10;'/>", "version is \"\\xc2\\x9b31m\\n\"");
+    ExpectRefused("<PackageIndex format='1' version='1'><W\xc3\xa4r/></PackageIndex>",
+                  "Malformed document: ");
+}
+
 TEST_F(PackageIndex, EndlessNestingIsNoDanger) {
     std::string text = "<PackageIndex format='1' version='1'>";
     for (int i = 0; i < 200000; ++i)
         text += "<Distribution>";
-    ExpectRefused(text, "no well-formed XML");
+    ExpectRefused(text, "nested deeper than 256 levels");
     for (int i = 0; i < 200000; ++i)
         text += "</Distribution>";
-    ExpectRefused(text + "</PackageIndex>", "is missing");
+    ExpectRefused(text + "</PackageIndex>", "nested deeper than 256 levels");
 }
 
 TEST_F(PackageIndex, ErrorsPointAtTheirPlace) {

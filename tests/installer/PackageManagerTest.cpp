@@ -3,12 +3,15 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "CTestSystem.h"
 #include "TestFolder.h"
 #include "installer/CDebianPackageManager.h"
+#include "installer/CHostInformation.h"
 #include "installer/CommandRunner.h"
 #include "installer/PackageLock.h"
 
@@ -20,6 +23,15 @@ using zamclientlib::CPackageManagerIsLocked;
 
 constexpr const char* frontendLock = "var/lib/dpkg/lock-frontend";
 constexpr const char* databaseLock = "var/lib/dpkg/lock";
+
+class CRecordingLog final : public apigen::ILogger {
+public:
+    void Info(const std::string& message) override { Text += message + "\n"; }
+    void Error(const std::string& message, std::exception& error) override {
+        Text += message + "\n" + error.what() + "\n";
+    }
+    std::string Text;
+};
 
 class PackageManager : public testing::Test {
 protected:
@@ -121,6 +133,58 @@ TEST_F(PackageManager, AFailedDependencyIsReportedInDpkgsWords) {
     ExpectAbsent("needy");
 }
 
+TEST_F(PackageManager, AScriptsOwnWordsStandInTheFailure) {
+    const auto allowed = m_system.AllowScripts();
+    EXPECT_THROW_WITH(
+        m_packages.InstalLocalPackages(
+            {m_system.Build({.Name = "scripted", .PostInst = "echo 'The disk is on fire'; exit 1\n"}),
+             m_system.Build({"after-one"}), m_system.Build({"after-two"})}),
+        CGenericException, "The disk is on fire");
+    EXPECT_EQ(m_system.DpkgStatus("scripted"), "install ok half-configured 1.0");
+    EXPECT_FALSE(m_packages.FindInstalledPackage("scripted").HasValue());
+}
+
+TEST_F(PackageManager, WhatAScriptPrintsStaysHarmlessAndInOneLine) {
+    const auto allowed = m_system.AllowScripts();
+    const auto log = std::make_shared<CRecordingLog>();
+    const CDebianPackageManager packages(MakeContext(m_system.Root(), log));
+    const auto file =
+        m_system.Build({.Name = "scripted",
+                        .PostInst = "printf '\\033]0;owned\\007\\n[01.01.26 00:00:00.0]    Done\\n'\n"
+                                    "printf '\\302\\2332J\\n' >&2; exit 1\n"},
+                       "two\nlines\x1b[31m.deb");
+    EXPECT_THROW_WITH(packages.InstalLocalPackages({file}), CGenericException,
+                      "\\x1b]0;owned\\x07 / [01.01.26 00:00:00.0]    Done");
+    EXPECT_NE(log->Text.find("\\xc2\\x9b2J"), std::string::npos) << log->Text;
+    EXPECT_NE(log->Text.find("two\\nlines\\x1b[31m.deb"), std::string::npos) << log->Text;
+    EXPECT_EQ(log->Text.find_first_of("\x1b\x07\x9b\r"), std::string::npos) << log->Text;
+    EXPECT_EQ(std::count(log->Text.begin(), log->Text.end(), '\n'), 2) << log->Text;
+}
+
+TEST_F(PackageManager, AFileOfAnotherPackageIsNamedInTheFailure) {
+    m_packages.InstalLocalPackages({m_system.Build({.Name = "owner", .File = "usr/share/common-file"})});
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages(
+                          {m_system.Build({.Name = "intruder", .File = "usr/share/common-file"})}),
+                      CGenericException,
+                      "trying to overwrite '/usr/share/common-file', which is also in package owner 1.0");
+    EXPECT_FALSE(m_packages.IsPresent("intruder"));
+}
+
+TEST_F(PackageManager, NamesAndVersionsInAFileAreNotBelieved) {
+    // dpkg-deb would not build these.
+    const auto fake = m_system.Folder().WriteScript(
+        "fake/dpkg-deb",
+        "case $1 in --show) printf '%s\\n%s' \"$(sed -n 1p \"$4\")\" \"$(sed -n 2p \"$4\")\";; esac\n");
+    m_packages.InstalLocalPackages({m_system.Build({"foo", "2"})});
+    const CEnvironmentVariable path("PATH", fake.parent_path().string() + ":" + std::getenv("PATH"));
+    const auto odd = m_system.Folder().Write("odd.deb", "Foo\x1b[31m\n1\n");
+    EXPECT_THROW_WITH(m_packages.GetPackageNameFromFile(odd), CGenericException,
+                      odd.string() + "\": it holds a package called \"Foo\\x1b[31m\"");
+    EXPECT_THROW_WITH(
+        m_packages.InstalLocalPackages({m_system.Folder().Write("old.deb", "foo\n1\x1b[31m\n")}),
+        CGenericException, "its version 1\\x1b[31m of the package 'foo'");
+}
+
 TEST_F(PackageManager, BadFilesAreRefusedBeforeAnythingChanges) {
     const CTestFolder folder;
     const auto good = m_system.Build({"good"});
@@ -203,6 +267,91 @@ TEST_F(PackageManager, OnlyInstalledPackagesAreFound) {
     EXPECT_TRUE(m_packages.IsPresent("pkg-unpacked"));
 }
 
+TEST_F(PackageManager, APackageWhoseTriggersAreStillToRunIsInstalled) {
+    const std::string fields = "Version: 3\nArchitecture: all\nMaintainer: x\nDescription: d\n";
+    m_system.Folder().Write("var/lib/dpkg/status",
+                            "Package: waiting\nStatus: install ok triggers-awaited\n" + fields +
+                                "Triggers-Awaited: pending\n\nPackage: pending\nStatus: install ok "
+                                "triggers-pending\n" +
+                                fields + "Triggers-Pending: x\n");
+    for (const char* const name : {"waiting", "pending"}) {
+        const auto found = m_packages.FindInstalledPackage(name);
+        ASSERT_TRUE(found.HasValue()) << name;
+        EXPECT_EQ(found->VersionRaw, "3");
+    }
+    EXPECT_THROW_WITH(m_packages.UpdateLocalPackages({m_system.Build({"pending", "2"})}), CGenericException,
+                      "is older than the installed 3");
+}
+
+TEST_F(PackageManager, AVersionThatCannotBeComparedIsNoNewerOne) {
+    m_packages.InstalLocalPackages({m_system.Build({"foo", "2"})});
+    const auto newer = m_system.Build({"foo", "3"});
+    const auto fake = m_system.Folder().WriteScript("fake/dpkg", "kill -9 $$\n");
+    const CEnvironmentVariable path("PATH", fake.parent_path().string() + ":" + std::getenv("PATH"));
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({newer}), CGenericException,
+                      "its version 3 can't be compared with the installed 2: dpkg was ended by signal 9");
+}
+
+TEST_F(PackageManager, LinksOfAnotherRootLeadNowhereOutside) {
+    const CTestSystem other;
+    CDebianPackageManager(other.Context()).InstalLocalPackages({other.Build({"outsider"})});
+    const auto before = ReadAll(other.Root() / "var/lib/dpkg/status");
+    const auto move = [&](const char* name, const std::filesystem::path& target) {
+        std::filesystem::rename(m_system.Root() / name, m_system.Root() / target.relative_path());
+        std::filesystem::create_symlink(target, m_system.Root() / name);
+    };
+    move("var/lib/dpkg", "/var/lib/elsewhere");
+    move("var/log", "/logs");
+    other.Folder().Write("dpkg.log", "");
+    std::filesystem::create_symlink(other.Root() / "dpkg.log", m_system.Root() / "logs/dpkg.log");
+    m_packages.InstalLocalPackages({m_system.Build({"foo"})});
+    EXPECT_TRUE(m_packages.FindInstalledPackage("foo").HasValue());
+    EXPECT_NE(ReadAll(m_system.Root() / "var/lib/elsewhere/status").find("foo"), std::string::npos);
+    EXPECT_EQ(ReadAll(other.Root() / "dpkg.log"), "");
+    {
+        const CLockHolder holder(m_system.Root() / "var/lib/elsewhere/lock");
+        EXPECT_THROW(m_packages.RemovePackages({"foo"}), CPackageManagerIsLocked);
+    }
+
+    std::filesystem::remove(m_system.Root() / "var/lib/dpkg");
+    std::filesystem::create_symlink(other.Root() / "var/lib/dpkg", m_system.Root() / "var/lib/dpkg");
+    EXPECT_FALSE(CHostInformation(m_system.Context()).IsSupported());
+    EXPECT_FALSE(m_packages.FindInstalledPackage("outsider").HasValue());
+    const CLockHolder holder(other.Root() / "var/lib/dpkg/lock");
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({m_system.Build({"bar"})}), CGenericException,
+                      "There is no package database in \"" + m_system.Root().string());
+    EXPECT_EQ(ReadAll(other.Root() / "var/lib/dpkg/status"), before);
+}
+
+TEST_F(PackageManager, AnotherRootsLinksDoNotLetDpkgWriteToTheHost) {
+    const CTestFolder outside;
+    const auto link = m_system.Root() / "opt";
+    const auto package = m_system.Build({.Name = "foo", .File = "opt/foo/file"});
+    std::filesystem::create_directory(m_system.Root() / "data");
+    for (const std::filesystem::path& target :
+         {outside.Path(), std::filesystem::path("/data"), std::filesystem::path("/no/such")}) {
+        std::filesystem::remove(link);
+        std::filesystem::create_symlink(target, link);
+        EXPECT_THROW_WITH(m_packages.InstalLocalPackages({package}), CGenericException,
+                          "it has files behind the link \"" + link.string() + "\"");
+        ExpectAbsent("foo");
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(outside.Path()));
+
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink("data", link);
+    m_packages.InstalLocalPackages({package});
+    EXPECT_TRUE(std::filesystem::exists(m_system.Root() / "data/foo/file"));
+
+    std::filesystem::remove(link);
+    std::filesystem::rename(m_system.Root() / "data/foo", outside.Path() / "foo");
+    std::filesystem::create_symlink(outside.Path(), link);
+    EXPECT_THROW_WITH(m_packages.RemovePackages({"foo"}), CGenericException, "leads dpkg out of");
+    EXPECT_THROW_WITH(m_packages.UpdateLocalPackages({m_system.Build({"foo", "2"})}), CGenericException,
+                      "leads dpkg out of");
+    EXPECT_TRUE(std::filesystem::exists(outside.Path() / "foo/file"));
+}
+
 TEST_F(PackageManager, ABrokenDatabaseIsAnErrorAndNoAbsence) {
     m_system.Folder().Write("var/lib/dpkg/status", "this is no database\n");
     EXPECT_THROW_WITH(m_packages.FindInstalledPackage("foo"), CGenericException,
@@ -238,6 +387,9 @@ TEST_F(PackageManager, TheToolsOwnWordsAboutALockAreRecognised) {
     }
     EXPECT_FALSE(TellsOfLock("dpkg: error: you do not have permission to lock the dpkg database directory"));
     EXPECT_FALSE(TellsOfLock("E: Unable to acquire the dpkg frontend lock (/x), are you root?"));
+    EXPECT_FALSE(TellsOfLock("postinst: the cache is locked by another process\n"));
+    EXPECT_TRUE(
+        TellsOfLock("Unpacking\ndpkg: error: dpkg frontend lock was locked by another process with pid 7\n"));
     EXPECT_FALSE(TellsOfLock(""));
 }
 
@@ -246,15 +398,6 @@ TEST_F(PackageManager, TheHostsDpkgLogIsNotTouchedForAnotherRoot) {
     EXPECT_NE(ReadAll(m_system.Root() / "var/log/dpkg.log").find("zam-log-probe"), std::string::npos);
     EXPECT_EQ(ReadAll("/var/log/dpkg.log").find("zam-log-probe"), std::string::npos);
 }
-
-class CRecordingLog final : public apigen::ILogger {
-public:
-    void Info(const std::string& message) override { Text += message + "\n"; }
-    void Error(const std::string& message, std::exception& error) override {
-        Text += message + "\n" + error.what() + "\n";
-    }
-    std::string Text;
-};
 
 TEST_F(PackageManager, ChangesAreLoggedWithTheirOutcome) {
     const auto log = std::make_shared<CRecordingLog>();
@@ -267,7 +410,7 @@ TEST_F(PackageManager, ChangesAreLoggedWithTheirOutcome) {
     EXPECT_THROW(
         packages.InstalLocalPackages({m_system.Build({"needy", "1", "d", "Depends: missing-one\n"})}),
         CGenericException);
-    EXPECT_NE(log->Text.find("dpkg failed with exit status 1"), std::string::npos) << log->Text;
+    EXPECT_NE(log->Text.find("dpkg exited with status 1: "), std::string::npos) << log->Text;
 }
 
 // The running system's packages go through apt-get. It is the real one here, told by its own configuration to
@@ -280,10 +423,13 @@ protected:
             std::filesystem::create_directories(m_system.Root() / folder);
         }
         const std::string root = m_system.Root().string();
-        m_configuration = m_system.Folder().Write(
-            "apt.conf", "Dir \"" + root + "/\";\nDir::State::status \"" + root +
-                            "/var/lib/dpkg/status\";\nDPkg::Options { \"--root=" + root +
-                            "\"; \"--log=/dev/null\"; };\nAPT::Sandbox::User \"root\";\n");
+        const auto configuration = m_system.Folder().Write(
+            "apt.conf",
+            "Dir \"" + root + "/\";\nDir::State::status \"" + root +
+                "/var/lib/dpkg/status\";\nDPkg::Options { \"--root=" + root +
+                "\"; \"--log=/dev/null\"; \"--force-script-chrootless\"; };\nAPT::Sandbox::User \"root\";\n");
+        ReplaceAptGet("APT_CONFIG=" + configuration.string() + " exec " + FindProgram("apt-get") +
+                      " \"$@\"\n");
         // Somebody else on this machine may be installing something just now.
         ASSERT_TRUE(Eventually([&] {
             try {
@@ -296,21 +442,19 @@ protected:
     }
 
     // Puts a program in front of the real apt-get.
-    void FakeAptGet(const std::string& script) {
+    void ReplaceAptGet(const std::string& script) {
         const auto fake = m_system.Folder().WriteScript("fake/apt-get", script);
-        m_path.emplace("PATH", fake.parent_path().string() + ":" + std::getenv("PATH"));
+        if (!m_path) m_path.emplace("PATH", fake.parent_path().string() + ":" + std::getenv("PATH"));
         ASSERT_EQ(FindProgram("apt-get"), fake.string());
     }
 
     CTestSystem m_system;
-    std::filesystem::path m_configuration;
     std::optional<CEnvironmentVariable> m_path;
     SInstallerContext m_running = MakeContext("/", nullptr);
     CDebianPackageManager m_packages{m_running};
 };
 
 TEST_F(PackageManagerOfTheRunningSystem, InstallsFilesThroughAptGet) {
-    const CEnvironmentVariable configuration("APT_CONFIG", m_configuration.string());
     m_packages.InstalLocalPackages(
         {m_system.Build({"zam-probe-one", "1", "d", "Depends: zam-probe-two\n"}, "-one with blanks.deb"),
          m_system.Build({"zam-probe-two", "2"}, "two%20.deb")});
@@ -324,11 +468,28 @@ TEST_F(PackageManagerOfTheRunningSystem, InstallsFilesThroughAptGet) {
 }
 
 TEST_F(PackageManagerOfTheRunningSystem, AptGetsRefusalIsReportedInItsWords) {
-    const CEnvironmentVariable configuration("APT_CONFIG", m_configuration.string());
     EXPECT_THROW_WITH(m_packages.InstalLocalPackages({m_system.Build(
                           {"zam-probe-one", "1", "d", "Depends: zam-not-to-be-had\n"}, "one.deb")}),
-                      CGenericException, "apt-get failed with exit status 100: ");
+                      CGenericException,
+                      "apt-get exited with status 100: E: Unable to correct problems, you have held broken "
+                      "packages. Its output: ");
     EXPECT_EQ(m_system.DpkgStatus("zam-probe-one"), "");
+}
+
+TEST_F(PackageManagerOfTheRunningSystem, TheReasonThatAptGetPrintsAsideIsReportedToo) {
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({m_system.Build(
+                          {"zam-probe-one", "1", "d", "Depends: zam-not-to-be-had\n"}, "one.deb")}),
+                      CGenericException,
+                      "The following packages have unmet dependencies: / zam-probe-one : Depends: "
+                      "zam-not-to-be-had but it is not installable");
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({m_system.Build(
+                          {.Name = "zam-probe-two", .PostInst = "echo 'The disk is on fire'; exit 1\n"})}),
+                      CGenericException, "The disk is on fire");
+    CDebianPackageManager(m_system.Context()).RemovePackages({"zam-probe-two"});
+    m_packages.InstalLocalPackages({m_system.Build({.Name = "zam-owner", .File = "usr/share/common-file"})});
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages(
+                          {m_system.Build({.Name = "zam-intruder", .File = "usr/share/common-file"})}),
+                      CGenericException, "which is also in package zam-owner 1.0");
 }
 
 TEST_F(PackageManagerOfTheRunningSystem, AptGetTakesOnlyFilesWithItsSuffix) {
@@ -337,7 +498,7 @@ TEST_F(PackageManagerOfTheRunningSystem, AptGetTakesOnlyFilesWithItsSuffix) {
 }
 
 TEST_F(PackageManagerOfTheRunningSystem, AptGetIsGivenPathsAndNamesBehindItsOptions) {
-    FakeAptGet("printf '%s\\n' \"$@\" > " + (m_system.Root() / "arguments").string() + "\n");
+    ReplaceAptGet("printf '%s\\n' \"$@\" > " + (m_system.Root() / "arguments").string() + "\n");
     const auto file = m_system.Build({"zam-probe-one"}, "-one with blanks.deb");
     m_packages.InstalLocalPackages({file});
     EXPECT_EQ(ReadAll(m_system.Root() / "arguments"),

@@ -283,6 +283,23 @@ TEST_F(SystemdService, AFailedJobIsAnError) {
     EXPECT_EQ(Find("bad")->GetServiceStatus(), EServiceStatus::Failed);
 }
 
+TEST_F(SystemdService, WhatSystemdSaysIsPassedOnHarmlessly) {
+    SFakeUnit unit;
+    unit.JobResult = "\x1b[31mbad\nforged";
+    const CFakeSystemd systemd(m_bus.Address(), {{"bad.service", unit}});
+    class CLog final : public apigen::ILogger {
+    public:
+        void Info(const std::string& message) override { Text += message; }
+        void Error(const std::string& message, std::exception&) override { Text += message; }
+        std::string Text;
+    };
+    const auto log = std::make_shared<CLog>();
+    EXPECT_THROW_WITH(CSystemdService::Find(MakeContext("/", log), "bad")->Start(), CGenericException,
+                      "systemd's job ended with '\\x1b[31mbad\\nforged'");
+    EXPECT_NE(log->Text.find("\\x1b[31mbad\\nforged"), std::string::npos) << log->Text;
+    EXPECT_EQ(log->Text.find_first_of("\x1b\n"), std::string::npos) << log->Text;
+}
+
 TEST_F(SystemdService, AJobThatEndsBeforeItIsAnnouncedIsNotMissed) {
     SFakeUnit unit;
     unit.EndsBeforeTheAnswer = true;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // How the test agent behaves: owners, running jobs, retries, events, passwords.
-#include "tests/testagent/AgentFixture.h"
+#include <filesystem>
+
+#include "tests/testagent/RawAgent.h"
 
 namespace tests {
 namespace {
@@ -8,6 +10,7 @@ namespace {
 using namespace zamclientlib;  // NOLINT: for tests alone
 using apigen::Guid;
 using testing::ElementsAre;
+using testing::HasSubstr;
 
 class TheTestAgent : public CAgentTest {
 protected:
@@ -62,6 +65,228 @@ TEST_F(TheTestAgent, LetsOthersDoWhatTheOwnersModeAllows) {
     EXPECT_THROW(other->SetSchedulerPermissionToRunJobs(false), CGenericException);
     control->SetOwnerMode(Owner().Id, ZAMOwnerMode::Shared);
     EXPECT_NO_THROW(other->SetSchedulerPermissionToRunJobs(false));
+}
+
+TEST_F(TheTestAgent, LetsNobodyInBesideAnOwnerWithoutAMode) {
+    const auto control = Connect();
+    control->RequestControl(Owner(), false);
+    for (const auto mode : {ZAMOwnerMode::None, ZAMOwnerMode::Exclusive, static_cast<ZAMOwnerMode>(99)}) {
+        control->SetOwnerMode(Owner().Id, mode);
+        EXPECT_THAT(Thrown<CGenericException>([&] { control->RequestControl(OtherOwner(), false); }).what(),
+                    HasSubstr("tester"));
+    }
+}
+
+TEST_F(TheTestAgent, BelongsToTheOwnerOfTheScript) {
+    Script(R"({"owner": {"id": "11111111-2222-3333-4444-555555555555", "name": "console",
+                         "type": "ManagementConsole", "mode": "Exclusive"}})");
+    const auto control = Connect();
+    EXPECT_EQ(control->GetCurrentOwner().Name, "console");
+    EXPECT_THROW(control->RequestControl(OtherOwner(), false), CGenericException);
+    EXPECT_NO_THROW(control->RequestControl(Owner(), false)->SetSchedulerPermissionToRunJobs(false));
+}
+
+// The new owner shares control, so the old product could change things behind its back.
+TEST_F(TheTestAgent, ClosesTheProductsOfAnOwnerDisplacedByForceEvenWhenTheNewOneShares) {
+    Script(R"({"clock": {"mode": "held"}})");
+    const auto control = Connect();
+    const auto displaced = control->RequestControl(Owner(), false);
+    const auto job = MakeJob(*displaced, "nightly");
+    const auto session = job->Start({});
+    auto sharing = OtherOwner();
+    sharing.Mode = ZAMOwnerMode::Shared;
+    control->RequestControl(sharing, true);
+
+    EXPECT_THROW(displaced->SetSchedulerPermissionToRunJobs(false), CGenericException);
+    EXPECT_THROW(displaced->CreateBackupJob(JobConfig("second", {})), CGenericException);
+    EXPECT_THROW(displaced->GetRepositoryManager()->CreateRepository(LocalRepository("x")),
+                 CGenericException);
+    EXPECT_THROW(job->SetUserData("x"), CGenericException);
+    EXPECT_THROW(session->Stop("x"), CGenericException);
+    EXPECT_THROW(control->SetOwnerMode(Owner().Id, ZAMOwnerMode::Exclusive), CGenericException);
+    EXPECT_THROW(control->ReleaseControl(Owner()), CGenericException);
+    EXPECT_EQ(displaced->GetBackupJobs().size(), 1U) << "it can still be looked at";
+    EXPECT_EQ(displaced->GetRepositoryManager()->GetRepositories().size(), 1U);
+    EXPECT_EQ(job->GetUserData(), "");
+    EXPECT_EQ(session->GetInfo().State, JobState::Starting);
+
+    const auto asGuest = control->RequestControl(Owner(), false);
+    EXPECT_EQ(control->GetCurrentOwner().Id, OtherOwner().Id);
+    EXPECT_NO_THROW(asGuest->SetSchedulerPermissionToRunJobs(false));
+    EXPECT_THROW(displaced->SetSchedulerPermissionToRunJobs(true), CGenericException);
+}
+
+TEST_F(TheTestAgent, OpensNoOldProductAgainWhenItsOwnerReturns) {
+    const auto control = Connect();
+    const auto first = control->RequestControl(Owner(), false);
+    control->ReleaseControl(Owner());
+    EXPECT_THROW(first->SetSchedulerPermissionToRunJobs(false), CGenericException);
+    const auto second = control->RequestControl(Owner(), false);
+    EXPECT_THROW(first->SetSchedulerPermissionToRunJobs(false), CGenericException);
+    EXPECT_NO_THROW(second->SetSchedulerPermissionToRunJobs(false));
+
+    control->RequestControl(OtherOwner(), true);
+    EXPECT_THROW(control->RequestControl(Owner(), false), CGenericException) << "the other is exclusive";
+    const auto third = control->RequestControl(Owner(), true);
+    EXPECT_THROW(second->SetSchedulerPermissionToRunJobs(true), CGenericException);
+    EXPECT_NO_THROW(third->SetSchedulerPermissionToRunJobs(true));
+    EXPECT_NO_THROW(first->GetBackupJobs());
+
+    const auto again = control->RequestControl(Owner(), true);
+    EXPECT_NO_THROW(third->SetSchedulerPermissionToRunJobs(true))
+        << "its own owner's force takes nothing away";
+    EXPECT_NO_THROW(again->SetSchedulerPermissionToRunJobs(true));
+}
+
+TEST_F(TheTestAgent, LetsAGuestWhoTakesControlKeepItsProduct) {
+    const auto control = Connect();
+    auto sharing = Owner();
+    sharing.Mode = ZAMOwnerMode::Shared;
+    control->RequestControl(sharing, false);
+    const auto guest = control->RequestControl(OtherOwner(), false);
+    control->RequestControl(OtherOwner(), true);
+    EXPECT_NO_THROW(guest->SetSchedulerPermissionToRunJobs(false));
+    control->ReleaseControl(OtherOwner());
+    EXPECT_THROW(guest->SetSchedulerPermissionToRunJobs(false), CGenericException);
+}
+
+TEST_F(TheTestAgent, GathersNothingButTheIdentifiersOfMethods) {
+    const zamtest::CTemporaryFolder folder;
+    CRawAgent agent;
+    EXPECT_THAT(agent.Read(), HasSubstr("__handle"));
+    const std::string evil = "evil\nline &#10; GetInfo";
+    for (const auto& call :
+         {CRawAgent::Call("GetProductInfo_4746724914348084655"), CRawAgent::Call(evil), CRawAgent::Frame("x"),
+          CRawAgent::Call("GrabLogs_7987703423994357771", "<path>" + folder.Path("log") + "</path>")}) {
+        agent.Send(call);
+        EXPECT_NE(agent.Read(), "");
+    }
+    EXPECT_THAT(zamtest::LinesOf(folder.Path("log")),
+                ElementsAre("GetProductInfo_4746724914348084655", "GrabLogs_7987703423994357771"));
+}
+
+TEST_F(TheTestAgent, GathersLogsInANewFileAlone) {
+    namespace fs = std::filesystem;
+    const zamtest::CTemporaryFolder folder;
+    folder.Write("kept", "mine");
+    fs::create_symlink(folder.Path("kept"), folder.Path("link"));
+    fs::create_symlink(folder.Path("nowhere"), folder.Path("dangling"));
+    const auto control = Connect();
+    const auto reason = [&](const std::string& path) {
+        return std::string(Thrown<CGenericException>([&] { control->GrabLogs(path); }).what());
+    };
+    EXPECT_THAT(reason(folder.Path("kept")), HasSubstr("File exists"));
+    EXPECT_THAT(reason(folder.Path("link")), HasSubstr("File exists"));
+    EXPECT_THAT(reason(folder.Path("dangling")), HasSubstr("File exists"));
+    EXPECT_THAT(reason(folder.Path()), HasSubstr("File exists"));
+    EXPECT_THAT(reason(folder.Path("missing/log")), HasSubstr("No such file"));
+    EXPECT_THAT(reason(folder.Path("kept/log")), HasSubstr("Not a directory"));
+    EXPECT_THAT(reason("relative"), HasSubstr("absolute"));
+    EXPECT_THAT(reason(folder.Path("cut") + std::string(1, '\0') + "off"), HasSubstr("absolute"));
+    EXPECT_EQ(zamtest::LinesOf(folder.Path("kept")), std::vector<std::string>{"mine"});
+    EXPECT_FALSE(fs::exists(folder.Path("nowhere")));
+    EXPECT_FALSE(fs::exists(folder.Path("cut")));
+    EXPECT_NO_THROW(control->GrabLogs(folder.Path("log")));
+    EXPECT_EQ(zamtest::LinesOf(folder.Path("log")).size(), 9U);
+}
+
+TEST_F(TheTestAgent, KeepsAsManyRestorePointsAsAnUpdateHasLeftIt) {
+    Script(R"({"clock": {"mode": "calls", "steps": 1}})");
+    const auto control = Connect();
+    const auto job = MakeJob(*control->RequestControl(Owner(), false), "nightly");
+    auto config = job->GetConfigurationInfo();
+    for (const int kept : {4, 4, 4, 4, 4, 2}) {
+        config.RetentionInfo.RestorePointsCount = kept;
+        job->UpdateConfigurationInfo(config);
+        EXPECT_EQ(job->Start({})->GetInfo().Result, JobResult::Success);
+    }
+    const auto points = job->GetOibsForRestore();
+    ASSERT_EQ(points.size(), 2U);
+    EXPECT_EQ(points[0].Type, RestorePointType::Full);
+    EXPECT_EQ(points[1].Type, RestorePointType::Increment);
+}
+
+TEST_F(TheTestAgent, GivesOfferedRepositoriesNamesOfTheirOwn) {
+    const auto control = Connect();
+    const auto product = control->RequestControl(Owner(), false);
+    const auto repositories = product->GetRepositoryManager();
+    repositories->CreateRepository(LocalRepository("x repository"));
+    SBackupServerInfo server;
+    server.Name = "x";
+    const auto servers = product->GetBackupServerManager();
+    servers->ResyncBackupServerRepositoriesList(servers->AddBackupServer(server).Id);
+    SCloudServiceProviderInfo provider;
+    provider.Name = "x";
+    const auto providers = product->GetCloudServiceProviderManager();
+    providers->ResyncCloudRepositoriesList(providers->AddCloudServiceProvider(provider).Id);
+    std::vector<std::string> names;
+    for (const auto& repository : repositories->GetRepositories())
+        names.push_back(repository.Name);
+    EXPECT_THAT(names, ElementsAre("x repository", "x repository 2", "x repository 3"));
+}
+
+TEST_F(TheTestAgent, StepsASessionWithItsOwnGetInfoAlone) {
+    Script(R"({"clock": {"mode": "calls", "steps": 3, "stepMs": 1}})");
+    const auto control = Connect();
+    const auto product = control->RequestControl(Owner(), false);
+    const auto job = MakeJob(*product, "nightly");
+    const auto other = MakeJob(*product, "weekly")->Start({});
+    const auto session = job->Start({});
+    for (int i = 0; i < 5; ++i) {
+        job->GetInfo();
+        other->GetInfo();
+        job->FindLastBackupJobSession();
+    }
+    EXPECT_EQ(session->GetInfo().PercentCompleted, 33);
+    EXPECT_EQ(session->GetInfo().PercentCompleted, 66);
+    EXPECT_EQ(session->GetInfo().State, JobState::Stopped);
+    EXPECT_EQ(session->GetInfo().Result, JobResult::Success);
+    const auto stopped = job->Start({});
+    EXPECT_TRUE(stopped->Stop("enough"));
+    EXPECT_EQ(stopped->GetInfo().State, JobState::Stopped);
+}
+
+TEST_F(TheTestAgent, TakesAStepEachStepMsAndNoSooner) {
+    Script(R"({"clock": {"stepMs": 50, "steps": 4}})");
+    const auto control = Connect();
+    CEventsStream stream(control->GetEventConfig(), nullptr);
+    const auto job = MakeJob(*control->RequestControl(Owner(), false), "nightly");
+    job->Start({});
+    ReadUpTo(stream, EEventType::BackupJobStarted);
+    const auto before = std::chrono::steady_clock::now();
+    ReadUpTo(stream, EEventType::BackupJobFinished);
+    // The first step may come at once.
+    EXPECT_GT(std::chrono::steady_clock::now() - before, 3 * 50ms - 20ms);
+}
+
+TEST_F(TheTestAgent, StartsADisabledJobByHandAndLetsARunningOneBeDisabled) {
+    Script(R"({"clock": {"mode": "held"}})");
+    const auto control = Connect();
+    const auto job = MakeJob(*control->RequestControl(Owner(), false), "nightly");
+    EXPECT_TRUE(job->Disable());
+    EXPECT_NO_THROW(job->Start({}));
+    EXPECT_TRUE(job->Enable());
+    EXPECT_NO_THROW(job->SetUserData("x"));
+    EXPECT_THROW(job->Start({}), CJobIsRunning);
+}
+
+TEST_F(TheTestAgent, CallsARetryOffThatIsStoppedBeforeItBegins) {
+    Script(R"({"clock": {"mode": "calls", "steps": 1, "failedAttempts": 9},
+               "repositories": [{"name": "main"}],
+               "jobs": [{"name": "nightly", "repository": "main", "retries": {"attempts": 2}}]})");
+    const auto control = Connect();
+    const auto job = control->RequestControl(Owner(), false)->GetBackupJobs().at(0);
+    const auto session = job->Start({});
+    EXPECT_TRUE(session->GetInfo().RetriesInfo->IsJobAwaitingForRetry);
+    EXPECT_THROW(job->Start({}), CJobIsRunning);
+    EXPECT_TRUE(session->Stop("enough"));
+    EXPECT_FALSE(session->GetInfo().RetriesInfo->IsJobAwaitingForRetry);
+    EXPECT_EQ(job->GetBackupJobSessions().size(), 1U);
+    SJobStartOptions options;
+    options.Retries = EJobStartRetriesMode::Disabled;
+    const auto once = job->Start(options);
+    EXPECT_FALSE(once->GetInfo().RetriesInfo);
+    EXPECT_FALSE(once->Stop("it has ended"));
 }
 
 TEST_F(TheTestAgent, RefusesChangesToAJobThatRuns) {

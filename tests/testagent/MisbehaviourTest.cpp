@@ -117,6 +117,68 @@ TEST_F(AMisbehavingAgent, SendsEnumerationsThatNoMemberNames) {
     EXPECT_EQ(*job->GetDefaultJobStartOptions().Priority, static_cast<EJobStartPriorityMode>(99));
 }
 
+// A gateway has a number under the key that is an enumeration's in the options of a start.
+TEST_F(AMisbehavingAgent, LeavesNumbersAloneThatAreNoEnumerations) {
+    Script(RuleFor("GetCloudServiceProviderGateways", R"("action": "unknown-enum")"));
+    const auto control = Connect();
+    const auto providers = control->RequestControl(Owner(), false)->GetCloudServiceProviderManager();
+    SCloudServiceProviderInfo provider;
+    provider.Name = "cloud.example";
+    provider.Connection = {{"gw1.example", 6180}};
+    const auto id = providers->AddCloudServiceProvider(provider).Id;
+    EXPECT_EQ(providers->GetCloudServiceProviderGateways(id).at(0).Priority, 1);
+}
+
+TEST_F(AMisbehavingAgent, ThatHandsOutNoObjectAnswersWithTheHandleOfNone) {
+    Script(R"({"rules": [{"method": "RequestControl", "times": 1, "action": "null-object"},
+               {"method": "FindBackupJob", "action": "null-object"},
+               {"method": "GetRepositoryManager", "action": "null-object"}]})");
+    const auto control = Connect();
+    EXPECT_EQ(control->RequestControl(Owner(), false), nullptr);
+    EXPECT_EQ(control->GetCurrentOwner().Id, apigen::Guid{}) << "the call was not carried out";
+    const auto product = control->RequestControl(Owner(), false);
+    ASSERT_NE(product, nullptr);
+    EXPECT_EQ(product->FindBackupJob({}), nullptr);
+    EXPECT_EQ(product->GetRepositoryManager(), nullptr);
+    EXPECT_NE(product->GetBackupServerManager(), nullptr);
+}
+
+TEST_F(AMisbehavingAgent, CarriesOutTheFirstRuleThatIsDueAndCountsForAll) {
+    Script(R"({"rules": [
+        {"method": "GetProductInfo", "skip": 1, "times": 2, "action": "throw", "message": "a"},
+        {"method": "GetProductInfo_4746724914348084655", "skip": 2, "times": 3, "action": "throw", "message": "b"},
+        {"method": "GetProductInfo", "skip": 6, "action": "throw", "message": "c"},
+        {"method": "GetSessionId", "skip": 1, "times": 18446744073709551615, "action": "throw", "message": "d"},
+        {"method": "GetCurrentOwner", "skip": 18446744073709551615, "action": "kill"},
+        {"method": "IsOsxFDAGranted", "times": 1, "action": "delay", "ms": 1},
+        {"method": "IsOsxFDAGranted", "times": 2, "action": "throw", "message": "e"}
+    ]})");
+    const auto control = Connect();
+    const auto answers = [](int count, const std::function<void()>& call) {
+        std::string all;
+        for (int i = 0; i < count; ++i) {
+            try {
+                call();
+                all += "-";
+            } catch (const CGenericException& error) {
+                all += error.what();
+            }
+        }
+        return all;
+    };
+    EXPECT_EQ(answers(9, [&] { control->GetProductInfo(); }), "-aabb-ccc");
+    EXPECT_EQ(answers(4, [&] { control->GetSessionId(); }), "-ddd");
+    EXPECT_EQ(answers(3, [&] { control->GetCurrentOwner(); }), "---");
+    EXPECT_EQ(answers(3, [&] { control->IsOsxFDAGranted(); }), "-e-");
+}
+
+TEST_F(AMisbehavingAgent, MayDieOfTheReleaseOfAnObject) {
+    Script(RuleFor("__dtr", R"("action": "kill")"));
+    const auto control = Connect();
+    EXPECT_NO_THROW(control->RequestControl(Owner(), false));
+    EXPECT_THROW(control->GetProductInfo(), apigen::PeerGoneError);
+}
+
 TEST_F(AMisbehavingAgent, FailsBeforeTheFirstCall) {
     Script(RuleFor("greeting", R"("action": "throw", "message": "not today")"));
     EXPECT_STREQ(Thrown<CGenericException>([] { Connect(); }).what(), "not today");
