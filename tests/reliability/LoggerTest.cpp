@@ -146,7 +146,6 @@ TEST_F(OddLoggers, ThatAreFilesFollowNoLinkThatSomebodyPutThere) {
         logger.Info("a line");
     }
     EXPECT_FALSE(std::filesystem::exists(victim)) << "the log went where the link leads";
-    EXPECT_TRUE(std::filesystem::exists(m_folder.Path("a_1.log")));
 
     m_folder.Write("other", "precious");
     std::filesystem::create_symlink(m_folder.Path("other"), m_folder.Path("b.log"));

