@@ -66,20 +66,26 @@ function(zam_program name)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
 endfunction()
 
-# zam_test(name [THREADS] SOURCES... [LIBRARIES ...]): a GoogleTest program, each of its tests known to CTest.
-# With THREADS, the thread sanitizer is to watch it: its tests bear the label "threads", and the target
-# thread_tests builds it.
+# zam_test(name [THREADS] [LABEL label] SOURCES... [LIBRARIES ...]): a GoogleTest program, each of its tests known
+# to CTest, under the label if one is given. With THREADS, the thread sanitizer is to watch it: the label is, or ends
+# in, "threads", and the target thread_tests builds it.
 function(zam_test name)
-    cmake_parse_arguments(arg "THREADS" "" "LIBRARIES" ${ARGN})
+    cmake_parse_arguments(arg "THREADS" "LABEL" "LIBRARIES" ${ARGN})
     zam_program(${name} ${arg_UNPARSED_ARGUMENTS})
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest_main)
     set(properties TIMEOUT 120)
+    set(labels ${arg_LABEL})
     if(arg_THREADS)
-        list(APPEND properties LABELS threads)
+        list(APPEND labels threads)
         if(NOT TARGET thread_tests)
             add_custom_target(thread_tests)
         endif()
         add_dependencies(thread_tests ${name})
+    endif()
+    if(labels)
+        # One word, found by either name: a list does not survive the discovery.
+        list(JOIN labels - label)
+        list(APPEND properties LABELS ${label})
     endif()
     gtest_discover_tests(${name} PROPERTIES ${properties} DISCOVERY_TIMEOUT 60)
 endfunction()

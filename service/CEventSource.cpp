@@ -28,6 +28,7 @@
 #include "support/common/CDescriptor.h"
 #include "support/common/FrameHeader.h"
 #include "support/common/ProcessMark.h"
+#include "support/common/Quietly.h"
 #include "support/common/Waiting.h"
 
 namespace zamservice {
@@ -96,7 +97,10 @@ public:
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
-    ~Impl() { Stop(); }
+    ~Impl() {
+        const apigen::common::CNoCancellation uncancelled;
+        Stop();
+    }
 
     /// True when nothing but the memory could be left: a fork met it in the middle of a change.
     bool IsToBeAbandoned() {
@@ -360,6 +364,8 @@ CEventSource::~CEventSource() {
 }
 
 void CEventSource::Publish(const zamclientlib::SBaseEvent& event) {
+    // It may accept newcomers, and a cancelled thread would lose one between the system and its descriptor.
+    const apigen::common::CNoCancellation uncancelled;
     m_impl->Publish(event);
 }
 
@@ -372,10 +378,12 @@ zamclientlib::SEventConfig CEventSource::Config() const {
 }
 
 std::size_t CEventSource::SubscriberCount() const {
+    const apigen::common::CNoCancellation uncancelled;
     return m_impl->SubscriberCount();
 }
 
 void CEventSource::Stop() noexcept {
+    const apigen::common::CNoCancellation uncancelled;
     m_impl->Stop();
 }
 

@@ -105,13 +105,14 @@ CEventsStream::CEventsStream(const SEventConfig& config, std::shared_ptr<apigen:
     const int descriptor = socket.Get();
     m_stopped = std::make_shared<apigen::io::event::CAtomicEvent>();
     CDescriptor either = EitherOf(descriptor, m_stopped->Descriptor());
-    m_device = std::make_shared<apigen::CInterruptibleIoDev>(socket.Release());
+    // Memory is sought before the socket changes hands, which make_shared does the other way round.
+    m_device.reset(new apigen::CInterruptibleIoDev(socket.Release()));  // NOLINT(modernize-make-shared)
     m_device->AddEvent(m_stopped);
     m_descriptor = either.Release();
 }
 
 CEventsStream::~CEventsStream() {
-    ::close(m_descriptor);
+    const CDescriptor closed(m_descriptor);
 }
 
 SBaseEvent CEventsStream::Read() {
