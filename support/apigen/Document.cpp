@@ -115,13 +115,38 @@ void CDocument::BecomeTree() {
 }
 
 NodeId CDocument::AppendNode(NodeId parent, std::string_view key) {
-    return Link(parent, AppendKey(key), key.size());
+    return Link(parent, AppendKey(key), static_cast<std::uint32_t>(key.size()));
 }
 
 NodeId CDocument::AppendText(NodeId parent, std::string_view key, std::string_view text) {
     const std::uint32_t keyOffset = AppendKey(key);
     const std::uint32_t textOffset = AppendBytes(text);
-    return Link(parent, keyOffset, key.size(), SNode::Text, textOffset, text.size());
+    const NodeId node = Link(parent, keyOffset, static_cast<std::uint32_t>(key.size()));
+    PutText(node, textOffset, text.size());
+    return node;
+}
+
+/// Puts an empty node at the end of `parent`.
+NodeId CDocument::Link(NodeId parent, std::uint32_t keyOffset, std::uint32_t keyLength) {
+    const auto node = static_cast<NodeId>(m_nodes.Size());
+    if (node == None) ThrowTooLarge();
+    SNode& added = *m_nodes.Room(1);
+    added = SNode();
+    added.KeyOffset = keyOffset;
+    added.Traits = keyLength;
+    added.Parent = parent;
+    SNode& above = m_nodes[parent];
+    if (above.Children != 0) {
+        if (above.Children >= IndexFrom) IndexLater(above, node);
+        m_nodes[above.LastChild].Next = node;
+    } else {
+        m_hasGarbage = m_hasGarbage || above.TextLength != 0;
+        above.FirstChild = node;
+    }
+    above.LastChild = node;
+    ++above.Children;
+    m_nodes.SetSize(m_nodes.Size() + 1);
+    return node;
 }
 
 void CDocument::ThrowTooLarge() {
@@ -135,9 +160,7 @@ void CDocument::SetText(NodeId node, std::string_view text) {
     if (fits) std::copy(text.begin(), text.end(), m_bytes.begin() + offset);
     m_hasGarbage = m_hasGarbage || target.Children != 0 || text.size() != target.TextLength;
     target.Children = 0;
-    target.Traits |= SNode::Text;
-    target.TextOffset = offset;
-    target.TextLength = static_cast<std::uint32_t>(text.size());
+    PutText(node, offset, text.size());
 }
 
 NodeId CDocument::Find(NodeId parent, std::string_view key) const {

@@ -204,32 +204,12 @@ private:
     }
     std::uint32_t AppendKey(std::string_view key);
     std::uint32_t AppendBytes(std::string_view bytes);
-    /// Puts a node at the end of `parent`: an empty one, or with the trait `Text` one that holds a text.
-    [[gnu::always_inline]] NodeId Link(NodeId parent, std::uint32_t keyOffset, std::size_t keyLength,
-                                       std::uint32_t trait = 0, std::uint32_t textOffset = 0,
-                                       std::size_t textLength = 0) {
-        const auto node = static_cast<NodeId>(m_nodes.Size());
-        if (node == None) ThrowTooLarge();
-        SNode& added = *m_nodes.Room(1);
-        added.KeyOffset = keyOffset;
-        added.Traits = static_cast<std::uint32_t>(keyLength) | trait;
-        added.TextOffset = textOffset;
-        added.TextLength = static_cast<std::uint32_t>(textLength);
-        added.Parent = parent;
-        added.Next = None;
-        added.Children = 0;
-        SNode& above = m_nodes[parent];
-        if (above.Children != 0) {
-            if (above.Children >= IndexFrom) IndexLater(above, node);
-            m_nodes[above.LastChild].Next = node;
-        } else {
-            m_hasGarbage = m_hasGarbage || above.TextLength != 0;
-            above.FirstChild = node;
-        }
-        above.LastChild = node;
-        ++above.Children;
-        m_nodes.SetSize(m_nodes.Size() + 1);
-        return node;
+    NodeId Link(NodeId parent, std::uint32_t keyOffset, std::uint32_t keyLength);
+    void PutText(NodeId node, std::size_t offset, std::size_t length) {
+        SNode& target = m_nodes[node];
+        target.TextOffset = static_cast<std::uint32_t>(offset);
+        target.TextLength = static_cast<std::uint32_t>(length);
+        target.Traits |= SNode::Text;
     }
     [[noreturn]] static void ThrowTooLarge();
 

@@ -185,14 +185,13 @@ void CXmlParser::PlainElements() {
         const bool isLeaf = plain::IsEndTag(textEnd, end, key);
         if (!isLeaf && (textEnd != text || *text != '<' || !xml::IsKeyStart(text[1]))) break;
 
-        const auto keyOffset = static_cast<std::uint32_t>(Offset(key.data()));
+        const NodeId node = m_document.Link(m_current, static_cast<std::uint32_t>(Offset(key.data())),
+                                            static_cast<std::uint32_t>(key.size()));
         if (isLeaf) {
-            m_document.Link(m_current, keyOffset, key.size(), CDocument::SNode::Text,
-                            static_cast<std::uint32_t>(Offset(text)),
-                            static_cast<std::size_t>(textEnd - text));
+            m_document.PutText(node, Offset(text), static_cast<std::size_t>(textEnd - text));
             at = textEnd + plain::EndTagBytes(key);
         } else {
-            m_current = m_document.Link(m_current, keyOffset, key.size());
+            m_current = node;
             ++m_depth;
             at = text;
         }
