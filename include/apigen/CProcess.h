@@ -38,8 +38,8 @@ private:
 /// A child process whose standard streams belong to this object.
 ///
 /// Nothing leaks into the child: signal mask and dispositions are reset, and of the caller's descriptors
-/// it gets its three standard streams only, which are pipes. It has a session of its own, so that a Ctrl-C or
-/// a hang-up on the caller's terminal is the caller's business alone. The last lines of its standard error are
+/// it gets its three standard streams only, which are pipes. It is in a process group of its own, so
+/// that a Ctrl-C or a hang-up on the caller's terminal is the caller's business alone. The last lines of its standard error are
 /// kept for error messages.
 ///
 /// In a copy of the caller made by `fork` the object does nothing to the child: it closes its descriptors, no more.

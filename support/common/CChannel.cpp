@@ -54,7 +54,11 @@ ssize_t CChannel::Read(char* into, std::size_t room) const {
 }
 
 ssize_t CChannel::Write(const iovec* parts, std::size_t count) const {
-    if (m_kind != EKind::Socket) return WriteToPipe(m_writeFd, parts, count);
+    if (m_kind == EKind::Pipes) return WriteToPipe(m_writeFd, parts, count);
+    if (m_kind == EKind::AsTheyAre) {
+        return count == 1 ? ::write(m_writeFd, parts->iov_base, parts->iov_len)
+                          : ::writev(m_writeFd, parts, static_cast<int>(count));
+    }
     msghdr message{};
     message.msg_iov = const_cast<iovec*>(parts);
     message.msg_iovlen = count;

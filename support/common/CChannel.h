@@ -14,8 +14,8 @@
 
 namespace apigen::common {
 
-/// A way each for bytes, on descriptors that it does not own. No operation raises SIGPIPE; none waits, but on
-/// descriptors that were taken as they are.
+/// A way each for bytes, on descriptors that it does not own. No operation raises SIGPIPE and none waits,
+/// but on descriptors that are taken as they are.
 class APIGEN_API CChannel {
 public:
     /// A connected socket. Its own flags are left as they are.
@@ -24,7 +24,7 @@ public:
     /// Two descriptors of any kind that are non-blocking.
     static CChannel Pipes(int readFd, int writeFd) noexcept { return {readFd, writeFd, EKind::Pipes}; }
 
-    /// Two descriptors whose flags belong to others as well: standard streams.
+    /// Two descriptors whose flags belong to others as well: the standard streams of a program that ignores SIGPIPE.
     static CChannel AsTheyAre(int readFd, int writeFd) noexcept {
         return {readFd, writeFd, EKind::AsTheyAre};
     }

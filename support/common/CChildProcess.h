@@ -25,8 +25,8 @@ namespace apigen::common {
 /// What a child is made of.
 struct SChildStart {
     enum class EGroup {
-        OwnSession,  ///< without a terminal: neither Ctrl-C nor a hang-up of the caller's terminal reaches it
-        OwnGroup,
+        OwnSession,  ///< without a terminal
+        OwnGroup,    ///< neither Ctrl-C nor a hang-up of the caller's terminal reaches it, as in a session
         CallersGroup,
     };
 

@@ -56,21 +56,19 @@ public:
     COutgoing& operator=(const COutgoing&) = delete;
     ~COutgoing() {
         if (m_isDone) return;
-        if (m_stream.m_sent > m_begin) {
-            m_stream.GiveUp(m_failure.empty() ? std::string_view("a message was cut off") : m_failure);
-        } else {
-            m_stream.m_output.resize(m_begin);
-        }
+        Failed("a message was cut off");
+        if (m_stream.m_sent <= m_begin) m_stream.m_output.resize(m_begin);
     }
 
     void Done() noexcept { m_isDone = true; }
-    void Failed(const char* why) { m_failure = why; }
+    void Failed(const char* why) noexcept {
+        if (m_stream.m_sent > m_begin) m_stream.GiveUp(why);
+    }
 
 private:
     CFrameStream& m_stream;
     std::size_t m_begin;
     bool m_isDone = false;
-    std::string m_failure;
 };
 
 std::string CFrameStream::ReadString() {

@@ -34,6 +34,8 @@ common::SChildStart StartOf(const std::string& program, const std::vector<std::s
     start.Program = program;
     start.Arguments = arguments;
     start.Environment = common::EnvironmentWith(program, environment);
+    // Not a session: the kernel may schedule sessions as groups, and a call then takes a quarter longer.
+    start.Group = common::SChildStart::EGroup::OwnGroup;
     return start;
 }
 

@@ -14,18 +14,16 @@ inline constexpr std::size_t HeaderBytes = 4;
 
 /// \param length at most IIoDev::MaxMessageBytes
 inline std::array<char, HeaderBytes> EncodeHeader(std::size_t length) noexcept {
-    std::array<char, HeaderBytes> header;
-    for (char& c : header)
-        c = static_cast<char>(length & 0xff), length >>= 8;
-    return header;
+    const auto byte = [=](int place) { return static_cast<char>(length >> 8 * place & 0xff); };
+    return {byte(0), byte(1), byte(2), byte(3)};
 }
 
 /// \param bytes at least a header
 inline std::uint32_t DecodeHeader(std::string_view bytes) noexcept {
-    std::uint32_t length = 0;
-    for (std::size_t i = HeaderBytes; i-- != 0;)
-        length = length << 8 | static_cast<unsigned char>(bytes[i]);
-    return length;
+    const auto byte = [=](std::size_t place) {
+        return std::uint32_t{static_cast<unsigned char>(bytes[place])} << 8 * place;
+    };
+    return byte(0) | byte(1) | byte(2) | byte(3);
 }
 
 }  // namespace apigen::common
