@@ -118,7 +118,6 @@ void CXmlData::SetString(const std::string& key, const std::string& value) {
 }
 
 void CXmlData::SetText(std::string_view key, std::string_view text) {
-    RequireKey(key);
     if (m_document.AppendAsText(key, true, [&](CXmlWriter& entries) { entries.Entry(key, text); })) return;
     CDocument& document = m_document.Tree();
     document.Tidy();

@@ -85,6 +85,7 @@ void CDocument::ReserveNodes(std::size_t count) {
 
 bool CDocument::CanAppendAsText(std::string_view key, bool isFirst) const {
     if (!m_text) return false;
+    RequireKey(key);
     return IsInText(key) ? !isFirst : m_text->Keys.Size() < MaxTextKeys;
 }
 

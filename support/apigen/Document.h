@@ -52,6 +52,7 @@ public:
     /// Lets `write` append further entries of the root, all under `key`. False, and nothing done, when that takes
     /// a tree.
     /// \param isFirst there must not be an entry under `key` yet
+    /// \throws ApiInternalError when `key` can't be one
     template <class Write>
     bool AppendAsText(std::string_view key, bool isFirst, Write&& write) {
         if (!CanAppendAsText(key, isFirst)) return false;
