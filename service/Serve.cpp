@@ -30,9 +30,11 @@ using apigen::common::CDescriptorDevice;
     throw std::system_error(errno, std::generic_category(), attempt);
 }
 
-/// A closed standard stream becomes an empty one, so that no other file ever gets its number.
+/// A service without standard error, or with nobody to ask it anything, is one all the same; the missing stream
+/// becomes an empty one, so that no other file ever gets its number. Without an output there is nobody to serve.
 void OpenStandardStreams() {
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(STDOUT_FILENO, F_GETFD) < 0) ThrowErrno("Taking over a standard stream");
+    for (const int stream : {STDIN_FILENO, STDERR_FILENO}) {
         if (::fcntl(stream, F_GETFD) >= 0) continue;
         if (::open("/dev/null", O_RDWR) != stream) ThrowErrno("Opening a standard stream");
     }
@@ -56,14 +58,14 @@ std::unique_ptr<CDescriptorDevice> TakeOverStandardStreams() {
     return CDescriptorDevice::OfStandardStreams(std::move(input), std::move(output));
 }
 
-std::string AnswerPlainly(CService& service, const std::string& request) {
-    return service.Answer(request);
+AnswerFunction AnswerPlainly() {
+    return [](CService& service, const std::string& request) { return service.Answer(request); };
 }
 
 }  // namespace
 
 void Serve(CService& service, apigen::IIoDev& device) {
-    Serve(service, device, AnswerPlainly);
+    Serve(service, device, AnswerPlainly());
 }
 
 void Serve(CService& service, apigen::IIoDev& device, const AnswerFunction& answer) {
@@ -86,7 +88,7 @@ void Serve(CService& service, apigen::IIoDev& device, const AnswerFunction& answ
 }
 
 int ServeStandardStreams(const std::function<CService()>& makeService) {
-    return ServeStandardStreams(makeService, AnswerPlainly);
+    return ServeStandardStreams(makeService, AnswerPlainly());
 }
 
 int ServeStandardStreams(const std::function<CService()>& makeService, const AnswerFunction& answer) {

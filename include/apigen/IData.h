@@ -11,7 +11,8 @@ namespace apigen APIGEN_API {
 
 /// A node of a keyed tree: named texts and named child nodes. Keys may repeat; insertion order is kept.
 ///
-/// A node keeps its whole tree alive. One thread at a time may use a tree, for reading too.
+/// A node keeps its whole tree alive. One thread at a time may use a tree, for reading and for letting go of
+/// nodes too.
 class IData {
 public:
     /// True when an entry, a text or a child node, stands under `key`.

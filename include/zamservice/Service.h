@@ -66,8 +66,8 @@ APIGEN_API void Serve(CService& service, apigen::IIoDev& device, const AnswerFun
 /// Serves one client over the standard streams of this process until it closes them. For `main`.
 ///
 /// Takes the streams over first: afterwards standard input is empty for everybody else, and what a library
-/// prints on standard output goes to standard error, never into the stream. Any of them may be closed or
-/// non-blocking. From then on SIGPIPE is ignored.
+/// prints on standard output goes to standard error, never into the stream. They may be non-blocking, and standard
+/// error may be closed. From then on SIGPIPE is ignored.
 /// \param makeService makes the service; when it throws, the client is greeted with the failure
 /// \return the exit code: 0 after an orderly end.
 APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <mutex>
 
 #include "support/apigen/XmlChars.h"
 #include "support/apigen/XmlParser.h"
@@ -31,6 +32,55 @@ void RequireKey(std::string_view key) {
                                " can't be a key: a letter or \"_\" comes first, then letters, " +
                                "digits, \"_\", \"-\" or \".\"");
     }
+}
+
+/// The memory of the last large document that went, for the next one. To be given fresh pages by the system takes
+/// longer than to read what is to stand in them. Never destroyed: documents may go later than static objects.
+struct CDocument::SSpare {
+    static constexpr std::size_t Least = 1U << 20;
+    static constexpr std::size_t Most = 64U << 20;
+
+    static SSpare& Get() {
+        static SSpare& spare = *new SSpare;
+        return spare;
+    }
+    static bool Suits(std::size_t held, std::size_t wanted) { return held >= wanted && held / 4 <= wanted; }
+
+    std::mutex Mutex;
+    std::string Bytes;
+    CSmallArray<SNode, 8> Nodes;
+};
+
+CDocument::~CDocument() {
+    const std::size_t held = m_bytes.capacity() + m_nodes.Capacity() * sizeof(SNode);
+    if (held < SSpare::Least || held > SSpare::Most) return;
+    SSpare& spare = SSpare::Get();
+    const std::lock_guard lock(spare.Mutex);
+    spare.Bytes.swap(m_bytes);
+    spare.Nodes.Swap(m_nodes);
+}
+
+std::string CDocument::CopyText(const std::string& text) {
+    std::string copy;
+    if (text.size() >= SSpare::Least) {
+        SSpare& spare = SSpare::Get();
+        const std::lock_guard lock(spare.Mutex);
+        if (SSpare::Suits(spare.Bytes.capacity(), text.size())) copy.swap(spare.Bytes);
+    }
+    return copy.assign(text);
+}
+
+/// Makes room for `count` nodes in a document that has none but the root.
+void CDocument::ReserveNodes(std::size_t count) {
+    if (count * sizeof(SNode) >= SSpare::Least) {
+        SSpare& spare = SSpare::Get();
+        const std::lock_guard lock(spare.Mutex);
+        if (SSpare::Suits(spare.Nodes.Capacity(), count)) {
+            m_nodes.Swap(spare.Nodes);
+            m_nodes.Append(SNode());
+        }
+    }
+    m_nodes.Reserve(count);
 }
 
 bool CDocument::CanAppendAsText(std::string_view key, bool isFirst) const {
@@ -65,13 +115,38 @@ void CDocument::BecomeTree() {
 }
 
 NodeId CDocument::AppendNode(NodeId parent, std::string_view key) {
-    return Link(parent, AppendKey(key), key.size());
+    return Link(parent, AppendKey(key), static_cast<std::uint32_t>(key.size()));
 }
 
 NodeId CDocument::AppendText(NodeId parent, std::string_view key, std::string_view text) {
     const std::uint32_t keyOffset = AppendKey(key);
     const std::uint32_t textOffset = AppendBytes(text);
-    return Link(parent, keyOffset, key.size(), SNode::Text, textOffset, text.size());
+    const NodeId node = Link(parent, keyOffset, static_cast<std::uint32_t>(key.size()));
+    PutText(node, textOffset, text.size());
+    return node;
+}
+
+/// Puts an empty node at the end of `parent`.
+NodeId CDocument::Link(NodeId parent, std::uint32_t keyOffset, std::uint32_t keyLength) {
+    const auto node = static_cast<NodeId>(m_nodes.Size());
+    if (node == None) ThrowTooLarge();
+    SNode& added = *m_nodes.Room(1);
+    added = SNode();
+    added.KeyOffset = keyOffset;
+    added.Traits = keyLength;
+    added.Parent = parent;
+    SNode& above = m_nodes[parent];
+    if (above.Children != 0) {
+        if (above.Children >= IndexFrom) IndexLater(above, node);
+        m_nodes[above.LastChild].Next = node;
+    } else {
+        m_hasGarbage = m_hasGarbage || above.TextLength != 0;
+        above.FirstChild = node;
+    }
+    above.LastChild = node;
+    ++above.Children;
+    m_nodes.SetSize(m_nodes.Size() + 1);
+    return node;
 }
 
 void CDocument::ThrowTooLarge() {
@@ -83,23 +158,15 @@ void CDocument::SetText(NodeId node, std::string_view text) {
     const std::uint32_t offset = fits ? m_nodes[node].TextOffset : AppendBytes(text);
     SNode& target = m_nodes[node];
     if (fits) std::copy(text.begin(), text.end(), m_bytes.begin() + offset);
-    m_hasGarbage = m_hasGarbage || target.Is(SNode::Children) || text.size() != target.TextLength;
-    target.Traits = (target.Traits & ~SNode::Children) | SNode::Text;
-    target.TextOffset = offset;
-    target.TextLength = static_cast<std::uint32_t>(text.size());
-}
-
-NodeId CDocument::Parent(NodeId node) const {
-    while (!m_nodes[node].Is(SNode::Last)) {
-        node = m_nodes[node].Next;
-    }
-    return m_nodes[node].Next;
+    m_hasGarbage = m_hasGarbage || target.Children != 0 || text.size() != target.TextLength;
+    target.Children = 0;
+    PutText(node, offset, text.size());
 }
 
 NodeId CDocument::Find(NodeId parent, std::string_view key) const {
     const SNode& above = m_nodes[parent];
     if (!HasChildren(parent)) return None;
-    if (m_nodes[above.LastChild].Place < IndexFrom) return FindFrom(above.FirstChild, key);
+    if (above.Children <= IndexFrom) return FindFrom(above.FirstChild, key);
     return m_index[SlotOf(above.FirstChild, key)].Node;
 }
 
@@ -143,16 +210,16 @@ void CDocument::AddToIndex(NodeId family, NodeId node) {
     ++m_indexed;
 }
 
-/// Sees to the index when `node` is about to come behind `before`, far behind the first of its family.
-void CDocument::IndexLater(NodeId family, NodeId before, NodeId node) {
-    if (m_nodes[node].Place == IndexFrom) {
-        for (NodeId each = family; each != None; each = NextSibling(each)) {
-            AddToIndex(family, each);
+/// Sees to the index when `node` is about to become the last of many children.
+void CDocument::IndexLater(const SNode& parent, NodeId node) {
+    if (parent.Children == IndexFrom) {
+        for (NodeId each = parent.FirstChild; each != None; each = NextSibling(each)) {
+            AddToIndex(parent.FirstChild, each);
         }
-    } else if (HasKey(before, Key(node))) {
+    } else if (HasKey(parent.LastChild, Key(node))) {
         return;  // one more of a list
     }
-    AddToIndex(family, node);
+    AddToIndex(parent.FirstChild, node);
 }
 
 /// Gives a name to `top` and all below. What has one already has it with all below.
@@ -165,11 +232,11 @@ void CDocument::MarkBelow(NodeId top, std::vector<NodeId>& names) const {
             node = m_nodes[node].FirstChild;
             continue;
         }
-        while (node != top && m_nodes[node].Is(SNode::Last)) {
-            node = m_nodes[node].Next;
+        while (node != top && NextSibling(node) == None) {
+            node = Parent(node);
         }
         if (node == top) return;
-        node = m_nodes[node].Next;
+        node = NextSibling(node);
     }
 }
 
@@ -178,8 +245,10 @@ void CDocument::Compact() {
     std::vector<NodeId> names(m_nodes.Size(), None);
     MarkBelow(Root, names);
     for (const CXmlData* handle = m_handles; handle != nullptr; handle = handle->m_nextHandle) {
-        for (NodeId node = handle->m_node; names[node] == None; node = m_nodes[node].Next) {
+        // With those behind it, and what it stood below: its path is asked for in errors.
+        for (NodeId node = handle->m_node; names[node] == None;) {
             MarkBelow(node, names);
+            node = NextSibling(node) != None ? NextSibling(node) : Parent(node);
         }
     }
     NodeId count = 0;
@@ -202,12 +271,13 @@ void CDocument::Compact() {
         if (names[node] == None) continue;
         SNode moved = m_nodes[node];
         moved.KeyOffset = move(Key(node));
-        if (moved.Is(SNode::Children)) {
+        if (moved.Children != 0) {
             moved.FirstChild = names[moved.FirstChild];
             moved.LastChild = names[moved.LastChild];
         } else {
             moved.TextOffset = move(Text(node));
         }
+        if (moved.Parent != None) moved.Parent = names[moved.Parent];
         if (moved.Next != None) moved.Next = names[moved.Next];
         m_nodes[names[node]] = moved;
     }
@@ -221,7 +291,7 @@ void CDocument::Compact() {
     std::fill(m_index.begin(), m_index.end(), SIndexed());
     m_indexed = 0;
     for (NodeId node = 0; node < count; ++node) {
-        if (!HasChildren(node) || m_nodes[m_nodes[node].LastChild].Place < IndexFrom) continue;
+        if (m_nodes[node].Children <= IndexFrom) continue;
         for (NodeId child = FirstChild(node); child != None; child = NextSibling(child)) {
             AddToIndex(FirstChild(node), child);
         }

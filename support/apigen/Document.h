@@ -40,6 +40,12 @@ public:
     static constexpr NodeId None = 0xFFFFFFFF;
 
     CDocument() { m_nodes.Append(SNode()); }
+    CDocument(const CDocument&) = delete;
+    CDocument& operator=(const CDocument&) = delete;
+    ~CDocument();
+
+    /// A copy of the text of a document to be. A large one is put where the last large document was.
+    static std::string CopyText(const std::string& text);
 
     // The text.
 
@@ -98,21 +104,16 @@ public:
         return View(m_nodes[node].TextOffset, m_nodes[node].TextLength);
     }
 
-    bool HasChildren(NodeId node) const { return m_nodes[node].Is(SNode::Children); }
+    bool HasChildren(NodeId node) const { return m_nodes[node].Children != 0; }
 
     /// True for an entry made as a text, false for one made as a node. It shows in the text form of an empty
     /// one only.
-    bool IsText(NodeId node) const { return m_nodes[node].Is(SNode::Text); }
+    bool IsText(NodeId node) const { return m_nodes[node].IsText(); }
 
     NodeId FirstChild(NodeId node) const { return HasChildren(node) ? m_nodes[node].FirstChild : None; }
-    NodeId NextSibling(NodeId node) const {
-        return m_nodes[node].Is(SNode::Last) ? None : m_nodes[node].Next;
-    }
+    NodeId NextSibling(NodeId node) const { return m_nodes[node].Next; }
 
-    /// How many siblings stand behind `node`.
-    std::size_t CountLater(NodeId node, NodeId parent) const {
-        return m_nodes[m_nodes[parent].LastChild].Place - m_nodes[node].Place;
-    }
+    std::size_t CountChildren(NodeId node) const { return m_nodes[node].Children; }
 
     bool HasKey(NodeId node, std::string_view key) const {
         const SNode& each = m_nodes[node];
@@ -162,15 +163,12 @@ private:
 
     struct SNode {
         static constexpr std::uint32_t Text = 1U << 29;
-        static constexpr std::uint32_t Children = 1U << 30;  // otherwise it has a text, maybe an empty one
-        static constexpr std::uint32_t Last = 1U << 31;      // among its siblings
 
-        bool Is(std::uint32_t trait) const { return (Traits & trait) != 0; }
+        bool IsText() const { return (Traits & Text) != 0; }
         std::uint32_t KeyLength() const { return Traits & MaxKeyBytes; }
 
         std::uint32_t KeyOffset = 0;
-        std::uint32_t Traits =
-            Last;  // and the length of the key: one word, as it is read and written at once
+        std::uint32_t Traits = 0;  // and the length of the key: one word, as it is read and written at once
         union {
             std::uint32_t TextOffset = 0;
             NodeId FirstChild;
@@ -179,8 +177,10 @@ private:
             std::uint32_t TextLength = 0;
             NodeId LastChild;
         };
-        NodeId Next = None;       // the next sibling; of the last one, the parent
-        std::uint32_t Place = 0;  // among its siblings
+        NodeId Parent = None;
+        NodeId Next = None;           // sibling
+        std::uint32_t Children = 0;   // how many; without any, it has a text, maybe an empty one
+        std::uint32_t Alignment = 0;  // nodes that don't lie across two cache lines are quicker to fill
     };
 
     /// The first one under its key among the children of a node with many. Those are named by the first of them:
@@ -190,50 +190,32 @@ private:
         NodeId Node = None;
     };
 
+    struct SSpare;
+
+    void ReserveNodes(std::size_t count);
     bool CanAppendAsText(std::string_view key, bool isFirst) const;
     bool IsInText(std::string_view key) const;
     void NoteKey(std::string_view key, std::size_t at);
     void BecomeTree();
 
-    NodeId Parent(NodeId node) const;
+    NodeId Parent(NodeId node) const { return m_nodes[node].Parent; }
     std::string_view View(std::uint32_t offset, std::uint32_t length) const {
         return {m_bytes.data() + offset, length};
     }
     std::uint32_t AppendKey(std::string_view key);
     std::uint32_t AppendBytes(std::string_view bytes);
-    /// Puts a node at the end of `parent`: an empty one, or with the trait `Text` one that holds a text.
-    NodeId Link(NodeId parent, std::uint32_t keyOffset, std::size_t keyLength, std::uint32_t trait = 0,
-                std::uint32_t textOffset = 0, std::size_t textLength = 0) {
-        const auto node = static_cast<NodeId>(m_nodes.Size());
-        if (node == None) ThrowTooLarge();
-        SNode& added = *m_nodes.Room(1);
-        added.KeyOffset = keyOffset;
-        added.Traits = static_cast<std::uint32_t>(keyLength) | trait | SNode::Last;
-        added.TextOffset = textOffset;
-        added.TextLength = static_cast<std::uint32_t>(textLength);
-        added.Next = parent;
-        added.Place = 0;
-        SNode& above = m_nodes[parent];
-        if (above.Is(SNode::Children)) {
-            SNode& before = m_nodes[above.LastChild];
-            added.Place = before.Place + 1;
-            if (added.Place >= IndexFrom) IndexLater(above.FirstChild, above.LastChild, node);
-            before.Next = node;
-            before.Traits &= ~SNode::Last;
-        } else {
-            m_hasGarbage = m_hasGarbage || above.TextLength != 0;
-            above.Traits |= SNode::Children;
-            above.FirstChild = node;
-        }
-        above.LastChild = node;
-        m_nodes.SetSize(m_nodes.Size() + 1);
-        return node;
+    NodeId Link(NodeId parent, std::uint32_t keyOffset, std::uint32_t keyLength);
+    void PutText(NodeId node, std::size_t offset, std::size_t length) {
+        SNode& target = m_nodes[node];
+        target.TextOffset = static_cast<std::uint32_t>(offset);
+        target.TextLength = static_cast<std::uint32_t>(length);
+        target.Traits |= SNode::Text;
     }
     [[noreturn]] static void ThrowTooLarge();
 
     std::size_t SlotOf(NodeId family, std::string_view key) const;
     void AddToIndex(NodeId family, NodeId node);
-    void IndexLater(NodeId family, NodeId before, NodeId node);
+    void IndexLater(const SNode& parent, NodeId node);
 
     void MarkBelow(NodeId node, std::vector<NodeId>& names) const;
     void Compact();

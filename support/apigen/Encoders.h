@@ -114,7 +114,7 @@ public:
         for (NodeId node = Find(key); node != CDocument::None && m_document->HasKey(node, key);
              node = m_document->NextSibling(node)) {
             if (++count < Many) continue;
-            return std::min(count + m_document->CountLater(node, m_node),
+            return std::min(m_document->CountChildren(m_node),
                             Many + 2 * m_document->HeldBytes() / entryBytes);
         }
         return count;

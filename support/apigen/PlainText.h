@@ -142,12 +142,12 @@ inline constexpr auto EmptyRoot = [] {
 /// The document that holds nothing.
 inline constexpr std::string_view EmptyDocument(detail::EmptyRoot.data(), detail::EmptyRoot.size());
 
-/// The key of the start tag at `at`; empty where none stands.
+/// The key of the start tag at `at`, where a `<` is; empty where none stands. A NUL must follow the text.
 inline std::string_view StartTagKey(const char* at, const char* end) {
-    if (end - at < 3 || at[0] != '<' || !xml::IsKeyStart(at[1])) return {};
-    const char* const stop = xml::SkipKeyChars(at + 1, end);
-    if (stop == end || *stop != '>') return {};
-    return {at + 1, static_cast<std::size_t>(stop - at - 1)};
+    const char* const key = at + 1;
+    const char* const stop = xml::SkipKeyChars(key, end);
+    if (!xml::IsKeyStart(*key) || *stop != '>') return {};
+    return {key, static_cast<std::size_t>(stop - key)};
 }
 
 // Whether the tag of a key stands at `at`.

@@ -2,6 +2,7 @@
 #include "support/apigen/RequestText.h"
 
 #include <charconv>
+#include <cstring>
 
 #include "support/apigen/NumberText.h"
 
@@ -18,11 +19,10 @@ bool EndsInTag(std::string_view text, std::string_view key) {
 std::optional<std::string_view> TakeLast(std::string_view& text, std::string_view key) {
     if (!EndsInTag(text, key)) return {};
     const std::string_view before = text.substr(0, text.size() - plain::EndTagBytes(key));
-    const std::size_t at = before.rfind('<');
-    if (at == std::string_view::npos ||
-        !plain::IsStartTag(before.data() + at, before.data() + before.size(), key)) {
-        return {};
-    }
+    const char* const end = before.data() + before.size();
+    const auto* const tag = static_cast<const char*>(::memrchr(before.data(), '<', before.size()));
+    if (tag == nullptr || !plain::IsStartTag(tag, end, key)) return {};
+    const auto at = static_cast<std::size_t>(tag - before.data());
     text = text.substr(0, at);
     return before.substr(at + plain::StartTagBytes(key));
 }

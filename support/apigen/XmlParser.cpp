@@ -129,7 +129,7 @@ void CXmlParser::Adopt(std::string text) {
     // About what records need; memory that stays untouched costs nothing.
     constexpr std::size_t BytesPerElement = 20;
     auto& nodes = m_document.m_nodes;
-    nodes.Reserve(text.size() / BytesPerElement + 1);
+    m_document.ReserveNodes(text.size() / BytesPerElement + 1);
     PrepareLargeBlock(nodes.Data(), text.size() / BytesPerElement * sizeof nodes[0]);
     m_document.m_bytes = std::move(text);
     if (Size() > std::numeric_limits<std::uint32_t>::max()) Fail("more than 4 GiB of text", Size());
@@ -167,31 +167,31 @@ void CXmlParser::PlainElements() {
     auto& nodes = m_document.m_nodes;
     const char* at = Base() + m_at;
     const char* const end = Base() + Size();
+    if (Size() > CDocument::MaxKeyBytes) return;  // no message is that long
     // Single characters may be looked at without asking for the end: there is a NUL, which fits nowhere.
     while (m_depth != 0 && *at == '<') {
         if (at[1] == '/') {
             const std::string_view key = m_document.Key(m_current);
             if (!m_document.HasChildren(m_current) || !plain::IsEndTag(at, end, key)) break;
             at += plain::EndTagBytes(key);
-            m_current = nodes[m_current].Next;  // the parent, as long as it is the last
+            m_current = nodes[m_current].Parent;
             --m_depth;
             continue;
         }
         const std::string_view key = plain::StartTagKey(at, end);
-        if (key.empty() || m_depth == MaxXmlDepth || key.size() > CDocument::MaxKeyBytes) break;
+        if (key.empty() || m_depth == MaxXmlDepth) break;
         const char* const text = at + plain::StartTagBytes(key);
         const char* const textEnd = xml::SkipPlain(text, end);
         const bool isLeaf = plain::IsEndTag(textEnd, end, key);
         if (!isLeaf && (textEnd != text || *text != '<' || !xml::IsKeyStart(text[1]))) break;
 
-        const auto keyOffset = static_cast<std::uint32_t>(Offset(key.data()));
+        const NodeId node = m_document.Link(m_current, static_cast<std::uint32_t>(Offset(key.data())),
+                                            static_cast<std::uint32_t>(key.size()));
         if (isLeaf) {
-            m_document.Link(m_current, keyOffset, key.size(), CDocument::SNode::Text,
-                            static_cast<std::uint32_t>(Offset(text)),
-                            static_cast<std::size_t>(textEnd - text));
+            m_document.PutText(node, Offset(text), static_cast<std::size_t>(textEnd - text));
             at = textEnd + plain::EndTagBytes(key);
         } else {
-            m_current = m_document.Link(m_current, keyOffset, key.size());
+            m_current = node;
             ++m_depth;
             at = text;
         }
@@ -252,7 +252,7 @@ void CXmlParser::TextRun() {
 void CXmlParser::StoreText(std::size_t from, std::size_t end, bool isPlain) {
     auto& node = m_document.m_nodes[m_current];
     char* const base = m_document.m_bytes.data();
-    const bool isKept = !node.Is(CDocument::SNode::Children);
+    const bool isKept = node.Children == 0;
     if (isKept && node.TextLength == 0 && isPlain) {
         node.TextOffset = static_cast<std::uint32_t>(from);
         node.TextLength = static_cast<std::uint32_t>(end - from);
@@ -417,7 +417,7 @@ NodeId CXmlParser::Open(std::string_view name) {
 
 void CXmlParser::Close(bool isText) {
     auto& node = m_document.m_nodes[m_current];
-    if (!node.Is(CDocument::SNode::Children)) {
+    if (node.Children == 0) {
         if (isText) node.Traits |= CDocument::SNode::Text;
         if (m_base64 == m_current) {
             char* const text = m_document.m_bytes.data() + node.TextOffset;
@@ -428,7 +428,7 @@ void CXmlParser::Close(bool isText) {
         }
     }
     m_base64 = CDocument::None;
-    m_current = node.Next;
+    m_current = node.Parent;
     --m_depth;
 }
 

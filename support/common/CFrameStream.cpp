@@ -57,7 +57,7 @@ public:
     ~COutgoing() {
         if (m_isDone) return;
         if (m_stream.m_sent > m_begin) {
-            m_stream.GiveUp(m_failure);
+            m_stream.GiveUp(m_failure.empty() ? std::string_view("a message was cut off") : m_failure);
         } else {
             m_stream.m_output.resize(m_begin);
         }
@@ -70,7 +70,7 @@ private:
     CFrameStream& m_stream;
     std::size_t m_begin;
     bool m_isDone = false;
-    std::string m_failure = "a message was cut off";
+    std::string m_failure;
 };
 
 std::string CFrameStream::ReadString() {

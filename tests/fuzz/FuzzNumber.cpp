@@ -42,7 +42,7 @@ T NumberByModel(std::string_view text) {
 /// one character behind each; then come eight times two digits, with one character after the first two pairs.
 apigen::Guid GuidByModel(std::string_view text) {
     if (text.size() >= 2 && text.front() == '{') text.remove_prefix(1);
-    if (text.size() >= 1 && text.back() == '}') text.remove_suffix(1);
+    if (!text.empty() && text.back() == '}') text.remove_suffix(1);
     apigen::Guid guid;
     char separator = 0;
     std::istringstream& stream = StreamOf(text);

@@ -89,9 +89,10 @@ enum class EAnswer {
     InternalError
 };
 
-EAnswer KindOf(const apigen::IData& answer) {
-    if (answer.HasValue("__exception_obj")) return EAnswer::Failure;
-    return answer.HasValue("__api_internal_err") ? EAnswer::InternalError : EAnswer::Result;
+/// An answer that reports an error holds nothing else.
+EAnswer KindOf(std::string_view answer) {
+    if (answer.starts_with("<Data><__exception_obj>")) return EAnswer::Failure;
+    return answer.starts_with("<Data><__api_internal_err>") ? EAnswer::InternalError : EAnswer::Result;
 }
 
 /// One service with its objects.
@@ -159,26 +160,23 @@ private:
         const std::size_t calls = m_first.World.Calls;
         const std::string text = m_first.Service.Answer(request);
         Require(IsWellFormed(text), "an answer is a well-formed document", text);
-        const auto answer = apigen::CXmlData::Unserialize(text);
-        const EAnswer kind = KindOf(*answer);
+        const EAnswer kind = KindOf(text);
         const std::size_t made = m_first.World.Calls - calls;
-        Judge(request, *answer, kind, made != 0, text);
+        Judge(request, kind, made != 0, text);
 
-        // A byte order mark changes nothing, but that the text is none that a client of ours would write.
-        const bool isPlain = request.starts_with("<Data>");
-        const std::string other = m_second.Service.Answer(isPlain ? "\xEF\xBB\xBF" + request : request);
-        // What is wrong with a text is told with its place.
-        const bool isSame = kind == EAnswer::InternalError
-                                ? KindOf(*apigen::CXmlData::Unserialize(other)) == kind
-                                : other == text;
-        Require(isSame, "a request means the same in any form", text + " and " + other);
+        // What was refused went through a container already. A byte order mark changes nothing, but that the text is
+        // none that a client of ours would write.
+        if (kind != EAnswer::InternalError) {
+            const bool isPlain = request.starts_with("<Data>");
+            const std::string other = m_second.Service.Answer(isPlain ? "\xEF\xBB\xBF" + request : request);
+            Require(other == text, "a request means the same in any form", text + " and " + other);
+        }
         Require(m_first.World.Calls == m_second.World.Calls, "a request does the same in any form", request);
         RequireCounts();
     }
 
     /// What the request may have done, going by its text.
-    void Judge(const std::string& request, const apigen::IData& answer, EAnswer kind, bool isCalled,
-               const std::string& text) {
+    void Judge(const std::string& request, EAnswer kind, bool isCalled, const std::string& text) {
         if (isCalled)
             Require(kind != EAnswer::InternalError, "an object that was called answers", text);
         else
@@ -203,8 +201,7 @@ private:
                            request);
         }
         if (kind == EAnswer::Result) Require(isCalled, "a result comes from a call", request);
-        if (kind == EAnswer::Result && method->Returned != nullptr)
-            TakeHandles(answer, *method->Returned(), text);
+        if (kind == EAnswer::Result && method->Returned != nullptr) TakeHandles(*method->Returned(), text);
     }
 
     /// The object and the method that a text asks for; nothing when it is no request.
@@ -218,7 +215,9 @@ private:
         }
     }
 
-    void TakeHandles(const apigen::IData& answer, const SInterface& interface, const std::string& text) {
+    void TakeHandles(const SInterface& interface, const std::string& text) {
+        const auto data = apigen::CXmlData::Unserialize(text);
+        const apigen::IData& answer = *data;
         std::vector<Handle> handles;
         if (answer.HasString("__handle"))
             handles.push_back(apigen::HandleUtils::FromData(answer));
