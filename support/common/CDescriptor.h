@@ -3,10 +3,11 @@
 /// Ownership of a file descriptor.
 #pragma once
 
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <utility>
+
+#include "support/common/Quietly.h"
 
 namespace apigen::common {
 
@@ -28,10 +29,12 @@ public:
 
     int Release() noexcept { return std::exchange(m_fd, -1); }
 
-    /// Not repeated after EINTR: the descriptor is free by then and may be somebody else's. Not by the C library's
-    /// function, where the thread might be cancelled, out of a destructor.
+    /// Not repeated after EINTR: the descriptor is free by then and may be somebody else's. By the C library's
+    /// function, which sanitizers know, though the thread might be cancelled there.
     void Close() noexcept {
-        if (m_fd >= 0) ::syscall(SYS_close, std::exchange(m_fd, -1));
+        if (m_fd < 0) return;
+        const CNoCancellation uncancelled;
+        ::close(std::exchange(m_fd, -1));
     }
 
 private:

@@ -33,26 +33,13 @@
 #include <vector>
 
 #include "tests/api/TemporaryFolder.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ZAM_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ZAM_SANITIZED 1
-#endif
-#endif
+#include "tests/reliability/Sanitized.h"
 
 namespace reliability {
 
 using namespace std::chrono_literals;  // NOLINT: for tests alone
 using Clock = std::chrono::steady_clock;
 using Arguments = std::vector<std::string>;
-
-#ifdef ZAM_SANITIZED
-inline constexpr bool IsSanitized = true;
-#else
-inline constexpr bool IsSanitized = false;
-#endif
 
 #ifdef NDEBUG
 inline constexpr bool IsOptimised = true;
