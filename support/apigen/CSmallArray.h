@@ -47,27 +47,11 @@ public:
     }
     void SetSize(std::size_t size) { m_size = size; }
 
-    std::size_t Capacity() const { return m_capacity; }
-
-    /// Empties two arrays and exchanges the memory that they have.
-    void Swap(CSmallArray& other) noexcept {
-        T* const block = IsInPlace() ? nullptr : m_data;
-        const std::size_t capacity = m_capacity;
-        Adopt(other.IsInPlace() ? nullptr : other.m_data, other.m_capacity);
-        other.Adopt(block, capacity);
-    }
-
     void Reserve(std::size_t capacity) {
         if (capacity > m_capacity) Reallocate(capacity);
     }
 
 private:
-    void Adopt(T* block, std::size_t capacity) {
-        m_data = block != nullptr ? block : reinterpret_cast<T*>(m_inPlace);
-        m_capacity = capacity;
-        m_size = 0;
-    }
-
     bool IsInPlace() const { return m_data == static_cast<const void*>(m_inPlace); }
 
     /// Small blocks double. Large ones grow by less, so as not to hold much that is never used: the allocator

@@ -61,7 +61,7 @@ std::shared_ptr<IData> CXmlData::CreateNew() {
 }
 
 std::shared_ptr<IData> CXmlData::Unserialize(const std::string& text) {
-    return Unserialize(CDocument::CopyText(text));
+    return Unserialize(std::string(text));
 }
 
 std::shared_ptr<IData> CXmlData::Unserialize(std::string&& text) {

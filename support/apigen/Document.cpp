@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
-#include <mutex>
 
 #include "support/apigen/XmlChars.h"
 #include "support/apigen/XmlParser.h"
@@ -32,55 +31,6 @@ void RequireKey(std::string_view key) {
                                " can't be a key: a letter or \"_\" comes first, then letters, " +
                                "digits, \"_\", \"-\" or \".\"");
     }
-}
-
-/// The memory of the last large document that went, for the next one. To be given fresh pages by the system takes
-/// longer than to read what is to stand in them. Never destroyed: documents may go later than static objects.
-struct CDocument::SSpare {
-    static constexpr std::size_t Least = 1U << 20;
-    static constexpr std::size_t Most = 64U << 20;
-
-    static SSpare& Get() {
-        static SSpare& spare = *new SSpare;
-        return spare;
-    }
-    static bool Suits(std::size_t held, std::size_t wanted) { return held >= wanted && held / 4 <= wanted; }
-
-    std::mutex Mutex;
-    std::string Bytes;
-    CSmallArray<SNode, 8> Nodes;
-};
-
-CDocument::~CDocument() {
-    const std::size_t held = m_bytes.capacity() + m_nodes.Capacity() * sizeof(SNode);
-    if (held < SSpare::Least || held > SSpare::Most) return;
-    SSpare& spare = SSpare::Get();
-    const std::lock_guard lock(spare.Mutex);
-    spare.Bytes.swap(m_bytes);
-    spare.Nodes.Swap(m_nodes);
-}
-
-std::string CDocument::CopyText(const std::string& text) {
-    std::string copy;
-    if (text.size() >= SSpare::Least) {
-        SSpare& spare = SSpare::Get();
-        const std::lock_guard lock(spare.Mutex);
-        if (SSpare::Suits(spare.Bytes.capacity(), text.size())) copy.swap(spare.Bytes);
-    }
-    return copy.assign(text);
-}
-
-/// Makes room for `count` nodes in a document that has none but the root.
-void CDocument::ReserveNodes(std::size_t count) {
-    if (count * sizeof(SNode) >= SSpare::Least) {
-        SSpare& spare = SSpare::Get();
-        const std::lock_guard lock(spare.Mutex);
-        if (SSpare::Suits(spare.Nodes.Capacity(), count)) {
-            m_nodes.Swap(spare.Nodes);
-            m_nodes.Append(SNode());
-        }
-    }
-    m_nodes.Reserve(count);
 }
 
 bool CDocument::CanAppendAsText(std::string_view key, bool isFirst) const {

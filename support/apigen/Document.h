@@ -42,10 +42,6 @@ public:
     CDocument() { m_nodes.Append(SNode()); }
     CDocument(const CDocument&) = delete;
     CDocument& operator=(const CDocument&) = delete;
-    ~CDocument();
-
-    /// A copy of the text of a document to be. A large one is put where the last large document was.
-    static std::string CopyText(const std::string& text);
 
     // The text.
 
@@ -191,9 +187,6 @@ private:
         NodeId Node = None;
     };
 
-    struct SSpare;
-
-    void ReserveNodes(std::size_t count);
     bool CanAppendAsText(std::string_view key, bool isFirst) const;
     bool IsInText(std::string_view key) const;
     void NoteKey(std::string_view key, std::size_t at);

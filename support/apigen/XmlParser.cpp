@@ -129,7 +129,7 @@ void CXmlParser::Adopt(std::string text) {
     // About what records need; memory that stays untouched costs nothing.
     constexpr std::size_t BytesPerElement = 20;
     auto& nodes = m_document.m_nodes;
-    m_document.ReserveNodes(text.size() / BytesPerElement + 1);
+    nodes.Reserve(text.size() / BytesPerElement + 1);
     PrepareLargeBlock(nodes.Data(), text.size() / BytesPerElement * sizeof nodes[0]);
     m_document.m_bytes = std::move(text);
     if (Size() > std::numeric_limits<std::uint32_t>::max()) Fail("more than 4 GiB of text", Size());
