@@ -54,6 +54,14 @@ function(zam_standalone program)
     endif()
 endfunction()
 
+# zam_forgets(program): a program that is sent secrets overwrites the memory that it frees. The sanitizers bring a heap
+# of their own.
+function(zam_forgets program)
+    if(NOT ZAM_SANITIZERS)
+        target_sources(${program} PRIVATE ${PROJECT_SOURCE_DIR}/service/WipeFreedMemory.cpp)
+    endif()
+endfunction()
+
 # zam_optimise_for_size(SOURCES...): for sources whose size matters more than their speed.
 function(zam_optimise_for_size)
     set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-Os>")

@@ -5,6 +5,7 @@
 #include <zamservice/Service.h>
 
 #include <fcntl.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -72,7 +73,9 @@ void Serve(CService& service, apigen::IIoDev& device, const AnswerFunction& answ
     try {
         device.WriteString(service.Greeting());
         while (true) {
-            const std::string text = answer(service, device.ReadString());
+            std::string request = device.ReadString();
+            const std::string text = answer(service, request);
+            ::explicit_bzero(request.data(), request.size());  // it may have held a password
             // An answer that says nothing, as that of a release, may wait for those behind it: clients send
             // releases by the thousand and don't wait for their answers.
             if (text == apigen::EmptyAnswer) {

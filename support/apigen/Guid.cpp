@@ -10,10 +10,6 @@
 #include <sstream>
 #include <string_view>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 #include "support/apigen/GuidText.h"
 #include "support/apigen/NumberText.h"
 
@@ -84,49 +80,11 @@ std::uint32_t Number(const std::uint8_t* bytes) {
     return std::uint32_t{bytes[0]} << 24 | bytes[1] << 16 | bytes[2] << 8 | bytes[3];
 }
 
-#ifdef __SSE2__
-/// The same for sixteen digits; each lane of sixteen bits holds one byte of the number in its lower half.
-inline __m128i FromDigits(__m128i digits, __m128i& good) {
-    const auto isBetween = [](__m128i chars, char first, char last) {
-        return _mm_and_si128(_mm_cmpgt_epi8(chars, _mm_set1_epi8(static_cast<char>(first - 1))),
-                             _mm_cmplt_epi8(chars, _mm_set1_epi8(static_cast<char>(last + 1))));
-    };
-    const __m128i isDecimal = isBetween(digits, '0', '9');
-    const __m128i small = _mm_or_si128(digits, _mm_set1_epi8(0x20));
-    const __m128i isLetter = isBetween(small, 'a', 'f');
-    good = _mm_and_si128(good, _mm_or_si128(isDecimal, isLetter));
-    const __m128i value = _mm_add_epi8(_mm_and_si128(digits, _mm_set1_epi8(0x0F)),
-                                       _mm_andnot_si128(isDecimal, _mm_set1_epi8(9)));
-    const __m128i lower = _mm_set1_epi16(0x00FF);
-    return _mm_and_si128(_mm_or_si128(_mm_slli_epi16(value, 4), _mm_srli_epi16(value, 8)), lower);
-}
-#endif
-
 /// Reads the text that a writer makes, braces removed; says whether it was one.
 bool ReadCanonical(std::string_view text, Guid& guid) {
     if (text.size() != CanonicalSize) return false;
     const char* const at = text.data();
-    unsigned dashes = 0;
-    for (const std::size_t place : Dashes)
-        dashes |= static_cast<unsigned char>(at[place] ^ '-');
-#ifdef __SSE2__
-    const auto word = [](std::uint64_t value) { return static_cast<long long>(value); };
-    __m128i good = _mm_set1_epi8(-1);
-    const __m128i first =
-        FromDigits(_mm_set_epi64x(word(LoadParted(at + 9, at + 14)), word(Load<std::uint64_t>(at))), good);
-    const __m128i last = FromDigits(
-        _mm_set_epi64x(word(Load<std::uint64_t>(at + 28)), word(LoadParted(at + 19, at + 24))), good);
-    const __m128i bytes = _mm_packus_epi16(first, last);  // in the order of the text
-    std::uint64_t halves[2];
-    std::memcpy(halves, &bytes, sizeof halves);
-    const std::uint64_t front = __builtin_bswap64(halves[0]);
-    guid.Data1 = static_cast<std::uint32_t>(front >> 32);
-    guid.Data2 = static_cast<std::uint16_t>(front >> 16);
-    guid.Data3 = static_cast<std::uint16_t>(front);
-    std::memcpy(guid.Data4.data(), &halves[1], sizeof halves[1]);
-    return dashes == 0 && _mm_movemask_epi8(good) == 0xFFFF;
-#else
-    std::uint64_t bad = dashes;
+    std::uint64_t bad = 0;
     const std::uint32_t numbers[] = {
         FromDigits(Load<std::uint64_t>(at), bad), FromDigits(LoadParted(at + 9, at + 14), bad),
         FromDigits(LoadParted(at + 19, at + 24), bad), FromDigits(Load<std::uint64_t>(at + 28), bad)};
@@ -135,8 +93,9 @@ bool ReadCanonical(std::string_view text, Guid& guid) {
     guid.Data3 = static_cast<std::uint16_t>(numbers[1]);
     const std::uint64_t last = std::uint64_t{numbers[2]} << 32 | numbers[3];
     Store(__builtin_bswap64(last), reinterpret_cast<char*>(guid.Data4.data()));  // the highest byte first
+    for (const std::size_t place : Dashes)
+        bad |= static_cast<std::uint64_t>(at[place] ^ '-');
     return bad == 0;
-#endif
 }
 
 /// Reads any text as far as it goes; what can't be read stays zero.

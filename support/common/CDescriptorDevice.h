@@ -43,8 +43,11 @@ public:
     void SendQueued() override;
 
 private:
+    /// Of two descriptors, as a service has them: it is sent secrets.
     CDescriptorDevice(CDescriptor read, CDescriptor write, CChannel channel) noexcept
-        : m_read(std::move(read)), m_write(std::move(write)), m_stream(channel, *this) {}
+        : m_read(std::move(read)), m_write(std::move(write)), m_stream(channel, *this) {
+        m_stream.WipeInput();
+    }
 
     std::string Peer() const override { return m_write ? "the client" : "the peer of the socket"; }
     short Wait(short events, Clock::time_point deadline) override;

@@ -68,6 +68,9 @@ public:
 
     std::array<pollfd, 2> PollSet(short events) const noexcept { return m_channel.PollSet(events); }
 
+    /// For the side that is sent secrets: from now on, what has been read stays nowhere but with the reader.
+    void WipeInput() noexcept { m_input.Wipe(); }
+
     /// From now on every operation throws PeerGoneError with this reason; the first reason stays.
     void GiveUp(std::string_view reason) noexcept;
 

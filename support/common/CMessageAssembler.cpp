@@ -3,6 +3,8 @@
 
 #include <apigen/IIoDev.h>
 
+#include <string.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -20,7 +22,7 @@ constexpr std::size_t RoomAhead = 8;
 CMessageAssembler::EState CMessageAssembler::Advance() {
     m_bytes.Drop(std::exchange(m_viewed, 0));
     if (!m_isWithin) {
-        if (!m_message.empty()) m_message = {};
+        if (!m_message.empty()) DropMessage();
         if (m_bytes.Size() < HeaderBytes) return EState::Between;
         m_length = DecodeHeader(m_bytes.Bytes());
         if (m_length > IIoDev::MaxMessageBytes) return EState::Overlong;
@@ -31,10 +33,22 @@ CMessageAssembler::EState CMessageAssembler::Advance() {
 
     const std::string_view bytes = m_bytes.Bytes().substr(0, m_length - m_message.size());
     const std::size_t needed = m_message.size() + bytes.size();
-    if (needed > m_message.capacity()) m_message.reserve(std::min(m_length, RoomAhead * needed));
+    if (needed > m_message.capacity()) {
+        std::string larger;
+        larger.reserve(std::min(m_length, RoomAhead * needed));
+        larger = m_message;
+        m_message.swap(larger);
+        if (m_isWiped) ::explicit_bzero(larger.data(), larger.size());
+    }
     m_message += bytes;
     m_bytes.Drop(bytes.size());
     return m_message.size() == m_length ? EState::Whole : EState::Within;
+}
+
+/// One that was viewed.
+void CMessageAssembler::DropMessage() noexcept {
+    if (m_isWiped) ::explicit_bzero(m_message.data(), m_message.size());
+    m_message = {};
 }
 
 std::string CMessageAssembler::Take() {

@@ -23,6 +23,12 @@ public:
         Overlong,  ///< a length that no message may have is announced
     };
 
+    /// From now on, nothing of what has passed through stays in memory, but what was taken.
+    void Wipe() noexcept {
+        m_isWiped = true;
+        m_bytes.Wipe();
+    }
+
     /// Where the next bytes are to be put; they count once they are committed.
     char* Room() { return m_bytes.Room(); }
     std::size_t RoomSize() const noexcept { return m_bytes.RoomSize(); }
@@ -45,9 +51,12 @@ public:
     void DropLoose(std::size_t count) noexcept { m_bytes.Drop(count); }
 
 private:
+    void DropMessage() noexcept;
+
     CByteQueue m_bytes;
     std::size_t m_viewed = 0;  // how many of them a view stands on
     bool m_isWithin = false;
+    bool m_isWiped = false;
     std::size_t m_length = 0;
     std::string m_message;  // what has come of a message that did not arrive in one piece
 };

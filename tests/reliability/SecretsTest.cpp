@@ -290,9 +290,8 @@ std::string Inverted(std::string text) {
     return text;
 }
 
-// Nobody promises that (yet): the input of the stream, the text of the request and the decoded argument are freed as
-// they are. With --gtest_also_run_disabled_tests it says how often, and where.
-TEST_F(Secrets, DISABLED_LeaveTheMemoryOfAServiceThatIsDoneWithThem) {
+// The stream's input, the text of the request and the decoded arguments; what the implementation kept goes with it.
+TEST_F(Secrets, LeaveTheMemoryOfAServiceThatIsDoneWithThem) {
     if (IsSanitized) GTEST_SKIP() << "a sanitizer keeps what is freed";
     const std::string program = m_folder.Path("service");  // so that no other process runs it
     std::filesystem::copy_file(RELIABILITY_SERVICE, program);
@@ -305,7 +304,7 @@ TEST_F(Secrets, DISABLED_LeaveTheMemoryOfAServiceThatIsDoneWithThem) {
         {
             const auto packages = root->GetPackageManager();
             packages->InstalLocalPackages({secret(), "another"});
-            packages->FindInstalledPackage(secret());
+            EXPECT_NE(root->FindService(secret()), nullptr);  // kept as long as the object
         }
         for (int i = 0; i < 3; ++i)
             EXPECT_TRUE(root->IsSystemSupported());
