@@ -44,15 +44,16 @@ public:
         return std::exchange(m_releases, {});
     }
 
-    /// Takes the turn if nobody has it. If somebody has, keeps the release for the next message. False when there is
-    /// nothing left to do.
-    bool TakeFor(const std::string& release) {
+    /// Takes the turn if nobody has it, and hands over the releases that go out before this one. If somebody has, this
+    /// one waits for the next message, too. False when there is nothing to do.
+    bool TakeFor(const std::string& release, std::vector<std::string>& before) {
         const std::lock_guard lock(m_mutex);
         if (!m_lostCause.empty()) return false;
         if (m_isTaken) {
             m_releases.push_back(release);
             return false;
         }
+        before.swap(m_releases);
         return m_isTaken = true;
     }
 
@@ -129,11 +130,13 @@ public:
     void Release(const std::string& request) noexcept {
         const common::CNoCancellation uncancelled;
         common::Quietly([&] {
-            if (!m_origin.IsHere() || !m_turns->TakeFor(request)) return;
+            if (!m_origin.IsHere()) return;
+            std::vector<std::string> before;
+            if (!m_turns->TakeFor(request, before)) return;
             const CTurn turn(*this);
             m_device->SetDeadline(Deadline());
-            m_device->WriteLater(request);
-            ++m_owedAnswers;
+            QueueAll(before);
+            Queue(request);
             m_device->SendQueued();
         });
     }
@@ -202,16 +205,23 @@ private:
     }
 
     std::string Exchange(const std::vector<std::string>& releases, const std::string* request) {
-        for (const std::string& release : releases) {
-            m_device->WriteLater(release);
-            ++m_owedAnswers;
-        }
+        QueueAll(releases);
         if (request != nullptr) m_device->WriteString(*request);
         for (; m_owedAnswers != 0; --m_owedAnswers) {
             std::string answer = m_device->ReadString();
             if (answer != EmptyAnswer) CXmlData::Unserialize(std::move(answer));
         }
         return m_device->ReadString();
+    }
+
+    void QueueAll(const std::vector<std::string>& releases) {
+        for (const std::string& release : releases)
+            Queue(release);
+    }
+
+    void Queue(const std::string& release) {
+        m_device->WriteLater(release);
+        ++m_owedAnswers;
     }
 
     bool Lose(const char* cause) noexcept {
@@ -239,8 +249,8 @@ private:
     common::CProcessMark m_origin;
     std::unique_ptr<CTurns> m_turns;
     std::mutex m_ending;  // of what the owner does about a lost stream
-    std::size_t m_owedAnswers =
-        0;  // releases that went out, whose answers are still to come; of whose turn it is
+    // How many releases went out whose answers are still to come; whose turn it is may touch it.
+    std::size_t m_owedAnswers = 0;
 };
 
 StreamedXmlInvokerImpl::StreamedXmlInvokerImpl(std::shared_ptr<IIoDev> device,

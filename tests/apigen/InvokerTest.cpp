@@ -453,6 +453,20 @@ TEST(InvokerInUse, SendsAReleaseWithTheNextMessageRatherThanToWait) {
     EXPECT_THAT(device->Written[2], HasSubstr("second"));
 }
 
+TEST(InvokerInUse, SendsTheReleasesThatWaitWithTheNextReleaseAsWell) {
+    const auto device = std::make_shared<CScriptedDevice>();
+    const auto invoker = std::make_shared<StreamedXmlInvokerImpl>(device, nullptr, 0s, nullptr);
+    device->OnRead = [&] {
+        const ProxyBase dropped(invoker, Handle{7});
+        return std::string("<Data/>");
+    };
+    invoker->Invoke(Request("first"));
+    { const ProxyBase proxy(invoker, Handle{8}); }
+    ASSERT_EQ(device->Written.size(), 3U);
+    EXPECT_THAT(device->Written[1], HasSubstr("<__handle>7</__handle>"));
+    EXPECT_THAT(device->Written[2], HasSubstr("<__handle>8</__handle>"));
+}
+
 TEST_F(Invoker, ReleasesDoNotWaitForAPeerThatReadsNothing) {
     std::promise<void> goOn;
     const auto released = goOn.get_future().share();
