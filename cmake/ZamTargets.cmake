@@ -59,6 +59,8 @@ endfunction()
 function(zam_forgets program)
     if(NOT ZAM_SANITIZERS)
         target_sources(${program} PRIVATE ${PROJECT_SOURCE_DIR}/service/WipeFreedMemory.cpp)
+        # To look a function up at its first call, the loader puts the registers on the stack, whatever they hold.
+        target_link_options(${program} PRIVATE -Wl,-z,now)
     endif()
 endfunction()
 
