@@ -20,7 +20,7 @@ namespace apigen APIGEN_API {
 
 /// Addresses a request and ends it.
 /// \param opened what the opening of its root element returned
-void EndRequest(CXmlWriter& text, std::size_t opened, Handle target, std::string_view method);
+APIGEN_API void EndRequest(CXmlWriter& text, std::size_t opened, Handle target, std::string_view method);
 
 /// The parts of a request's text, views into it. Only what stands there literally is seen: an argument may
 /// still turn out to be something else.
@@ -32,7 +32,7 @@ struct SRequestParts {
 
 /// Takes a text apart that ends as `EndRequest` makes it, without anything between. Nothing for any other text,
 /// be it a request or not.
-std::optional<SRequestParts> SplitRequest(std::string_view text);
+APIGEN_API std::optional<SRequestParts> SplitRequest(std::string_view text);
 
 namespace detail {
 

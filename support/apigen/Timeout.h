@@ -10,6 +10,6 @@
 namespace apigen APIGEN_API {
 
 /// \throws ApiInternalError for a negative time-out
-void RequireTimeout(std::chrono::seconds timeout);
+APIGEN_API void RequireTimeout(std::chrono::seconds timeout);
 
 }  // namespace apigen
