@@ -21,6 +21,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/Sanitized.h"
 #include "tests/api/OwnProcess.h"
 #include "tests/api/TemporaryFolder.h"
 
@@ -247,6 +248,7 @@ TEST_F(SimpleLogger, PassesAPipeOfItsNameWithoutThePipesReaderNoticing) {
 }
 
 TEST_F(SimpleLogger, WritesWholeLinesFromBothSidesOfAFork) {
+    if (tests::IsSanitized) GTEST_SKIP() << "a sanitizer's own locks may be held at the fork";
     constexpr int Lines = 2000;
     CSimpleLogger logger(m_folder.Path(), "a.log");
     const auto write = [&](const std::string& text) {
@@ -266,6 +268,7 @@ TEST_F(SimpleLogger, WritesWholeLinesFromBothSidesOfAFork) {
 }
 
 TEST_F(SimpleLogger, CanBeUsedInAProcessThatWasForkedWhileAnotherThreadLogged) {
+    if (tests::IsSanitized) GTEST_SKIP() << "a sanitizer's own locks may be held at the fork";
     CSimpleLogger logger(m_folder.Path(), "a.log");
     std::atomic<bool> isDone = false;
     std::thread other([&] {

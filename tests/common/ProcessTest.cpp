@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "tests/MessageOf.h"
+#include "tests/Sanitized.h"
 
 namespace apigen {
 namespace {
@@ -210,13 +211,13 @@ TEST_F(Process, ACallerWithClosedStandardStreamsKeepsThemClosed) {
 }
 
 TEST_F(Process, ALaunchWithoutDescriptorsLeftFailsWithTheReason) {
+    if (tests::IsSanitized) GTEST_SKIP() << "a sanitizer needs descriptors itself";
     EXPECT_TRUE(HoldsInAProcessOfItsOwn([] {
         int last = 0;
         for (int fd = 0; fd >= 0; fd = ::dup(0)) {
             last = fd;
         }
-        // Too few for a launch; a sanitizer's run-time checks need this many themselves.
-        ::close(last);
+        ::close(last);  // too few for a launch
         ::close(last - 1);
         try {
             CProcess process(OddToolPath, {"echo"}, {}, nullptr);

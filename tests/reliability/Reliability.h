@@ -32,12 +32,14 @@
 #include <utility>
 #include <vector>
 
+#include "tests/Sanitized.h"
 #include "tests/api/TemporaryFolder.h"
-#include "tests/reliability/Sanitized.h"
 
 namespace reliability {
 
 using namespace std::chrono_literals;  // NOLINT: for tests alone
+using tests::IsSanitized;
+using tests::IsThreadSanitized;
 using Clock = std::chrono::steady_clock;
 using Arguments = std::vector<std::string>;
 

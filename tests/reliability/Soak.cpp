@@ -21,7 +21,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/reliability/Sanitized.h"
+#include "tests/Sanitized.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int Intervals = 10;
 // What a process may grow by after its first tenth: an allocator's whims, no leak of a byte a round. A sanitizer
 // keeps what is freed.
-constexpr long AllowedGrowthKiB = reliability::IsSanitized ? 1024L * 1024 : 512;
+constexpr long AllowedGrowthKiB = tests::IsSanitized ? 1024L * 1024 : 512;
 
 struct SOptions {
     unsigned long Calls = 1'000'000;

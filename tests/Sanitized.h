@@ -15,7 +15,7 @@
 #endif
 #endif
 
-namespace reliability {
+namespace tests {
 
 #ifdef ZAM_THREAD_SANITIZER
 inline constexpr bool IsThreadSanitized = true;
@@ -29,4 +29,4 @@ inline constexpr bool IsSanitized = true;
 inline constexpr bool IsSanitized = IsThreadSanitized;
 #endif
 
-}  // namespace reliability
+}  // namespace tests
