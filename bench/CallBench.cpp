@@ -21,7 +21,7 @@ constexpr std::size_t Answer =
 
 constexpr int CallRounds = 51;
 constexpr double FreeGoal = 1.15;
-constexpr double OneCpuGoal = 1.4;
+constexpr double OneCpuGoal = 1.35;
 constexpr double ObjectGoal = 0.25;
 
 /// A client of the idle agent, and the floor's, in the same place.

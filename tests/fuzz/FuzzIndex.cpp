@@ -38,7 +38,11 @@ public:
             static_cast<CJudge*>(self)->OnText({bytes, static_cast<std::size_t>(length)});
         });
         if (XML_Parse(parser, text.data(), static_cast<int>(text.size()), 1) != XML_STATUS_OK) {
-            return XML_ErrorString(XML_GetErrorCode(parser));
+            // Expat knows the names of the fourth edition, which had fewer letters beyond ASCII.
+            const auto at = static_cast<std::size_t>(XML_GetCurrentByteIndex(parser));
+            const bool mayBeAName = XML_GetErrorCode(parser) == XML_ERROR_INVALID_TOKEN && at < text.size() &&
+                                    static_cast<unsigned char>(text[at]) >= 0x80;
+            return mayBeAName ? "" : XML_ErrorString(XML_GetErrorCode(parser));
         }
         return judge.m_fault;
     }
