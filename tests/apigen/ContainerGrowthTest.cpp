@@ -217,24 +217,6 @@ TEST(ContainerGrowth, WhatIsLeftAfterTidyingIsFoundByItsKey) {
     EXPECT_EQ(data->GetString("more"), "z");
 }
 
-TEST(ContainerGrowth, LargeDocumentsOneAfterTheOtherHaveNothingOfEachOther) {
-    for (std::size_t i = 1; i <= 6; ++i) {
-        const std::size_t count = i % 2 == 0 ? 40'000 : 60'000 * i;
-        const std::string text = "<Data>" + [&] {
-            std::string entries;
-            for (std::size_t k = 0; k < count; ++k)
-                entries += "<k>" + std::to_string(i * k) + "</k><node><in>x</in></node>";
-            return entries;
-        }() + "</Data>";
-        const auto data = CXmlData::Unserialize(text);
-        const auto other = CXmlData::Unserialize(text);
-        ASSERT_EQ(CXmlData::Serialize(*data), text);
-        other->SetString("k", std::string(5 * MiB, 'x'));
-        ASSERT_EQ(CXmlData::Serialize(*data), text);
-        ASSERT_EQ(data->GetChildren("node").size(), count);
-    }
-}
-
 // Hostile documents.
 
 std::string Repeated(std::size_t count, const std::string& piece) {
