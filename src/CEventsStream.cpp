@@ -19,6 +19,7 @@
 #include "support/apigen/TextEncoders.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/ProcessMark.h"
+#include "support/common/Quietly.h"
 #include "support/common/Waiting.h"
 
 namespace zamclientlib {
@@ -140,7 +141,9 @@ bool CEventsStream::IsOurs() const noexcept {
 void CEventsStream::Stop() {
     if (!IsOurs()) return;
     const std::string reason = "Event stream closed";
-    if (m_logger != nullptr) m_logger->Info("Closing event stream: " + reason);
+    // What the logger throws must not keep the stream open.
+    if (m_logger != nullptr)
+        apigen::common::Quietly([&] { m_logger->Info("Closing event stream: " + reason); });
     m_stopped->Set(reason);
 }
 

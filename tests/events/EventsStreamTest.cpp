@@ -146,6 +146,19 @@ TEST_F(ConnectedEventStream, RefusesWhatIsNoEvent) {
     EXPECT_THROW(m_stream.Read(), BrokenMessageError);
 }
 
+TEST_F(ConnectedEventStream, IsStoppedThoughItsLoggerFails) {
+    class CFailingLogger : public apigen::ILogger {
+    public:
+        void Info(const std::string& message) override {
+            if (message.starts_with("Closing")) throw std::runtime_error("no room for a log");
+        }
+        void Error(const std::string& /*message*/, std::exception& /*error*/) override {}
+    };
+    CEventsStream stream(ConfigFor(m_path), std::make_shared<CFailingLogger>());
+    EXPECT_NO_THROW(stream.Stop());
+    EXPECT_TRUE(stream.IsStopped());
+}
+
 TEST_F(ConnectedEventStream, EndsABlockedReadWhenItIsStopped) {
     std::thread stopper([this] {
         // Only a reader that sits in the stream empties the socket: then the next byte can't wake it.
