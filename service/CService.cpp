@@ -9,11 +9,12 @@
 #include <exception>
 #include <utility>
 
-#include "service/Dispatcher.h"
+#include "service/CInterface.h"
 #include "service/Failure.h"
-#include "src/AgentMethods.h"
-#include "src/InstallerMethods.h"
+#include "support/apigen/CXmlWriter.h"
+#include "support/apigen/Envelope.h"
 #include "support/apigen/RequestText.h"
+#include "support/apigen/TextEncoders.h"
 #include "support/common/Text.h"
 
 namespace zamservice {
@@ -44,7 +45,7 @@ public:
         return handle;
     }
 
-    std::string Answer(const std::string& request) {
+    void Answer(std::string_view request, std::string& answer) {
         const std::uint64_t lastHandle = m_lastHandle;
         apigen::CXmlWriter response;
         const std::size_t opened = response.Open(apigen::RootName);
@@ -53,22 +54,29 @@ public:
             if (!CarryOutText(call, request)) CarryOutContainer(call, request);
             response.Close(apigen::RootName, opened);
             const std::size_t size = response.Text().size();
-            if (size <= apigen::IIoDev::MaxMessageBytes) return std::string(response.Text());
+            if (size <= apigen::IIoDev::MaxMessageBytes) {
+                // A large answer leaves no large buffer behind.
+                if (answer.capacity() > KeptAnswer) std::string().swap(answer);
+                answer = response.Text();
+                return;
+            }
             RemoveSince(lastHandle);
-            return TextOf(InternalError("The answer of " + std::to_string(size) +
-                                        " bytes is over the limit of a message"));
+            answer = TextOf(InternalError("The answer of " + std::to_string(size) +
+                                          " bytes is over the limit of a message"));
         } catch (const std::exception& error) {
             RemoveSince(lastHandle);
-            return TextOf(call.IsUnderstood ? Failure(error) : InternalError(error.what()));
+            answer = TextOf(call.IsUnderstood ? Failure(error) : InternalError(error.what()));
         } catch (const abi::__forced_unwind&) {
             throw;  // the end of this thread
         } catch (...) {
             RemoveSince(lastHandle);
-            return TextOf(Failure(ApiInternalError("The service failed for a reason that it can't name")));
+            answer = TextOf(Failure(ApiInternalError("The service failed for a reason that it can't name")));
         }
     }
 
 private:
+    static constexpr std::size_t KeptAnswer = 64 * 1024;
+
     /// Objects that the client never hears of.
     void RemoveSince(std::uint64_t handle) noexcept {
         while (m_lastHandle != handle)
@@ -85,9 +93,9 @@ private:
         return CarryOut(call, parts->Target, parts->Method);
     }
 
-    void CarryOutContainer(SCall& call, const std::string& request) {
+    void CarryOutContainer(SCall& call, std::string_view request) {
         call.Arguments = {};
-        call.Container = CXmlData::Unserialize(request);
+        call.Container = CXmlData::Unserialize(std::string(request));
         const Handle target = apigen::HandleUtils::FromData(call.Container);
         const std::string method = call.Container->GetString(envelope::MethodKey);
         if (CarryOut(call, target, method)) return;
@@ -133,7 +141,13 @@ std::string CService::Greeting() const {
 }
 
 std::string CService::Answer(const std::string& request) {
-    return m_impl->Answer(request);
+    std::string answer;
+    m_impl->Answer(request, answer);
+    return answer;
+}
+
+void CService::Answer(std::string_view request, std::string& answer) {
+    m_impl->Answer(request, answer);
 }
 
 std::size_t CService::ObjectCount() const noexcept {

@@ -13,6 +13,8 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <system_error>
 
 #include "service/Failure.h"
@@ -59,23 +61,16 @@ std::unique_ptr<CDescriptorDevice> TakeOverStandardStreams() {
     return CDescriptorDevice::OfStandardStreams(std::move(input), std::move(output));
 }
 
-AnswerFunction AnswerPlainly() {
-    return [](CService& service, const std::string& request) { return service.Answer(request); };
-}
-
-}  // namespace
-
-void Serve(CService& service, apigen::IIoDev& device) {
-    Serve(service, device, AnswerPlainly());
-}
-
-void Serve(CService& service, apigen::IIoDev& device, const AnswerFunction& answer) {
+/// \param answer puts the answer to a request into a text
+template <class Answer>
+void ServeWith(const Answer& answer, CService& service, apigen::IIoDev& device) {
+    std::string room;
+    std::string text;
     try {
         device.WriteString(service.Greeting());
         while (true) {
-            std::string request = device.ReadString();
-            const std::string text = answer(service, request);
-            ::explicit_bzero(request.data(), request.size());  // it may have held a password
+            const std::string_view request = device.ReadMessage(room);
+            answer(request, text);
             // An answer that says nothing, as that of a release, may wait for those behind it: clients send
             // releases by the thousand and don't wait for their answers.
             if (text == apigen::EmptyAnswer) {
@@ -83,6 +78,9 @@ void Serve(CService& service, apigen::IIoDev& device, const AnswerFunction& answ
             } else {
                 device.WriteString(text);
             }
+            // Either may have held a password.
+            ::explicit_bzero(room.data(), room.size());
+            ::explicit_bzero(text.data(), text.size());
         }
     } catch (const apigen::PeerGoneError& error) {
         // The client may leave without waiting for the answers of its last releases, but not in mid-request.
@@ -90,11 +88,9 @@ void Serve(CService& service, apigen::IIoDev& device, const AnswerFunction& answ
     }
 }
 
-int ServeStandardStreams(const std::function<CService()>& makeService) {
-    return ServeStandardStreams(makeService, AnswerPlainly());
-}
-
-int ServeStandardStreams(const std::function<CService()>& makeService, const AnswerFunction& answer) {
+/// \param serve serves over a device
+template <class Function>
+int ServeStandardStreamsWith(const Function& serve, const std::function<CService()>& makeService) {
     try {
         // A client that goes away shows as a failed write, not as the death of the service in mid-work.
         std::signal(SIGPIPE, SIG_IGN);
@@ -107,12 +103,39 @@ int ServeStandardStreams(const std::function<CService()>& makeService, const Ans
             device->WriteString(apigen::CXmlData::Serialize(*Failure(error)));
             return 1;
         }
-        Serve(*service, *device, answer);
+        serve(*service, *device);
         return 0;
     } catch (const std::exception& error) {
         std::cerr << "The connection ended: " << error.what() << std::endl;
         return 1;
     }
+}
+
+}  // namespace
+
+void Serve(CService& service, apigen::IIoDev& device) {
+    const auto answer = [&](std::string_view request, std::string& text) { service.Answer(request, text); };
+    ServeWith(answer, service, device);
+}
+
+void Serve(CService& service, apigen::IIoDev& device, const AnswerFunction& answer) {
+    std::string copy;
+    const auto answerCopy = [&](std::string_view request, std::string& text) {
+        copy = request;
+        text = answer(service, copy);
+        ::explicit_bzero(copy.data(), copy.size());
+    };
+    ServeWith(answerCopy, service, device);
+}
+
+int ServeStandardStreams(const std::function<CService()>& makeService) {
+    const auto serve = [](CService& service, apigen::IIoDev& device) { Serve(service, device); };
+    return ServeStandardStreamsWith(serve, makeService);
+}
+
+int ServeStandardStreams(const std::function<CService()>& makeService, const AnswerFunction& answer) {
+    const auto serve = [&](CService& service, apigen::IIoDev& device) { Serve(service, device, answer); };
+    return ServeStandardStreamsWith(serve, makeService);
 }
 
 int PrintProtocolVersion() {

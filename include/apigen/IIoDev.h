@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <string>
+#include <string_view>
 
 namespace apigen APIGEN_API {
 
@@ -46,6 +47,13 @@ public:
     /// Sends, of the messages that are still to go out, what can go without waiting. A failure of it is left for
     /// the next operation to meet.
     virtual void SendQueued() {}
+
+    /// As `ReadString`, without a copy where the device can do so: the message stands in the device, or in `room`,
+    /// until either is used again.
+    virtual std::string_view ReadMessage(std::string& room) {
+        room = ReadString();
+        return room;
+    }
 };
 
 }  // namespace apigen

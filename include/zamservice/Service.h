@@ -15,6 +15,9 @@
 
 namespace zamservice APIGEN_API {
 
+class CService;
+APIGEN_API void Serve(CService& service, apigen::IIoDev& device);
+
 /// The objects that one client can reach, and the calls on them.
 ///
 /// Objects that a method returns get a handle of their own each time and live until the client releases it,
@@ -45,6 +48,9 @@ public:
     void SetObjectLimit(std::size_t limit) noexcept;
 
 private:
+    friend void Serve(CService& service, apigen::IIoDev& device);
+    void Answer(std::string_view request, std::string& answer);
+
     class Impl;
     std::unique_ptr<Impl> m_impl;
 };

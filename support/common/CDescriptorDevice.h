@@ -37,6 +37,7 @@ public:
     std::string ReadRawText(unsigned long maxBytes, bool& flag) override;
     std::string ReadString() override;
     std::string_view ReadView();
+    std::string_view ReadMessage(std::string&) override { return ReadView(); }
     void WriteString(const std::string& text) override;
     void SetDeadline(Clock::time_point deadline) override { m_stream.SetDeadline(deadline); }
     void WriteLater(const std::string& text) override;
