@@ -119,6 +119,37 @@ TEST_F(ASharedAgent, IsLeftToTheOthersWhenAClientDies) {
     EXPECT_EQ(product->GetBackupJobs().size(), 1U);
 }
 
+TEST_F(ASharedAgent, KeepsWhatAClientHadThatWasKilledForWhoTakesOver) {
+    Script(R"({"clock": {"mode": "held"}})");
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(::pipe2(pipe.data(), O_CLOEXEC), 0);
+    const pid_t other = ::fork();
+    if (other == 0) {
+        try {
+            const auto control = Connect();
+            const auto session = MakeJob(*Control(control), "nightly")->Start({});
+            (void)!::write(pipe[1], "x", 1);
+            ::pause();
+        } catch (const std::exception&) {
+        }
+        ::_exit(1);
+    }
+    ::close(pipe[1]);
+    const auto survivor = Connect();
+    char byte = 0;
+    EXPECT_EQ(::read(pipe[0], &byte, 1), 1) << "the other one has begun";
+    ::close(pipe[0]);
+    EXPECT_THROW(survivor->RequestControl(OtherOwner(), false), CGenericException);
+    ::kill(other, SIGKILL);
+    EXPECT_EQ(::waitpid(other, nullptr, 0), other);
+    EXPECT_THROW(survivor->RequestControl(OtherOwner(), false), CGenericException)
+        << "its control outlasts it";
+    const auto product = survivor->RequestControl(OtherOwner(), true);
+    const auto session = product->GetBackupJobs().at(0)->FindLastBackupJobSession();
+    EXPECT_EQ(session->GetInfo().State, JobState::Starting);
+    EXPECT_TRUE(session->Stop("it was another's"));
+}
+
 TEST_F(ASharedAgent, GivesEachClientHandlesOfItsOwn) {
     const auto other = Connect();
     const auto product = Control(other);
