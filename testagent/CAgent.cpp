@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "testagent/CAgent.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -65,7 +67,8 @@ SDateTime Now() {
     return {now / 1000, static_cast<unsigned short>(now % 1000)};
 }
 
-CAgent::CAgent(SScript script) : Owner(script.Owner), m_script(std::move(script)) {
+CAgent::CAgent(SScript script, std::string controlSocket)
+    : Owner(script.Owner), m_script(std::move(script)), m_controlSocket(std::move(controlSocket)) {
     Listen();
     for (auto repository : m_script.Repositories) {
         if (repository.Id == Guid{}) repository.Id = NewGuid();
@@ -96,7 +99,8 @@ void CAgent::Listen() {
     for (int attempt = 1;; ++attempt) {
         m_directory.emplace();
         try {
-            m_events.emplace(m_directory->Path(), CPrivateDirectory::SocketName);
+            m_events = MakeEvents(m_directory->Path(), CPrivateDirectory::SocketName, m_script.EventRules,
+                                  [this] { RemoveTraces(); });
             if (m_directory->Keep()) return;
             m_events.reset();
             if (attempt == Attempts) throw std::runtime_error("The folder of the event socket is taken away");
@@ -110,8 +114,11 @@ void CAgent::Listen() {
 }
 
 void CAgent::RemoveTraces() noexcept {
-    m_events->Stop();
-    m_directory.reset();
+    std::call_once(m_tracesRemoved, [this] {
+        if (!m_controlSocket.empty()) ::unlink(m_controlSocket.c_str());
+        m_events->Stop();
+        m_directory.reset();
+    });
 }
 
 void CAgent::Log(const std::string& methodId) {

@@ -6,7 +6,6 @@
 #include <apigen/Guid.h>
 #include <zamclientlib/EventRecords.h>
 #include <zamclientlib/Exceptions.h>
-#include <zamservice/EventSource.h>
 
 #include <condition_variable>
 #include <deque>
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include "testagent/CPrivateDirectory.h"
+#include "testagent/Events.h"
 #include "testagent/Script.h"
 
 namespace testagent {
@@ -54,10 +54,11 @@ using GrantPtr = std::shared_ptr<SGrant>;
 
 /// What one agent knows and does. The objects that clients call are thin views of it.
 ///
-/// Calls and the clock come from two threads: whoever touches a member of `State` holds `Lock()`.
+/// Calls and the clock come from several threads: whoever touches a member of `State` holds `Lock()`.
 class CAgent {
 public:
-    explicit CAgent(SScript script);
+    /// \param controlSocket where clients join the agent; empty when there is one alone
+    explicit CAgent(SScript script, std::string controlSocket = {});
     CAgent(const CAgent&) = delete;
     CAgent& operator=(const CAgent&) = delete;
     ~CAgent();
@@ -66,9 +67,12 @@ public:
 
     const SScript& Script() const noexcept { return m_script; }
     const Guid& SessionId() const noexcept { return m_sessionId; }
-    zamclientlib::SEventConfig EventConfig() const { return m_events->Config(); }
+    zamclientlib::SEventConfig EventConfig() const {
+        return {zamclientlib::SEventConfigV1{m_events->SocketPath()}};
+    }
+    const std::string& ControlSocket() const noexcept { return m_controlSocket; }
 
-    /// Takes everything away that would outlive the process. For an end without destructors.
+    /// Takes everything away that would outlive the process. For an end without destructors; any thread may ask.
     void RemoveTraces() noexcept;
 
     /// Notes that a method was called.
@@ -136,12 +140,14 @@ private:
     void PublishStarted(const SJob& job, const SSession& session);
 
     const SScript m_script;
+    const std::string m_controlSocket;
     const Guid m_sessionId = NewGuid();
     mutable std::mutex m_mutex;
     std::deque<std::string> m_log;
     std::map<Guid, GrantPtr> m_grants;  ///< those that are not over
     std::optional<CPrivateDirectory> m_directory;
-    std::optional<zamservice::CEventSource> m_events;
+    std::unique_ptr<IEvents> m_events;
+    std::once_flag m_tracesRemoved;
     unsigned long m_eventId = 0;
     long m_usn = 0;
     bool m_isEnding = false;

@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <type_traits>
 #include <utility>
@@ -81,6 +82,15 @@ std::string NullObjectAnswer() {
     return CXmlData::Serialize(*answer);
 }
 
+/// The identifier of the method that a request calls; empty when it can't be understood.
+std::string MethodOf(const std::string& request) {
+    try {
+        return CXmlData::Unserialize(request)->GetString(envelope::MethodKey);
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
 /// Whether the rule's method is this one: its identifier, or the name in front of the last underscore.
 bool Fits(const SRule& rule, std::string_view method) {
     return rule.Method == method || rule.Method == method.substr(0, method.rfind('_'));
@@ -88,38 +98,24 @@ bool Fits(const SRule& rule, std::string_view method) {
 
 }  // namespace
 
-CMisbehaviour::CMisbehaviour(const std::vector<SRule>& rules, int output, std::function<void()> beforeEnd)
-    : m_output(output), m_beforeEnd(std::move(beforeEnd)) {
-    for (const auto& rule : rules) {
-        m_rules.push_back({rule});
-    }
-}
-
-const SRule* CMisbehaviour::Due(std::string_view method) {
-    const SRule* due = nullptr;
-    for (auto& [rule, seen] : m_rules) {
-        if (!Fits(rule, method)) continue;
-        const unsigned long index = seen++;
-        const bool isDue = index >= rule.Skip && (rule.Times == 0 || index - rule.Skip < rule.Times);
-        if (isDue && due == nullptr) due = &rule;
-    }
-    return due;
-}
+CMisbehaviour::CMisbehaviour(std::shared_ptr<Rules> rules, int output, int ended, BeforeEnd beforeEnd)
+    : m_rules(std::move(rules)), m_output(output), m_ended(ended), m_beforeEnd(std::move(beforeEnd)) {}
 
 void CMisbehaviour::Wait(std::chrono::milliseconds time) const {
     const auto end = apigen::common::Clock::now() + time;
-    pollfd client{m_output, 0, 0};
+    // Of the client nothing is asked for, so only its end shows: nobody is left to wait for.
+    std::array<pollfd, 2> client{{{m_output, 0, 0}, {m_ended, POLLIN, 0}}};
     while (apigen::common::Clock::now() < end) {
-        // Nothing is asked for, so only the client's end shows: nobody is left to wait for.
-        if (::poll(&client, 1, apigen::common::PollTimeout(end)) > 0) return;
+        if (::poll(client.data(), client.size(), apigen::common::PollTimeout(end)) > 0) return;
     }
 }
 
 void CMisbehaviour::EndIfAsked(const SRule& rule) {
     if (rule.Action == EAction::Delay) Wait(rule.Delay);
+    if (rule.Action == EAction::Disconnect) throw CDisconnected();
     if (rule.Action != EAction::Exit && rule.Action != EAction::Kill && rule.Action != EAction::Garbage)
         return;
-    m_beforeEnd();
+    m_beforeEnd(rule.Action == EAction::Kill ? std::nullopt : std::optional(rule.ExitCode));
     if (rule.Action == EAction::Kill) std::raise(SIGKILL);
     if (rule.Action == EAction::Garbage) {
         (void)!::write(m_output, rule.Message.data(), rule.Message.size());
@@ -128,24 +124,18 @@ void CMisbehaviour::EndIfAsked(const SRule& rule) {
 }
 
 void CMisbehaviour::Greet() {
-    const SRule* const rule = Due(GreetingMethod);
-    if (rule == nullptr) return;
+    const auto rule = m_rules->Due([](const SRule& each) { return each.Method == GreetingMethod; });
+    if (!rule) return;
     EndIfAsked(*rule);
     if (rule->Action == EAction::Throw) throw zamclientlib::CGenericException(rule->Message);
 }
 
-std::string CMisbehaviour::MethodOf(const std::string& request) {
-    try {
-        return CXmlData::Unserialize(request)->GetString(envelope::MethodKey);
-    } catch (const std::exception&) {
-        return {};
-    }
-}
-
-std::string CMisbehaviour::Answer(zamservice::CService& service, const std::string& request) {
+std::string CMisbehaviour::Answer(CAgent& agent, zamservice::CService& service, const std::string& request) {
     const std::string method = MethodOf(request);
-    const SRule* const rule = Due(method);
-    if (rule == nullptr) return service.Answer(request);
+    // Names of methods alone: arguments may hold secrets, and a name that no method has anything.
+    if (FindMethod(method) != nullptr) agent.Log(method);
+    const auto rule = m_rules->Due([&](const SRule& each) { return Fits(each, method); });
+    if (!rule) return service.Answer(request);
     EndIfAsked(*rule);
     switch (rule->Action) {
         case EAction::Throw:

@@ -5,46 +5,53 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
 #include <string>
-#include <string_view>
-#include <vector>
 
+#include "testagent/CAgent.h"
+#include "testagent/CRules.h"
 #include "testagent/Script.h"
 
 namespace testagent {
 
-/// Carries out the script's rules in front of a service that behaves.
+/// How a rule ends one connection: thrown where its next message would have come from.
+class CDisconnected : public std::runtime_error {
+public:
+    CDisconnected() : std::runtime_error("A rule of the script ended the connection") {}
+};
+
+/// Carries out the script's rules in front of a service that behaves. One for each connection.
 class CMisbehaviour {
 public:
+    using Rules = CRules<SRule>;
+
+    /// Called before a rule ends the process, with the exit code; without one before it is killed.
+    using BeforeEnd = std::function<void(std::optional<int> code)>;
+
+    /// \param rules      those of all connections
     /// \param output     where raw bytes go that are no message
-    /// \param beforeEnd  called before the process ends itself
-    CMisbehaviour(const std::vector<SRule>& rules, int output, std::function<void()> beforeEnd);
+    /// \param ended      a descriptor that is readable when the connection has ended; -1 when there is none
+    CMisbehaviour(std::shared_ptr<Rules> rules, int output, int ended, BeforeEnd beforeEnd);
 
     /// What comes before any call. Throws what a rule throws.
     void Greet();
 
-    /// The answer to a request.
-    std::string Answer(zamservice::CService& service, const std::string& request);
-
-    /// The identifier of the method that a request calls; empty when it can't be understood.
-    static std::string MethodOf(const std::string& request);
+    /// The answer to a request, which the agent notes.
+    /// \throws CDisconnected
+    std::string Answer(CAgent& agent, zamservice::CService& service, const std::string& request);
 
 private:
-    struct SState {
-        SRule Rule;
-        unsigned long Seen = 0;  ///< calls that it fits
-    };
-
-    /// The first rule that is due for the method, or null. Counts for all that fit.
-    const SRule* Due(std::string_view method);
     void EndIfAsked(const SRule& rule);
 
     /// Waits for the time to pass, as long as there is a client.
     void Wait(std::chrono::milliseconds time) const;
 
-    std::vector<SState> m_rules;
+    std::shared_ptr<Rules> m_rules;
     int m_output;
-    std::function<void()> m_beforeEnd;
+    int m_ended;
+    BeforeEnd m_beforeEnd;
 };
 
 }  // namespace testagent

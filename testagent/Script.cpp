@@ -45,11 +45,9 @@ bool ReadOneOf(CMembers& members, const char* name, const Names<E>& accepted, E&
 }
 
 const Names<EAction>& GreetingActions() {
-    static const Names<EAction> actions = {{"throw", EAction::Throw},
-                                           {"delay", EAction::Delay},
-                                           {"garbage", EAction::Garbage},
-                                           {"exit", EAction::Exit},
-                                           {"kill", EAction::Kill}};
+    static const Names<EAction> actions = {
+        {"throw", EAction::Throw}, {"delay", EAction::Delay}, {"garbage", EAction::Garbage},
+        {"exit", EAction::Exit},   {"kill", EAction::Kill},   {"disconnect", EAction::Disconnect}};
     return actions;
 }
 
@@ -135,9 +133,31 @@ SRule ReadRule(CMembers& members) {
             CheckHandsOutObject(members, rule);
             break;
         case EAction::Kill:
+        case EAction::Disconnect:
         case EAction::Malformed:
         case EAction::UnknownEnum:
             break;
+    }
+    return rule;
+}
+
+SEventRule ReadEventRule(CMembers& members) {
+    SEventRule rule;
+    constexpr auto Any = static_cast<zamclientlib::EEventType>(-1);
+    auto event = Any;
+    members.ReadEnum("event", event);
+    if (event == zamclientlib::EEventType::Unknown) members.Refuse("event", "there is no event of this kind");
+    if (event != Any) rule.Event = event;
+    members.ReadNumber("skip", rule.Skip);
+    members.ReadNumber("times", rule.Times);
+    const Names<EEventAction> actions = {
+        {"half-frame", EEventAction::HalfFrame},  {"garbage", EEventAction::Garbage},
+        {"malformed", EEventAction::Malformed},   {"stall", EEventAction::Stall},
+        {"disconnect", EEventAction::Disconnect}, {"kill", EEventAction::Kill}};
+    if (!ReadOneOf(members, "action", actions, rule.Action)) members.Refuse("a rule needs an action");
+    if (rule.Action == EEventAction::Garbage) {
+        members.ReadText("message", rule.Message);
+        if (rule.Message.empty()) members.Refuse("garbage needs a message");
     }
     return rule;
 }
@@ -245,6 +265,9 @@ SScript Read(CMembers& members) {
                      [&](CMembers& each) { script.Repositories.push_back(ReadRepository(each, script)); });
     members.ReadList("jobs", [&](CMembers& each) { script.Jobs.push_back(ReadJob(each, script)); });
     members.ReadList("rules", [&](CMembers& each) { script.Rules.push_back(ReadRule(each)); });
+    members.ReadList("events", [&](CMembers& each) { script.EventRules.push_back(ReadEventRule(each)); });
+    members.ReadObject("shared",
+                       [&](CMembers& shared) { shared.ReadMilliseconds("idleMs", script.IdleLimit, 0); });
     return script;
 }
 

@@ -11,6 +11,7 @@
 #include <zamclientlib/JobRecords.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,7 @@ enum class EAction {
     Delay,
     Exit,
     Kill,
+    Disconnect,
     Garbage,
     Malformed,
     UnknownEnum,
@@ -51,6 +53,24 @@ struct SRule {
     int ExitCode = 0;
 };
 
+enum class EEventAction {
+    HalfFrame,
+    Garbage,
+    Malformed,
+    Stall,
+    Disconnect,
+    Kill
+};
+
+/// A misbehaviour of the event socket and when it shows.
+struct SEventRule {
+    std::optional<zamclientlib::EEventType> Event;  ///< the kind that it is for; all without one
+    unsigned long Skip = 0;                         ///< so many events go well first
+    unsigned long Times = 0;                        ///< so many events are affected; 0: all
+    EEventAction Action{};
+    std::string Message;
+};
+
 struct SScriptedJob {
     zamclientlib::SBackupJobConfigurationInfo Config;
     std::string RepositoryName;
@@ -67,6 +87,9 @@ struct SScript {
     std::vector<zamclientlib::SBackupRepositoryInfo> Repositories;
     std::vector<SScriptedJob> Jobs;
     std::vector<SRule> Rules;
+    std::vector<SEventRule> EventRules;
+    std::chrono::milliseconds IdleLimit{
+        60000};  ///< an agent without clients ends after that, if it is shared
 
     /// Reads the file named in `ZAM_TESTAGENT_SCRIPT`; without that variable an empty agent that behaves.
     /// \throws std::runtime_error naming the file and the place in it

@@ -1,45 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command line of the test agent: that of the agent's tool, as far as clients use it.
 #include <fcntl.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <array>
-#include <csignal>
 #include <iostream>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "testagent/CMisbehaviour.h"
-#include "testagent/Methods.h"
 #include "testagent/Objects.h"
+#include "testagent/Shared.h"
+#include "testagent/Termination.h"
 
 namespace testagent {
 namespace {
 
 constexpr int UsageError = 2;
-
-// Written before the handler that reads them is set, and there until the process has gone.
-std::array<char, sizeof(sockaddr_un::sun_path)> g_socketPath;
-std::array<char, sizeof(sockaddr_un::sun_path)> g_socketDirectory;
-
-/// A client that has lost its patience ends the agent by a signal, perhaps in the middle of a scripted delay.
-extern "C" void HandleTermination(int signal) {
-    ::unlink(g_socketPath.data());
-    ::rmdir(g_socketDirectory.data());
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
-}
-
-void RemoveTracesOnTermination(const CAgent& agent) {
-    // A path on which a socket listens fits, with its end.
-    const std::string path = agent.EventConfig().v1->socketPath;
-    path.copy(g_socketPath.data(), g_socketPath.size() - 1);
-    path.copy(g_socketDirectory.data(), path.rfind('/'));
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
-        std::signal(signal, &HandleTermination);
-}
 
 int Serve() {
     // The kit takes the standard streams over; what is to go out raw needs a descriptor of its own.
@@ -49,19 +26,21 @@ int Serve() {
     std::optional<CMisbehaviour> misbehaviour;
     const auto makeService = [&]() -> zamservice::CService {
         const SScript script = SScript::FromEnvironment();
-        misbehaviour.emplace(script.Rules, output, [&agent] {
-            if (agent != nullptr) agent->RemoveTraces();
-        });
-        misbehaviour->Greet();
+        misbehaviour.emplace(std::make_shared<CMisbehaviour::Rules>(script.Rules), output, -1,
+                             [&agent](std::optional<int> /*code*/) {
+                                 if (agent != nullptr) agent->RemoveTraces();
+                             });
+        try {
+            misbehaviour->Greet();
+        } catch (const CDisconnected&) {
+            ::_exit(1);  // without a greeting
+        }
         agent = std::make_shared<CAgent>(script);
         RemoveTracesOnTermination(*agent);
         return MakeControl(agent);
     };
     const auto answer = [&](zamservice::CService& service, const std::string& request) {
-        // Names of methods alone: arguments may hold secrets, and a name that no method has anything.
-        const std::string method = CMisbehaviour::MethodOf(request);
-        if (FindMethod(method) != nullptr) agent->Log(method);
-        return misbehaviour->Answer(service, request);
+        return misbehaviour->Answer(*agent, service, request);
     };
     return zamservice::ServeStandardStreams(makeService, answer);
 }
@@ -72,11 +51,14 @@ int Run(const std::vector<std::string>& arguments) {
     }
     if (arguments.size() == 4 && arguments[0] == "extended" && arguments[1] == "startCommandInvoker" &&
         arguments[2] == "--logFileName") {
-        return Serve();
+        const std::string shared = SharedFolder();
+        return shared.empty() ? Serve() : ServeByShared(shared);
     }
+    if (arguments == std::vector<std::string>{"extended", "shutdown"}) return ShutDownShared(SharedFolder());
     std::cerr << "An agent in memory, for tests. Usage:\n"
                  "  tarvoconfig extended startCommandInvoker --logFileName NAME\n"
-                 "  tarvoconfig extended protocolVersion\n";
+                 "  tarvoconfig extended protocolVersion\n"
+                 "  tarvoconfig extended shutdown\n";
     return UsageError;
 }
 

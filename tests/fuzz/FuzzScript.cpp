@@ -17,8 +17,8 @@
 
 namespace {
 
-const std::set<std::string_view> KnownMembers{"protocolVersion", "clock", "owner",
-                                              "repositories",    "jobs",  "rules"};
+const std::set<std::string_view> KnownMembers{"protocolVersion", "clock",  "owner", "repositories", "jobs",
+                                              "rules",           "events", "shared"};
 
 void CheckScript(const testagent::SScript& script, std::string_view text) {
     const auto json = nlohmann::json::parse(text, nullptr, false);
@@ -32,7 +32,9 @@ void CheckScript(const testagent::SScript& script, std::string_view text) {
     Require(script.Repositories.size() == count("repositories"), "every repository is read", text);
     Require(script.Jobs.size() == count("jobs"), "every job is read", text);
     Require(script.Rules.size() == count("rules"), "every rule is read", text);
+    Require(script.EventRules.size() == count("events"), "every rule for events is read", text);
     Require(script.Step.count() >= 0, "no time runs backwards", text);
+    Require(script.IdleLimit.count() >= 0, "no time runs backwards", text);
     for (const auto& rule : script.Rules) {
         Require(!rule.Method.empty(), "a rule has a method", text);
         Require(rule.Delay.count() >= 0, "no time runs backwards", text);

@@ -75,6 +75,29 @@ TEST_F(AScript, WithARuleThatNoCallOrActionCanMeetIsRefusedWithPlaceAndChoice) {
     }
 }
 
+TEST_F(AScript, WithARuleThatNoEventCanMeetIsRefusedWithPlaceAndChoice) {
+    const auto rule = [](const std::string& members) { return R"({"events": [{)" + members + "}]}"; };
+    const std::vector<SMistake> mistakes = {
+        {rule(""), "script.events[0]", "needs an action"},
+        {rule(R"("action": "exit")"), "script.events[0].action", "half-frame, garbage"},
+        {rule(R"("action": "kill", "event": "JobCreated")"), "script.events[0].event", "BackupJobCreated"},
+        {rule(R"("action": "kill", "event": "Unknown")"), "script.events[0].event", "no event of this kind"},
+        {rule(R"("action": "kill", "message": "x")"), "\"message\"", "action, event, skip, times"},
+        {rule(R"("action": "kill", "method": "GetInfo")"), "\"method\"", "action, event, skip, times"},
+        {rule(R"("action": "garbage")"), "script.events[0]", "needs a message"},
+        {rule(R"("action": "stall", "ms": 5)"), "\"ms\"", "times"},
+        {rule(R"("action": "stall", "skip": -1)"), "script.events[0].skip", "a whole number"},
+        {rule(R"("action": "stall", "times": 1.5)"), "script.events[0].times", "a whole number"},
+        {R"({"events": {"action": "kill"}})", "script.events", "a list is expected"},
+        {R"({"shared": {"idle": 5}})", "script.shared", "idleMs"},
+        {R"({"shared": {"idleMs": "5"}})", "script.shared.idleMs", "a whole number"},
+    };
+    for (const auto& [script, place, accepted] : mistakes) {
+        EXPECT_THAT(Refusal(script), AllOf(HasSubstr("can't be used"), HasSubstr(place), HasSubstr(accepted)))
+            << script;
+    }
+}
+
 TEST_F(AScript, WithANumberThatDoesNotFitIsRefusedInsteadOfBeingTurnedIntoAnother) {
     const std::vector<std::string> numbers = {"-1",     "1.5",  "2.0",  "1e3", "99999999999999999999999",
                                               R"("5")", "true", "null", "[1]"};
@@ -240,7 +263,7 @@ TEST_F(AScript, ThatThePageShowsIsAccepted) {
             script += line + "\n";
         }
     }
-    EXPECT_GE(count, 3);
+    EXPECT_GE(count, 5);
 }
 
 }  // namespace
