@@ -69,6 +69,10 @@ function(zam_optimise_for_size)
     set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-Os>")
 endfunction()
 
+# Tests call what shall fail, and have no use for its result. Last of the options, since clang's -Wall brings it back.
+add_library(zam_test_options INTERFACE)
+target_compile_options(zam_test_options INTERFACE -Wno-unused-result)
+
 # zam_program(name SOURCES...): a program of the project.
 function(zam_program name)
     add_executable(${name} ${ARGN})
@@ -82,7 +86,7 @@ endfunction()
 function(zam_test name)
     cmake_parse_arguments(arg "THREADS" "LABEL" "LIBRARIES" ${ARGN})
     zam_program(${name} ${arg_UNPARSED_ARGUMENTS})
-    target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest_main)
+    target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest_main zam_test_options)
     set(properties TIMEOUT 120)
     set(labels ${arg_LABEL})
     if(arg_THREADS)

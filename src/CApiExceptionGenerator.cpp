@@ -50,10 +50,9 @@ struct Codec<T> {
     }
 };
 
-template APIGEN_API void Serialize(IData&, const std::string&, const ApiException&);
-template APIGEN_API void Deserialize(const IData&, const std::string&, ApiException&);
-
 }  // namespace apigen
+
+APIGEN_INSTANTIATE_ENCODER(apigen::ApiException);
 
 namespace zamclientlib {
 
@@ -89,10 +88,9 @@ T CApiExceptionGenerator::Deserialize(apigen::IData& exceptionData) {
 
 }  // namespace zamclientlib
 
-#define ZAM_INSTANTIATE(type)                                                                            \
-    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const zamclientlib::type&);   \
-    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, zamclientlib::type&); \
-    template APIGEN_API zamclientlib::type                                                               \
+#define ZAM_INSTANTIATE(type)                       \
+    APIGEN_INSTANTIATE_ENCODER(zamclientlib::type); \
+    template APIGEN_API zamclientlib::type          \
     zamclientlib::CApiExceptionGenerator::Deserialize<zamclientlib::type>(apigen::IData&)
 
 ZAM_INSTANTIATE(CGenericException);

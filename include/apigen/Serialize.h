@@ -4,42 +4,106 @@
 ///
 /// Defined and instantiated in the libraries, so that a user's build does not pay for them: for
 /// `std::string`, `bool`, `int`, `long`, `unsigned short`, `unsigned int`, `unsigned long`, `Guid` and
-/// `Handle` here; for every record, enumeration and exception of an API in the library of that API.
+/// `Handle` here; for every record, enumeration and exception of an API in the library of that API. There are
+/// none for other types, which the compiler says.
 #pragma once
 
 #include <apigen/Export.h>
+#include <apigen/Fields.h>
 #include <apigen/IData.h>
 #include <apigen/Optional.h>
 
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace apigen APIGEN_API {
 
+class ApiException;
+struct Guid;
+struct Handle;
+
+namespace detail {
+
+/// Defined and instantiated in the libraries.
+template <class T>
+void WriteTo(IData& data, const std::string& key, const T& value);
+template <class T>
+void ReadFrom(const IData& data, const std::string& key, T& value);
+
+template <class T, class... Types>
+inline constexpr bool IsOneOf = (std::is_same_v<T, Types> || ...);
+
+template <class T>
+constexpr bool IsException() {
+    if constexpr (std::is_class_v<T> && !IsRecord<T>) {
+        return std::is_same_v<T, ApiException> || (IsOfAnApi<T> && std::is_base_of_v<ApiException, T>);
+    } else {
+        return false;
+    }
+}
+
+/// True for what can stand in an optional.
+template <class T>
+inline constexpr bool IsValue =
+    IsOneOf<T, std::string, bool, int, long, unsigned short, unsigned int, unsigned long, Guid, Handle> ||
+    ((std::is_enum_v<T> || IsRecord<T>)&&IsOfAnApi<T>);
+
+/// True for what can stand in a list.
+template <class T>
+inline constexpr bool IsElement = IsValue<T> && !std::is_same_v<T, bool> && !std::is_enum_v<T>;
+
+}  // namespace detail
+
 /// Writes `value` under `key`: a text for plain values, a new child node for a record.
 template <class T>
-void Serialize(IData& data, const std::string& key, const T& value);
+void Serialize(IData& data, const std::string& key, const T& value) {
+    static_assert(detail::IsValue<T> || detail::IsException<T>(),
+                  "apigen::Serialize: this type has no encoder; see Serialize.h for those that have");
+    detail::WriteTo(data, key, value);
+}
 
 /// Reads the value under `key` into `value`. A number text that holds no number reads as 0 and a boolean
 /// is true for "true", "True" and "1" alone; nothing is thrown for odd texts.
 /// \throws ApiInternalError naming the path to the missing entry.
 template <class T>
-void Deserialize(const IData& data, const std::string& key, T& value);
+void Deserialize(const IData& data, const std::string& key, T& value) {
+    static_assert(detail::IsValue<T> || detail::IsException<T>(),
+                  "apigen::Deserialize: this type has no encoder; see Serialize.h for those that have");
+    detail::ReadFrom(data, key, value);
+}
 
 /// Writes nothing when empty, otherwise a child node that holds the value under "opt".
 template <class T>
-void Serialize(IData& data, const std::string& key, const Optional<T>& value);
+void Serialize(IData& data, const std::string& key, const Optional<T>& value) {
+    static_assert(detail::IsValue<T>,
+                  "apigen::Serialize: an optional of this type has no encoder; see Serialize.h");
+    detail::WriteTo(data, key, value);
+}
 
 /// Leaves `value` as it was when `key` is absent.
 template <class T>
-void Deserialize(const IData& data, const std::string& key, Optional<T>& value);
+void Deserialize(const IData& data, const std::string& key, Optional<T>& value) {
+    static_assert(detail::IsValue<T>,
+                  "apigen::Deserialize: an optional of this type has no encoder; see Serialize.h");
+    detail::ReadFrom(data, key, value);
+}
 
-/// Writes one child node per element, in order, each holding the element under "item".
+/// Writes one child node per element, in order, each holding the element under "item". There are no lists of
+/// `bool` and of enumerations.
 template <class T>
-void SerializeVector(IData& data, const std::string& key, const std::vector<T>& values);
+void SerializeVector(IData& data, const std::string& key, const std::vector<T>& values) {
+    static_assert(detail::IsElement<T>,
+                  "apigen::SerializeVector: a list of this type has no encoder; see Serialize.h");
+    detail::WriteTo(data, key, values);
+}
 
 /// Appends every element found under `key`, in order; the list is not cleared first.
 template <class T>
-void DeserializeVector(const IData& data, const std::string& key, std::vector<T>& values);
+void DeserializeVector(const IData& data, const std::string& key, std::vector<T>& values) {
+    static_assert(detail::IsElement<T>,
+                  "apigen::DeserializeVector: a list of this type has no encoder; see Serialize.h");
+    detail::ReadFrom(data, key, values);
+}
 
 }  // namespace apigen

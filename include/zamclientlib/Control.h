@@ -24,32 +24,34 @@ namespace zamclientlib APIGEN_API {
 class IZamProduct {
 public:
     /// The job, or an empty pointer when there is none.
-    virtual std::shared_ptr<IBackupJob> FindBackupJob(apigen::Guid jobId) const = 0;
+    [[nodiscard]] virtual std::shared_ptr<IBackupJob> FindBackupJob(apigen::Guid jobId) const = 0;
 
-    virtual std::vector<std::shared_ptr<IBackupJob>> GetBackupJobs() const = 0;
-    virtual std::shared_ptr<IBackupJob> CreateBackupJob(SBackupJobConfigurationInfo config) = 0;
+    [[nodiscard]] virtual std::vector<std::shared_ptr<IBackupJob>> GetBackupJobs() const = 0;
+    [[nodiscard]] virtual std::shared_ptr<IBackupJob> CreateBackupJob(SBackupJobConfigurationInfo config) = 0;
 
     /// \return whether there was such a job
     /// \throws CJobIsRunning
     virtual bool DeleteBackupJob(apigen::Guid obId) = 0;
 
     /// The session, or an empty pointer when there is none.
-    virtual std::shared_ptr<IBackupJobSession> FindBackupJobSessionById(apigen::Guid sessionId) const = 0;
+    [[nodiscard]] virtual std::shared_ptr<IBackupJobSession> FindBackupJobSessionById(
+        apigen::Guid sessionId) const = 0;
 
     /// Allows or forbids that schedules start jobs.
     virtual void SetSchedulerPermissionToRunJobs(bool isAllowed) = 0;
 
-    virtual bool IsSchedulerAllowedToRunJobs() = 0;
-    virtual std::shared_ptr<IBackupServerManager> GetBackupServerManager() const = 0;
-    virtual std::shared_ptr<ICloudServiceProviderManager> GetCloudServiceProviderManager() const = 0;
-    virtual std::shared_ptr<IRepositoryManager> GetRepositoryManager() const = 0;
+    [[nodiscard]] virtual bool IsSchedulerAllowedToRunJobs() = 0;
+    [[nodiscard]] virtual std::shared_ptr<IBackupServerManager> GetBackupServerManager() const = 0;
+    [[nodiscard]] virtual std::shared_ptr<ICloudServiceProviderManager> GetCloudServiceProviderManager()
+        const = 0;
+    [[nodiscard]] virtual std::shared_ptr<IRepositoryManager> GetRepositoryManager() const = 0;
 
     /// What the agent makes of names that a user typed, in their order.
-    virtual std::vector<SResolveObjectInfo> ResolveUserInput(
+    [[nodiscard]] virtual std::vector<SResolveObjectInfo> ResolveUserInput(
         std::vector<SVolumeBackupObject> objects) const = 0;
 
     /// As `IZamControl::GetSessionId`.
-    virtual apigen::Guid GetSessionId() const = 0;
+    [[nodiscard]] virtual apigen::Guid GetSessionId() const = 0;
 
     virtual ~IZamProduct() = default;
 };
@@ -60,26 +62,27 @@ public:
     /// Takes control of the agent for `owner`.
     /// \param force take it from another owner
     /// \return the product, or an empty pointer when the agent does not hand it out
-    virtual std::shared_ptr<IZamProduct> RequestControl(SZamControlOwnerInfo owner, bool force) = 0;
+    [[nodiscard]] virtual std::shared_ptr<IZamProduct> RequestControl(SZamControlOwnerInfo owner,
+                                                                      bool force) = 0;
 
     /// Gives control back.
     virtual void ReleaseControl(SZamControlOwnerInfo owner) = 0;
 
-    virtual SZamProductInfo GetProductInfo() const = 0;
+    [[nodiscard]] virtual SZamProductInfo GetProductInfo() const = 0;
 
     /// Changes how exclusively the owner holds control.
     virtual void SetOwnerMode(apigen::Guid ownerId, ZAMOwnerMode mode) = 0;
 
-    virtual SZamControlOwnerInfo GetCurrentOwner() const = 0;
+    [[nodiscard]] virtual SZamControlOwnerInfo GetCurrentOwner() const = 0;
 
     /// How to reach the event source; for `CEventsStream`.
-    virtual SEventConfig GetEventConfig() const = 0;
+    [[nodiscard]] virtual SEventConfig GetEventConfig() const = 0;
 
     /// Identifies this run of the service.
-    virtual apigen::Guid GetSessionId() const = 0;
+    [[nodiscard]] virtual apigen::Guid GetSessionId() const = 0;
 
     /// Whether the service has full disk access on macOS; false elsewhere.
-    virtual bool IsOsxFDAGranted() const = 0;
+    [[nodiscard]] virtual bool IsOsxFDAGranted() const = 0;
 
     /// Has the agent gather its logs at `path`, on the agent's host.
     virtual void GrabLogs(std::string path) const = 0;

@@ -5,12 +5,23 @@
 /// On the wire an enumeration is its integer. 0 is the neutral or unknown member. Other integers, those of a
 /// newer service for instance, are carried unchanged: cast to and from `int` freely, and expect values that
 /// name no member. The numbering is a contract: members are added, never renumbered.
+///
+/// Some window systems' headers make macros of `None`, `Success`, `Unknown` or `Status`. Include this header
+/// before them, and `#undef` such a macro before using the member; or keep the two in sources of their own.
 #pragma once
 
+#if defined(None) || defined(Success) || defined(Unknown) || defined(Status)
+#error \
+    "None, Success, Unknown or Status is a macro: include zamclientlib before the header that defines it, or #undef it"
+#endif
+
 #include <apigen/Export.h>
+#include <apigen/Fields.h>
 #include <apigen/Optional.h>
 
+#include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace zamclientlib APIGEN_API {
@@ -100,7 +111,7 @@ enum class SharedFolderType : int {
     Smb = 2
 };
 
-/// A set of week days: one bit a day, combined with `|` on the integers. Bit 0 is Monday.
+/// A set of week days: one bit a day, combined with `|` (see `SetOf`). Bit 0 is Monday.
 enum class DaysOfWeek : int {
     None = 0,
     Monday = 1 << 0,
@@ -113,7 +124,7 @@ enum class DaysOfWeek : int {
     EveryDay = (1 << 7) - 1,
 };
 
-/// A set of months: one bit a month, combined with `|` on the integers. Bit 0 is January.
+/// A set of months: one bit a month, combined with `|` (see `SetOf`). Bit 0 is January.
 enum class MonthType : int {
     None = 0,
     January = 1 << 0,
@@ -383,16 +394,116 @@ enum class EIndexingDependency : int {
     Gzip = 3
 };
 
-/// The member's name, "Working" for instance; empty for a value that names no member.
+/// Says to the encoders that they know the types of this namespace.
+template <class T>
+std::true_type HasEncoders(const T*);
+
+/// True for the enumerations above.
+template <class Enum>
+inline constexpr bool IsEnumeration = std::is_enum_v<Enum>&& apigen::detail::IsOfAnApi<Enum>;
+
+/// True for those whose members are bits of a set.
+template <class Enum>
+inline constexpr bool IsSetOfBits = std::is_same_v<Enum, DaysOfWeek> || std::is_same_v<Enum, MonthType>;
+
+namespace detail {
+/// Defined and instantiated in the library.
 template <class Enum>
 std::string_view NameOf(Enum value);
+template <class Enum>
+apigen::Optional<Enum> MemberNamed(std::string_view name);
+template <class Enum>
+const std::vector<Enum>& MembersOf();
+template <class Enum>
+std::string NamesOf(unsigned int set);
+template <class Enum>
+apigen::Optional<unsigned int> SetNamed(std::string_view names);
+}  // namespace detail
+
+/// The member's name, "Working" for instance; empty for a value that names no member.
+template <class Enum>
+[[nodiscard]] std::string_view NameOf(Enum value) {
+    static_assert(IsEnumeration<Enum>, "zamclientlib::NameOf: not an enumeration of Enums.h");
+    return detail::NameOf(value);
+}
 
 /// The member called `name` (case-sensitive); empty when there is none.
 template <class Enum>
-apigen::Optional<Enum> MemberNamed(std::string_view name);
+[[nodiscard]] apigen::Optional<Enum> MemberNamed(std::string_view name) {
+    static_assert(IsEnumeration<Enum>, "zamclientlib::MemberNamed: not an enumeration of Enums.h");
+    return detail::MemberNamed<Enum>(name);
+}
 
 /// Every member, in ascending order of its value.
 template <class Enum>
-const std::vector<Enum>& MembersOf();
+[[nodiscard]] const std::vector<Enum>& MembersOf() {
+    static_assert(IsEnumeration<Enum>, "zamclientlib::MembersOf: not an enumeration of Enums.h");
+    return detail::MembersOf<Enum>();
+}
+
+/// The set of these days, or months, as `SCalendarInfo` has it. Of two or more, `|` makes the same.
+template <class Enum, class... More>
+[[nodiscard]] constexpr unsigned int SetOf(Enum member, More... more) {
+    static_assert(IsSetOfBits<Enum> && (std::is_same_v<Enum, More> && ...),
+                  "zamclientlib::SetOf: neither days of the week nor months");
+    return (static_cast<unsigned int>(member) | ... | static_cast<unsigned int>(more));
+}
+
+/// The names in a set, "Monday|Friday" for instance; that of the whole set, or of none, when it has one. Bits
+/// without a name stand behind the names as one number, "Monday|128".
+template <class Enum>
+[[nodiscard]] std::string NamesOf(unsigned int set) {
+    static_assert(IsSetOfBits<Enum>, "zamclientlib::NamesOf: neither days of the week nor months");
+    return detail::NamesOf<Enum>(set);
+}
+
+/// The set of these names (case-sensitive), parted by `|` or `,`, with blanks around them or not. Empty when one
+/// of them is no name.
+template <class Enum>
+[[nodiscard]] apigen::Optional<unsigned int> SetNamed(std::string_view names) {
+    static_assert(IsSetOfBits<Enum>, "zamclientlib::SetNamed: neither days of the week nor months");
+    return detail::SetNamed<Enum>(names);
+}
+
+/// Members and sets of bits together; a member in a set: `(calendar.Days & DaysOfWeek::Monday) != 0`.
+template <class Enum, std::enable_if_t<IsSetOfBits<Enum>, int> = 0>
+[[nodiscard]] constexpr unsigned int operator|(Enum left, Enum right) {
+    return SetOf(left, right);
+}
+/// \overload
+template <class Enum, std::enable_if_t<IsSetOfBits<Enum>, int> = 0>
+[[nodiscard]] constexpr unsigned int operator|(unsigned int left, Enum right) {
+    return left | SetOf(right);
+}
+/// \overload
+template <class Enum, std::enable_if_t<IsSetOfBits<Enum>, int> = 0>
+[[nodiscard]] constexpr unsigned int operator|(Enum left, unsigned int right) {
+    return SetOf(left) | right;
+}
+/// \overload
+template <class Enum, std::enable_if_t<IsSetOfBits<Enum>, int> = 0>
+[[nodiscard]] constexpr unsigned int operator&(Enum left, Enum right) {
+    return SetOf(left) & SetOf(right);
+}
+/// \overload
+template <class Enum, std::enable_if_t<IsSetOfBits<Enum>, int> = 0>
+[[nodiscard]] constexpr unsigned int operator&(unsigned int left, Enum right) {
+    return left & SetOf(right);
+}
+/// \overload
+template <class Enum, std::enable_if_t<IsSetOfBits<Enum>, int> = 0>
+[[nodiscard]] constexpr unsigned int operator&(Enum left, unsigned int right) {
+    return SetOf(left) & right;
+}
+/// \overload
+template <class Enum, std::enable_if_t<IsSetOfBits<Enum>, int> = 0>
+constexpr unsigned int& operator|=(unsigned int& set, Enum member) {
+    return set |= SetOf(member);
+}
+/// \overload
+template <class Enum, std::enable_if_t<IsSetOfBits<Enum>, int> = 0>
+constexpr unsigned int& operator&=(unsigned int& set, Enum member) {
+    return set &= SetOf(member);
+}
 
 }  // namespace zamclientlib

@@ -17,7 +17,7 @@ namespace zamclientlib APIGEN_API {
 
 /// How to reach the event source.
 struct SEventConfigV1 {
-    std::string socketPath;  ///< of a Unix-domain stream socket
+    std::string socketPath{};  ///< of a Unix-domain stream socket
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -27,7 +27,7 @@ struct SEventConfigV1 {
 
 /// How to reach the event source, by version of the event protocol.
 struct SEventConfig {
-    apigen::Optional<SEventConfigV1> v1;  ///< absent when the agent offers none
+    apigen::Optional<SEventConfigV1> v1{};  ///< absent when the agent offers none
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -37,8 +37,8 @@ struct SEventConfig {
 
 /// A job was created.
 struct SEventBackupJobCreated {
-    apigen::Guid JobId;
-    std::string Username;  ///< who caused it
+    apigen::Guid JobId{};
+    std::string Username{};  ///< who caused it
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -49,8 +49,8 @@ struct SEventBackupJobCreated {
 
 /// A job was deleted.
 struct SEventBackupJobDeleted {
-    apigen::Guid JobId;
-    std::string Username;  ///< who caused it
+    apigen::Guid JobId{};
+    std::string Username{};  ///< who caused it
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -61,8 +61,8 @@ struct SEventBackupJobDeleted {
 
 /// A job was changed.
 struct SEventBackupJobModified {
-    apigen::Guid JobId;
-    std::string Username;  ///< who caused it
+    apigen::Guid JobId{};
+    std::string Username{};  ///< who caused it
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -73,8 +73,8 @@ struct SEventBackupJobModified {
 
 /// A job's source was changed.
 struct SEventBackupSourceUpdated {
-    apigen::Guid JobId;
-    std::string Username;  ///< who caused it
+    apigen::Guid JobId{};
+    std::string Username{};  ///< who caused it
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -85,8 +85,8 @@ struct SEventBackupSourceUpdated {
 
 /// A job's backup mode was changed.
 struct SEventBackupModeChanged {
-    apigen::Guid JobId;
-    std::string Username;  ///< who caused it
+    apigen::Guid JobId{};
+    std::string Username{};  ///< who caused it
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -97,8 +97,8 @@ struct SEventBackupModeChanged {
 
 /// A session of a job ended.
 struct SEventBackupJobFinished {
-    apigen::Guid JobId;
-    apigen::Guid SessionId;
+    apigen::Guid JobId{};
+    apigen::Guid SessionId{};
     JobSessionTaskStatus Status{};
     JobBackupMode JobMode{};
 
@@ -113,9 +113,9 @@ struct SEventBackupJobFinished {
 
 /// A session of a job started.
 struct SEventBackupJobStarted {
-    apigen::Guid JobId;
-    apigen::Guid SessionId;
-    std::string Username;
+    apigen::Guid JobId{};
+    apigen::Guid SessionId{};
+    std::string Username{};
     JobBackupMode JobMode{};
 
     template <class Visitor>
@@ -129,8 +129,8 @@ struct SEventBackupJobStarted {
 
 /// A session of a job is tried again.
 struct SEventBackupJobRetried {
-    apigen::Guid JobId;
-    apigen::Guid SessionId;
+    apigen::Guid JobId{};
+    apigen::Guid SessionId{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -143,17 +143,17 @@ struct SEventBackupJobRetried {
 struct SBaseEvent {
     EEventType Type{};
     unsigned long Id = 0;  ///< ascending
-    SDateTime CreateTimeUTC;
+    SDateTime CreateTimeUTC{};
     EEventSourceType SourceType{};
-    apigen::Guid ControlSessionId;  ///< the control session that raised it
-    apigen::Optional<SEventBackupJobCreated> eventBackupJobCreated;
-    apigen::Optional<SEventBackupJobDeleted> eventBackupJobDeleted;
-    apigen::Optional<SEventBackupJobModified> eventBackupJobModified;
-    apigen::Optional<SEventBackupSourceUpdated> eventBackupSourceUpdated;
-    apigen::Optional<SEventBackupModeChanged> eventBackupModeChanged;
-    apigen::Optional<SEventBackupJobFinished> eventBackupJobFinished;
-    apigen::Optional<SEventBackupJobStarted> eventBackupJobStarted;
-    apigen::Optional<SEventBackupJobRetried> eventBackupJobRetried;
+    apigen::Guid ControlSessionId{};  ///< the control session that raised it
+    apigen::Optional<SEventBackupJobCreated> eventBackupJobCreated{};
+    apigen::Optional<SEventBackupJobDeleted> eventBackupJobDeleted{};
+    apigen::Optional<SEventBackupJobModified> eventBackupJobModified{};
+    apigen::Optional<SEventBackupSourceUpdated> eventBackupSourceUpdated{};
+    apigen::Optional<SEventBackupModeChanged> eventBackupModeChanged{};
+    apigen::Optional<SEventBackupJobFinished> eventBackupJobFinished{};
+    apigen::Optional<SEventBackupJobStarted> eventBackupJobStarted{};
+    apigen::Optional<SEventBackupJobRetried> eventBackupJobRetried{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {

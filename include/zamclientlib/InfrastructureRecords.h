@@ -17,7 +17,7 @@ namespace zamclientlib APIGEN_API {
 
 /// One network endpoint. Not validated here: the service judges addresses and ports.
 struct SServerConnectionInfo {
-    std::string Address;
+    std::string Address{};
     int Port = 0;
 
     template <class Visitor>
@@ -29,7 +29,7 @@ struct SServerConnectionInfo {
 
 /// A gateway of a cloud service provider.
 struct SGatewayInfo {
-    SServerConnectionInfo Connection;
+    SServerConnectionInfo Connection{};
     unsigned short Priority = 0;  ///< the lowest number goes first
 
     template <class Visitor>
@@ -42,10 +42,10 @@ struct SGatewayInfo {
 /// A network shared folder that serves as a repository.
 struct SSharedFolderInfo {
     SharedFolderType FolderType{};
-    std::string Directory;
-    std::string Username;
-    std::string Domain;
-    apigen::Optional<std::string> Password;
+    std::string Directory{};
+    std::string Username{};
+    std::string Domain{};
+    apigen::Optional<std::string> Password{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -59,13 +59,13 @@ struct SSharedFolderInfo {
 
 /// A place for backups.
 struct SBackupRepositoryInfo {
-    apigen::Guid Id;
-    std::string Name;
-    apigen::Optional<std::string> OriginalName;
+    apigen::Guid Id{};
+    std::string Name{};
+    apigen::Optional<std::string> OriginalName{};
     BackupTargetType Type{};
-    std::string Location;  ///< a path, for what is a folder
-    apigen::Optional<apigen::Guid> ServerId;
-    apigen::Optional<SSharedFolderInfo> SharedFolderInfo;
+    std::string Location{};  ///< a path, for what is a folder
+    apigen::Optional<apigen::Guid> ServerId{};
+    apigen::Optional<SSharedFolderInfo> SharedFolderInfo{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -93,12 +93,12 @@ struct SBackupRepositorySizeInfo {
 
 /// A backup server that the agent talks to.
 struct SBackupServerInfo {
-    apigen::Guid Id;
-    std::string Name;
-    std::vector<SServerConnectionInfo> Connection;
-    std::string Username;
-    std::string Domain;
-    apigen::Optional<std::string> Password;
+    apigen::Guid Id{};
+    std::string Name{};
+    std::vector<SServerConnectionInfo> Connection{};
+    std::string Username{};
+    std::string Domain{};
+    apigen::Optional<std::string> Password{};
     bool OnlyForRestore = false;  ///< backups may be read from it, not written to it
 
     template <class Visitor>
@@ -115,7 +115,7 @@ struct SBackupServerInfo {
 
 /// A provider's credential with its kind.
 struct SCloudServiceProviderPassword {
-    std::string Value;  ///< the secret itself
+    std::string Value{};  ///< the secret itself
     ECloudServiceProviderPasswordType Type{};
 
     template <class Visitor>
@@ -127,12 +127,12 @@ struct SCloudServiceProviderPassword {
 
 /// A cloud service provider.
 struct SCloudServiceProviderInfo {
-    apigen::Guid Id;
-    std::string Name;
-    std::vector<SServerConnectionInfo> Connection;
-    std::string Username;
-    apigen::Optional<SCloudServiceProviderPassword> Password;
-    std::string TrustedThumbprint;  ///< of the provider's certificate, as the service writes it
+    apigen::Guid Id{};
+    std::string Name{};
+    std::vector<SServerConnectionInfo> Connection{};
+    std::string Username{};
+    apigen::Optional<SCloudServiceProviderPassword> Password{};
+    std::string TrustedThumbprint{};  ///< of the provider's certificate, as the service writes it
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {

@@ -23,7 +23,8 @@ namespace zamclientlib APIGEN_API {
 class IPackageManager {
 public:
     /// The package, or empty when it is not installed.
-    virtual apigen::Optional<SPackageInfo> FindInstalledPackage(std::string packageName) const = 0;
+    [[nodiscard]] virtual apigen::Optional<SPackageInfo> FindInstalledPackage(
+        std::string packageName) const = 0;
 
     /// Installs packages from local files. (The name's spelling is part of the wire.)
     /// \throws CPackageManagerIsLocked when another program holds the package system.
@@ -38,7 +39,7 @@ public:
     virtual void RemovePackages(std::vector<std::string> pkgNames) const = 0;
 
     /// The name of the package in a package file.
-    virtual std::string GetPackageNameFromFile(std::string pkgPath) const = 0;
+    [[nodiscard]] virtual std::string GetPackageNameFromFile(std::string pkgPath) const = 0;
 
     virtual ~IPackageManager() = default;
 };
@@ -46,8 +47,8 @@ public:
 /// A service of the host's service manager.
 class IService {
 public:
-    virtual std::string GetName() const = 0;
-    virtual EServiceStatus GetServiceStatus() const = 0;
+    [[nodiscard]] virtual std::string GetName() const = 0;
+    [[nodiscard]] virtual EServiceStatus GetServiceStatus() const = 0;
 
     /// Starts the service and returns once it runs.
     virtual void Start() = 0;
@@ -62,14 +63,14 @@ public:
 class IZAMDeployer {
 public:
     /// Version of the installed agent; all zeros when none is installed.
-    virtual SVersion GetAgentVersion() const = 0;
+    [[nodiscard]] virtual SVersion GetAgentVersion() const = 0;
 
     /// Version of the installed driver; all zeros when none is installed.
-    virtual SVersion GetDriverVersion() const = 0;
+    [[nodiscard]] virtual SVersion GetDriverVersion() const = 0;
 
-    virtual bool IsSystemSupportedByProduct(std::string packageIndexXmlPath) const = 0;
-    virtual SInstallationInfo GetInstallationInfo(std::string packageIndexXmlPath) const = 0;
-    virtual bool IsProductInstalled() const = 0;
+    [[nodiscard]] virtual bool IsSystemSupportedByProduct(std::string packageIndexXmlPath) const = 0;
+    [[nodiscard]] virtual SInstallationInfo GetInstallationInfo(std::string packageIndexXmlPath) const = 0;
+    [[nodiscard]] virtual bool IsProductInstalled() const = 0;
 
     /// Removes the product's packages.
     virtual void Uninstall() = 0;
@@ -80,21 +81,21 @@ public:
 /// Root of the installer's objects.
 class ITarvoInstaller {
 public:
-    virtual SSystemInformation GetSystemInformation() const = 0;
+    [[nodiscard]] virtual SSystemInformation GetSystemInformation() const = 0;
 
     /// Whether the tool can manage this host.
-    virtual bool IsSystemSupported() const = 0;
+    [[nodiscard]] virtual bool IsSystemSupported() const = 0;
 
-    virtual SVersion GetToolVersion() const = 0;
-    virtual std::shared_ptr<IPackageManager> GetPackageManager() = 0;
+    [[nodiscard]] virtual SVersion GetToolVersion() const = 0;
+    [[nodiscard]] virtual std::shared_ptr<IPackageManager> GetPackageManager() = 0;
 
     /// The service called `serviceName`, or an empty pointer when the host has none.
-    virtual std::shared_ptr<IService> FindService(std::string serviceName) = 0;
+    [[nodiscard]] virtual std::shared_ptr<IService> FindService(std::string serviceName) = 0;
 
     /// The agent's own service, or an empty pointer when the host has none.
-    virtual std::shared_ptr<IService> GetZAMService() = 0;
+    [[nodiscard]] virtual std::shared_ptr<IService> GetZAMService() = 0;
 
-    virtual std::shared_ptr<IZAMDeployer> GetZAMDeployer() = 0;
+    [[nodiscard]] virtual std::shared_ptr<IZAMDeployer> GetZAMDeployer() = 0;
 
     virtual ~ITarvoInstaller() = default;
 };

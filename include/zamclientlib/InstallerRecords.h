@@ -15,10 +15,10 @@ namespace zamclientlib APIGEN_API {
 
 /// One network interface of the host.
 struct SEthInterfaceInfo {
-    std::string Name;
+    std::string Name{};
     EthInterfaceStatus Status{};
-    std::string MacAddress;                ///< six octets, "52:54:00:12:34:56"; empty where there is none
-    std::vector<std::string> IpAddresses;  ///< IPv4 and IPv6, without prefix lengths
+    std::string MacAddress{};                ///< six octets, "52:54:00:12:34:56"; empty where there is none
+    std::vector<std::string> IpAddresses{};  ///< IPv4 and IPv6, without prefix lengths
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -31,18 +31,18 @@ struct SEthInterfaceInfo {
 
 /// A description of the host.
 struct SSystemInformation {
-    apigen::Guid SystemUID;  ///< the operating system installation
-    apigen::Guid BiosUID;    ///< the machine, from its firmware; zero where it tells none
-    std::string OsName;      ///< "Debian GNU/Linux 12 (bookworm)"
-    std::string OsId;        ///< "debian"
-    SVersion OsVersion;
-    std::string OsCodeName;       ///< "bookworm"
-    std::string OsKernelVersion;  ///< the kernel's release text, "6.1.0-18-amd64"
+    apigen::Guid SystemUID{};  ///< the operating system installation
+    apigen::Guid BiosUID{};    ///< the machine, from its firmware; zero where it tells none
+    std::string OsName{};      ///< "Debian GNU/Linux 12 (bookworm)"
+    std::string OsId{};        ///< "debian"
+    SVersion OsVersion{};
+    std::string OsCodeName{};       ///< "bookworm"
+    std::string OsKernelVersion{};  ///< the kernel's release text, "6.1.0-18-amd64"
     EOsType OsType{};
     OSHardwarePlatform OsHardwarePlatform{};
-    std::string HostName;
-    std::vector<SEthInterfaceInfo> NetworkInterfaces;
-    std::string FQDN;
+    std::string HostName{};
+    std::vector<SEthInterfaceInfo> NetworkInterfaces{};
+    std::string FQDN{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -63,8 +63,8 @@ struct SSystemInformation {
 
 /// What a package index offers this host.
 struct SInstallationInfo {
-    SVersion PackagesVersion;
-    std::vector<std::string> PackageForInstall;
+    SVersion PackagesVersion{};
+    std::vector<std::string> PackageForInstall{};
     bool IsKmodDriver = false;  ///< the driver comes as a kernel module
     bool IsInstallationSupported = false;
 
@@ -79,9 +79,9 @@ struct SInstallationInfo {
 
 /// An installed package.
 struct SPackageInfo {
-    std::string Name;
-    std::string Description;
-    std::string VersionRaw;  ///< as the package system writes it, "1:2.3-4+deb12u1"
+    std::string Name{};
+    std::string Description{};
+    std::string VersionRaw{};  ///< as the package system writes it, "1:2.3-4+deb12u1"
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {

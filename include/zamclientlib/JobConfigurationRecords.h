@@ -19,9 +19,9 @@ namespace zamclientlib APIGEN_API {
 
 /// An account that a job uses.
 struct SCredentials {
-    std::string Login;
-    std::string Domain;
-    apigen::Optional<std::string> Password;
+    std::string Login{};
+    std::string Domain{};
+    apigen::Optional<std::string> Password{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -34,11 +34,11 @@ struct SCredentials {
 /// What a job backs up.
 struct SBackupSourceInfo {
     JobBackupMode BackupMode{};
-    std::vector<SVolumeBackupObject> Objects;
-    std::vector<std::string> IncludeDirs;
-    std::vector<std::string> ExcludeDirs;
-    std::vector<std::string> IncludeMasks;  ///< file name patterns, "*.txt" for instance
-    std::vector<std::string> ExcludeMasks;
+    std::vector<SVolumeBackupObject> Objects{};
+    std::vector<std::string> IncludeDirs{};
+    std::vector<std::string> ExcludeDirs{};
+    std::vector<std::string> IncludeMasks{};  ///< file name patterns, "*.txt" for instance
+    std::vector<std::string> ExcludeMasks{};
     bool shouldBackupUsbDrives = false;
     bool shouldBackupUserProfiles = false;
 
@@ -57,8 +57,8 @@ struct SBackupSourceInfo {
 
 /// Encryption of the backup data.
 struct SEncryptionSettings {
-    apigen::Optional<std::string> Password;
-    std::string PasswordHint;
+    apigen::Optional<std::string> Password{};
+    std::string PasswordHint{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -72,7 +72,7 @@ struct SBackupStorageInfo {
     JobCompressionLevel CompressionLevel{};
     EKbBlockSize BlockSize{};
     ESnapshotMode snapshotMode{};
-    apigen::Optional<SEncryptionSettings> EncryptionSettings;
+    apigen::Optional<SEncryptionSettings> EncryptionSettings{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -86,8 +86,8 @@ struct SBackupStorageInfo {
 /// Which files the backup's index lists.
 struct SBackupIndexingInfo {
     BackupIndexingType IndexingType{};
-    std::vector<std::string> IncludedFolders;
-    std::vector<std::string> ExcludedFolders;
+    std::vector<std::string> IncludedFolders{};
+    std::vector<std::string> ExcludedFolders{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -99,12 +99,12 @@ struct SBackupIndexingInfo {
 
 /// Scripts that run around the job and around its snapshot; an empty path means none.
 struct SBackupJobScriptInfo {
-    std::string PreJobScript;
-    std::string PostJobScript;
-    std::string PreFreezeScript;
-    std::string PostThawScript;
+    std::string PreJobScript{};
+    std::string PostJobScript{};
+    std::string PreFreezeScript{};
+    std::string PostThawScript{};
     bool IgnoreSnapshotScriptsFailures = false;
-    STimeSpan ExecutionTimeout;  ///< of each script
+    STimeSpan ExecutionTimeout{};  ///< of each script
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -119,8 +119,8 @@ struct SBackupJobScriptInfo {
 
 /// How long restore points are kept.
 struct SBackupJobRetentionInfo {
-    int RestorePointsCount = 0;                  ///< the newest so many are kept
-    apigen::Optional<unsigned long> RetainDays;  ///< restore points younger than this are kept
+    int RestorePointsCount = 0;                    ///< the newest so many are kept
+    apigen::Optional<unsigned long> RetainDays{};  ///< restore points younger than this are kept
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -150,7 +150,7 @@ struct SCalendarInfo {
 /// When a run makes an active full backup.
 struct SActiveFullScheduleInfo {
     bool IsEnabled = false;
-    SCalendarInfo Calendar;
+    SCalendarInfo Calendar{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -162,9 +162,9 @@ struct SActiveFullScheduleInfo {
 /// When a job runs by itself.
 struct SBackupScheduleInfo {
     bool IsEnabled = false;
-    STimeSpan TimeOfDay;  ///< since local midnight
-    SCalendarInfo Calendar;
-    SActiveFullScheduleInfo ActiveFullSchedule;
+    STimeSpan TimeOfDay{};  ///< since local midnight
+    SCalendarInfo Calendar{};
+    SActiveFullScheduleInfo ActiveFullSchedule{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -192,8 +192,8 @@ struct SOracleArchivedLogsTruncationConfig {
 /// Processing of Oracle databases.
 struct SOracleInfo {
     EAapType ProcessingType{};
-    SCredentials Credentials;
-    SOracleArchivedLogsTruncationConfig TruncationConfig;
+    SCredentials Credentials{};
+    SOracleArchivedLogsTruncationConfig TruncationConfig{};
     bool UseOracleCredential = false;
 
     template <class Visitor>
@@ -208,9 +208,9 @@ struct SOracleInfo {
 /// Processing of MySQL databases.
 struct SMySQLInfo {
     EAapType ProcessingType{};
-    apigen::Optional<SCredentials> Credentials;
+    apigen::Optional<SCredentials> Credentials{};
     EMySQLAuthType AuthType{};
-    apigen::Optional<std::string> PasswordFilePath;
+    apigen::Optional<std::string> PasswordFilePath{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -224,7 +224,7 @@ struct SMySQLInfo {
 /// Processing of PostgreSQL databases.
 struct SPostgreSQLInfo {
     EAapType ProcessingType{};
-    SCredentials Credentials;
+    SCredentials Credentials{};
     EPostgreSQLAuthType AuthType{};
 
     template <class Visitor>
@@ -237,9 +237,9 @@ struct SPostgreSQLInfo {
 
 /// Application-aware processing; each kind of database is present only when it is configured.
 struct SAapInfo {
-    apigen::Optional<SOracleInfo> OracleInfo;
-    apigen::Optional<SMySQLInfo> MySQLInfo;
-    apigen::Optional<SPostgreSQLInfo> PostgreSQLInfo;
+    apigen::Optional<SOracleInfo> OracleInfo{};
+    apigen::Optional<SMySQLInfo> MySQLInfo{};
+    apigen::Optional<SPostgreSQLInfo> PostgreSQLInfo{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -263,17 +263,17 @@ struct SRetriesInfo {
 
 /// The complete definition of a backup job.
 struct SBackupJobConfigurationInfo {
-    std::string JobName;
-    SBackupSourceInfo Source;
-    apigen::Guid RepositoryId;  ///< where the backups go
-    SBackupStorageInfo StorageInfo;
-    SBackupIndexingInfo IndexingInfo;
-    apigen::Optional<SBackupJobScriptInfo> ScriptInfo;
-    SBackupJobRetentionInfo RetentionInfo;
-    SBackupScheduleInfo ScheduleInfo;
-    SAapInfo AapInfo;
-    std::string UserData;  ///< kept with the job for the caller, never interpreted
-    apigen::Optional<SRetriesInfo> RetriesInfo;
+    std::string JobName{};
+    SBackupSourceInfo Source{};
+    apigen::Guid RepositoryId{};  ///< where the backups go
+    SBackupStorageInfo StorageInfo{};
+    SBackupIndexingInfo IndexingInfo{};
+    apigen::Optional<SBackupJobScriptInfo> ScriptInfo{};
+    SBackupJobRetentionInfo RetentionInfo{};
+    SBackupScheduleInfo ScheduleInfo{};
+    SAapInfo AapInfo{};
+    std::string UserData{};  ///< kept with the job for the caller, never interpreted
+    apigen::Optional<SRetriesInfo> RetriesInfo{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {

@@ -19,10 +19,10 @@ namespace zamclientlib APIGEN_API {
 
 /// Identity of the product behind `IZamProduct`.
 struct SZamProductInfo {
-    apigen::Guid InstanceGuid;
-    apigen::Guid ProductId;
-    std::string Name;
-    std::string Version;  ///< free text
+    apigen::Guid InstanceGuid{};
+    apigen::Guid ProductId{};
+    std::string Name{};
+    std::string Version{};  ///< free text
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -35,8 +35,8 @@ struct SZamProductInfo {
 
 /// Who holds control of the agent.
 struct SZamControlOwnerInfo {
-    apigen::Guid Id;
-    std::string Name;
+    apigen::Guid Id{};
+    std::string Name{};
     ZAMOwnerType Type{};
     ZAMOwnerMode Mode{};
 
@@ -51,10 +51,10 @@ struct SZamControlOwnerInfo {
 
 /// A short description of a job.
 struct SBackupJobInfo {
-    apigen::Guid Id;
-    std::string Name;
+    apigen::Guid Id{};
+    std::string Name{};
     bool Enabled = false;
-    apigen::Optional<SDateTime> LastBackupTimeUtc;
+    apigen::Optional<SDateTime> LastBackupTimeUtc{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -67,10 +67,10 @@ struct SBackupJobInfo {
 
 /// Options of a manual job start; an absent one means that the job's own setting applies.
 struct SJobStartOptions {
-    apigen::Optional<EJobStartRetriesMode> Retries;
-    apigen::Optional<EJobStartPriorityMode> Priority;
-    apigen::Optional<EJobStartActiveFullMode> ActiveFull;
-    apigen::Optional<EJobStartSnapshotMode> SnapshotMode;
+    apigen::Optional<EJobStartRetriesMode> Retries{};
+    apigen::Optional<EJobStartPriorityMode> Priority{};
+    apigen::Optional<EJobStartActiveFullMode> ActiveFull{};
+    apigen::Optional<EJobStartSnapshotMode> SnapshotMode{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -83,7 +83,7 @@ struct SJobStartOptions {
 
 /// One finding of the check of a job's configuration.
 struct SCheckJobValidityMessage {
-    std::string Message;
+    std::string Message{};
     ELogDetailType MessageType{};
 
     template <class Visitor>
@@ -95,7 +95,7 @@ struct SCheckJobValidityMessage {
 
 /// One object of a job's source, a volume or a directory for instance.
 struct SVolumeBackupObject {
-    std::string Object;
+    std::string Object{};
     EVolumeBackupObjectType Type{};
 
     template <class Visitor>
@@ -107,9 +107,9 @@ struct SVolumeBackupObject {
 
 /// What a user's input was resolved to.
 struct SResolveObjectInfo {
-    std::string SourceInput;
-    std::string DisplayName;
-    std::string ResolveDetails;
+    std::string SourceInput{};
+    std::string DisplayName{};
+    std::string ResolveDetails{};
     EVolumeBackupObjectType ObjectType{};
 
     template <class Visitor>
@@ -124,8 +124,8 @@ struct SResolveObjectInfo {
 /// One line of a session's log.
 struct SLogDetail {
     ELogDetailType Type{};
-    apigen::Guid Usn;  ///< names the line; unlike the session's number of that name
-    std::string Message;
+    apigen::Guid Usn{};  ///< names the line; unlike the session's number of that name
+    std::string Message{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -151,17 +151,17 @@ struct SJobSessionRetriesInfo {
 
 /// The full state of one run of a job. The load figures are percentages.
 struct SBackupJobSessionInfo {
-    apigen::Guid Uid;      ///< the session
-    apigen::Guid JobUid;   ///< its job
-    apigen::Guid PointId;  ///< the restore point that it makes
-    apigen::Guid OibId;    ///< the object in that restore point
-    long Usn = 0;          ///< grows with every change of a session
-    std::string JobName;
-    std::vector<SLogDetail> JobDetails;
+    apigen::Guid Uid{};      ///< the session
+    apigen::Guid JobUid{};   ///< its job
+    apigen::Guid PointId{};  ///< the restore point that it makes
+    apigen::Guid OibId{};    ///< the object in that restore point
+    long Usn = 0;            ///< grows with every change of a session
+    std::string JobName{};
+    std::vector<SLogDetail> JobDetails{};
     JobState State{};
     JobResult Result{};
-    SDateTime StartTimeUtc;
-    SDateTime EndTimeUtc;
+    SDateTime StartTimeUtc{};
+    SDateTime EndTimeUtc{};
     JobSessionAlgorithm SessionAlgorithm{};
     int SourceLoad = 0;
     int ProxyLoad = 0;
@@ -174,11 +174,11 @@ struct SBackupJobSessionInfo {
     long TransferredSizeBytes = 0;
     long ProcessingRateByteInSec = 0;  ///< in bytes a second
     JobType TypeOfJob{};
-    apigen::Guid OriginalSessionId;       ///< the first attempt, when this is a retry
+    apigen::Guid OriginalSessionId{};     ///< the first attempt, when this is a retry
     unsigned short PercentCompleted = 0;  ///< 0 to 100
-    std::string BackupDestination;
-    apigen::Optional<SBackupRepositorySizeInfo> RepositorySizeInfo;
-    apigen::Optional<SJobSessionRetriesInfo> RetriesInfo;
+    std::string BackupDestination{};
+    apigen::Optional<SBackupRepositorySizeInfo> RepositorySizeInfo{};
+    apigen::Optional<SJobSessionRetriesInfo> RetriesInfo{};
 
     template <class Visitor>
     static constexpr void Fields(Visitor&& field) {
@@ -215,8 +215,8 @@ struct SBackupJobSessionInfo {
 
 /// One restore point.
 struct SRestoreOib {
-    apigen::Guid Id;
-    SDateTime CreationTimeUtc;
+    apigen::Guid Id{};
+    SDateTime CreationTimeUtc{};
     unsigned long ApproxSize = 0;   ///< of the source, in bytes
     unsigned long StorageSize = 0;  ///< in the repository, in bytes
     RestorePointType Type{};

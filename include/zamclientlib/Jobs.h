@@ -22,7 +22,7 @@ using usn_t = long;
 /// One run of a job.
 class IBackupJobSession {
 public:
-    virtual SBackupJobSessionInfo GetInfo() const = 0;
+    [[nodiscard]] virtual SBackupJobSessionInfo GetInfo() const = 0;
 
     /// Asks the run to stop.
     /// \param message kept in the session's log
@@ -35,8 +35,8 @@ public:
 /// One backup job.
 class IBackupJob {
 public:
-    virtual SBackupJobInfo GetInfo() const = 0;
-    virtual SJobStartOptions GetDefaultJobStartOptions() const = 0;
+    [[nodiscard]] virtual SBackupJobInfo GetInfo() const = 0;
+    [[nodiscard]] virtual SJobStartOptions GetDefaultJobStartOptions() const = 0;
 
     /// Starts a run.
     /// \throws CJobIsRunning when the job runs already
@@ -48,31 +48,32 @@ public:
     /// \return what the service answers
     virtual bool Disable() = 0;
 
-    virtual SBackupJobConfigurationInfo GetConfigurationInfo() const = 0;
+    [[nodiscard]] virtual SBackupJobConfigurationInfo GetConfigurationInfo() const = 0;
 
     /// Replaces the whole definition.
     /// \throws CJobIsRunning
     virtual void UpdateConfigurationInfo(SBackupJobConfigurationInfo configInfo) = 0;
 
     /// The findings of a check of the definition; empty when all is well.
-    virtual std::vector<SCheckJobValidityMessage> CheckValidity() const = 0;
+    [[nodiscard]] virtual std::vector<SCheckJobValidityMessage> CheckValidity() const = 0;
 
-    virtual std::string GetUserData() const = 0;
+    [[nodiscard]] virtual std::string GetUserData() const = 0;
 
     /// Keeps a text of the caller's own with the job.
     virtual void SetUserData(std::string userData) = 0;
 
     /// Every session of the job.
-    virtual std::vector<std::shared_ptr<IBackupJobSession>> GetBackupJobSessions() const = 0;
+    [[nodiscard]] virtual std::vector<std::shared_ptr<IBackupJobSession>> GetBackupJobSessions() const = 0;
 
     /// The sessions that the service lists for `usn`: those changed since, for instance.
-    virtual std::vector<std::shared_ptr<IBackupJobSession>> GetBackupJobSessions(usn_t usn) const = 0;
+    [[nodiscard]] virtual std::vector<std::shared_ptr<IBackupJobSession>> GetBackupJobSessions(
+        usn_t usn) const = 0;
 
     /// The newest session, or an empty pointer when the job has not run.
-    virtual std::shared_ptr<IBackupJobSession> FindLastBackupJobSession() const = 0;
+    [[nodiscard]] virtual std::shared_ptr<IBackupJobSession> FindLastBackupJobSession() const = 0;
 
     /// The restore points.
-    virtual std::vector<SRestoreOib> GetOibsForRestore() const = 0;
+    [[nodiscard]] virtual std::vector<SRestoreOib> GetOibsForRestore() const = 0;
 
     virtual ~IBackupJob() = default;
 };

@@ -18,18 +18,20 @@ namespace zamclientlib APIGEN_API {
 class IRepositoryManager {
 public:
     /// \return the repository as the service has it, with its id
-    virtual SBackupRepositoryInfo CreateRepository(SBackupRepositoryInfo info) = 0;
+    [[nodiscard]] virtual SBackupRepositoryInfo CreateRepository(SBackupRepositoryInfo info) = 0;
 
     /// \return the repository as the service has it now
     virtual SBackupRepositoryInfo UpdateRepository(SBackupRepositoryInfo info) = 0;
 
     virtual void DeleteRepository(apigen::Guid repositoryId) = 0;
-    virtual bool CanBeDeleted(apigen::Guid repositoryId) const = 0;
-    virtual std::vector<SBackupRepositoryInfo> GetRepositories() const = 0;
-    virtual apigen::Optional<SBackupRepositoryInfo> FindRepository(apigen::Guid repositoryId) const = 0;
+    [[nodiscard]] virtual bool CanBeDeleted(apigen::Guid repositoryId) const = 0;
+    [[nodiscard]] virtual std::vector<SBackupRepositoryInfo> GetRepositories() const = 0;
+    [[nodiscard]] virtual apigen::Optional<SBackupRepositoryInfo> FindRepository(
+        apigen::Guid repositoryId) const = 0;
 
     /// Asks the repository for its capacity; may take a while.
-    virtual apigen::Optional<SBackupRepositorySizeInfo> RequestSizeInfo(apigen::Guid repositoryId) const = 0;
+    [[nodiscard]] virtual apigen::Optional<SBackupRepositorySizeInfo> RequestSizeInfo(
+        apigen::Guid repositoryId) const = 0;
 
     virtual ~IRepositoryManager() = default;
 };
@@ -38,7 +40,7 @@ public:
 class IBackupServerManager {
 public:
     /// \return the server as the service has it, with its id
-    virtual SBackupServerInfo AddBackupServer(SBackupServerInfo serverInfo) = 0;
+    [[nodiscard]] virtual SBackupServerInfo AddBackupServer(SBackupServerInfo serverInfo) = 0;
 
     /// \return whether there was such a server
     virtual bool DeleteBackupServer(apigen::Guid backupServerId) = 0;
@@ -46,8 +48,9 @@ public:
     /// Reads the server's list of repositories anew.
     virtual void ResyncBackupServerRepositoriesList(apigen::Guid backupServerId) = 0;
 
-    virtual std::vector<SBackupServerInfo> GetBackupServers() const = 0;
-    virtual apigen::Optional<SBackupServerInfo> FindBackupServer(apigen::Guid backupServerId) const = 0;
+    [[nodiscard]] virtual std::vector<SBackupServerInfo> GetBackupServers() const = 0;
+    [[nodiscard]] virtual apigen::Optional<SBackupServerInfo> FindBackupServer(
+        apigen::Guid backupServerId) const = 0;
     virtual void UpdateBackupServer(SBackupServerInfo serverInfo) = 0;
 
     virtual ~IBackupServerManager() = default;
@@ -57,7 +60,7 @@ public:
 class ICloudServiceProviderManager {
 public:
     /// \return the provider as the service has it, with its id
-    virtual SCloudServiceProviderInfo AddCloudServiceProvider(
+    [[nodiscard]] virtual SCloudServiceProviderInfo AddCloudServiceProvider(
         SCloudServiceProviderInfo serviceProviderInfo) = 0;
 
     /// \return whether there was such a provider
@@ -66,11 +69,11 @@ public:
     /// Reads the provider's list of repositories anew.
     virtual void ResyncCloudRepositoriesList(apigen::Guid cloudServiceProviderId) = 0;
 
-    virtual std::vector<SCloudServiceProviderInfo> GetCloudServiceProviders() const = 0;
-    virtual apigen::Optional<SCloudServiceProviderInfo> FindCloudServiceProvider(
+    [[nodiscard]] virtual std::vector<SCloudServiceProviderInfo> GetCloudServiceProviders() const = 0;
+    [[nodiscard]] virtual apigen::Optional<SCloudServiceProviderInfo> FindCloudServiceProvider(
         apigen::Guid cloudServiceProviderId) const = 0;
     virtual void UpdateCloudServiceProvider(SCloudServiceProviderInfo cloudServiceInfo) = 0;
-    virtual std::vector<SGatewayInfo> GetCloudServiceProviderGateways(
+    [[nodiscard]] virtual std::vector<SGatewayInfo> GetCloudServiceProviderGateways(
         apigen::Guid cloudServiceProviderId) const = 0;
 
     virtual ~ICloudServiceProviderManager() = default;

@@ -8,15 +8,12 @@
 
 namespace zamclientlib APIGEN_API {
 
-namespace detail {
-struct NoVisit {
-    template <class Member>
-    constexpr void operator()(const apigen::FieldInfo& /*info*/, Member /*member*/) const {}
-};
-}  // namespace detail
+/// Says to the encoders that they know the types of this namespace.
+template <class T>
+std::true_type HasEncoders(const T*);
 
 /// Records are equal when all their fields are.
-template <class Record, class = decltype(Record::Fields(detail::NoVisit{}))>
+template <class Record, class = std::enable_if_t<apigen::IsRecord<Record>>>
 bool operator==(const Record& left, const Record& right) {
     bool equal = true;
     Record::Fields(
@@ -25,7 +22,7 @@ bool operator==(const Record& left, const Record& right) {
 }
 
 /// \copydoc operator==
-template <class Record, class = decltype(Record::Fields(detail::NoVisit{}))>
+template <class Record, class = std::enable_if_t<apigen::IsRecord<Record>>>
 bool operator!=(const Record& left, const Record& right) {
     return !(left == right);
 }

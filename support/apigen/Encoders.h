@@ -42,16 +42,6 @@ struct Codec;
 namespace detail {
 
 template <class T>
-concept Record = requires {
-    T::Fields([](const FieldInfo&, auto) {});
-};
-
-template <class T>
-inline constexpr bool IsOptional = false;
-template <class T>
-inline constexpr bool IsOptional<Optional<T>> = true;
-
-template <class T>
 inline constexpr bool IsVector = false;
 template <class T>
 inline constexpr bool IsVector<std::vector<T>> = true;
@@ -231,7 +221,7 @@ void Write(CTextWriter& writer, std::string_view key, const T& value) {
             Write(child, ItemKey, element);
             child.End();
         }
-    } else if constexpr (Record<T>) {
+    } else if constexpr (IsRecord<T>) {
         auto child = writer.Child(key);
         ForEachField(value,
                      [&child](const FieldInfo& info, const auto& field) { Write(child, info.Key, field); });
@@ -280,7 +270,7 @@ void Read(Reader& reader, std::string_view key, T& value) {
             }
         };
         reader.ForEachChild(key, readEntry, &value);
-    } else if constexpr (Record<T>) {
+    } else if constexpr (IsRecord<T>) {
         auto child = reader.Child(key);
         ForEachField(value, [&child](const FieldInfo& info, auto& field) { Read(child, info.Key, field); });
         child.End();
@@ -326,16 +316,6 @@ void ReadFrom(const IData& data, const std::string& key, T& value) {
 }  // namespace detail
 
 template <class T>
-void Serialize(IData& data, const std::string& key, const T& value) {
-    detail::WriteTo(data, key, value);
-}
-
-template <class T>
-void Deserialize(const IData& data, const std::string& key, T& value) {
-    detail::ReadFrom(data, key, value);
-}
-
-template <class T>
 void WriteText(CXmlWriter& writer, std::string_view key, const T& value) {
     detail::CTextWriter text(writer);
     detail::Write(text, key, value);
@@ -346,45 +326,25 @@ void ReadText(CTextReader& reader, std::string_view key, T& value) {
     detail::Read(reader, key, value);
 }
 
-template <class T>
-void Serialize(IData& data, const std::string& key, const Optional<T>& value) {
-    detail::WriteTo(data, key, value);
-}
-
-template <class T>
-void Deserialize(const IData& data, const std::string& key, Optional<T>& value) {
-    detail::ReadFrom(data, key, value);
-}
-
-template <class T>
-void SerializeVector(IData& data, const std::string& key, const std::vector<T>& values) {
-    detail::WriteTo(data, key, values);
-}
-
-template <class T>
-void DeserializeVector(const IData& data, const std::string& key, std::vector<T>& values) {
-    detail::ReadFrom(data, key, values);
-}
-
 }  // namespace apigen
 
 #define APIGEN_INSTANTIATE_TEXT_ENCODERS(type)                                              \
     template APIGEN_API void apigen::WriteText(CXmlWriter&, std::string_view, const type&); \
     template APIGEN_API void apigen::ReadText(CTextReader&, std::string_view, type&)
 
+#define APIGEN_INSTANTIATE_ENCODER(type)                                                       \
+    template APIGEN_API void apigen::detail::WriteTo(IData&, const std::string&, const type&); \
+    template APIGEN_API void apigen::detail::ReadFrom(const IData&, const std::string&, type&)
+
 /// Instantiates the encoders of `type`, alone and in an optional. To stand at global scope.
-#define APIGEN_INSTANTIATE_PLAIN_ENCODERS(type)                                                              \
-    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const type&);                     \
-    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, type&);                   \
-    APIGEN_INSTANTIATE_TEXT_ENCODERS(type);                                                                  \
-    template APIGEN_API void apigen::Serialize(IData&, const std::string&, const apigen::Optional<type>&);   \
-    template APIGEN_API void apigen::Deserialize(const IData&, const std::string&, apigen::Optional<type>&); \
+#define APIGEN_INSTANTIATE_PLAIN_ENCODERS(type)         \
+    APIGEN_INSTANTIATE_ENCODER(type);                   \
+    APIGEN_INSTANTIATE_TEXT_ENCODERS(type);             \
+    APIGEN_INSTANTIATE_ENCODER(apigen::Optional<type>); \
     APIGEN_INSTANTIATE_TEXT_ENCODERS(apigen::Optional<type>)
 
 /// As well in a list.
-#define APIGEN_INSTANTIATE_ENCODERS(type)                                                                   \
-    APIGEN_INSTANTIATE_PLAIN_ENCODERS(type);                                                                \
-    template APIGEN_API void apigen::SerializeVector(IData&, const std::string&, const std::vector<type>&); \
-    template APIGEN_API void apigen::DeserializeVector(const IData&, const std::string&,                    \
-                                                       std::vector<type>&);                                 \
+#define APIGEN_INSTANTIATE_ENCODERS(type)          \
+    APIGEN_INSTANTIATE_PLAIN_ENCODERS(type);       \
+    APIGEN_INSTANTIATE_ENCODER(std::vector<type>); \
     APIGEN_INSTANTIATE_TEXT_ENCODERS(std::vector<type>)

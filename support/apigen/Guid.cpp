@@ -1,14 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <apigen/Guid.h>
 
+#include <sys/random.h>
+
 #include <bit>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <ios>
 #include <locale>
+#include <ostream>
 #include <sstream>
 #include <string_view>
+#include <system_error>
 
 #include "support/apigen/GuidText.h"
 #include "support/apigen/NumberText.h"
@@ -151,6 +156,31 @@ std::string Guid::Serialize() const {
 
 Guid Guid::Deserialize(const std::string& text) {
     return ParseGuid(text);
+}
+
+Optional<Guid> Guid::Parse(std::string_view text) {
+    if (text.size() == CanonicalSize + 2 && text.front() == '{' && text.back() == '}') {
+        text = text.substr(1, CanonicalSize);
+    }
+    Guid guid;
+    if (!ReadCanonical(text, guid)) return {};
+    return guid;
+}
+
+Guid Guid::Random() {
+    Guid guid;
+    // So few bytes come whole.
+    while (getrandom(&guid, sizeof guid, 0) != static_cast<ssize_t>(sizeof guid)) {
+        if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "No random numbers");
+    }
+    guid.Data3 = static_cast<std::uint16_t>((guid.Data3 & 0x0FFF) | 0x4000);
+    guid.Data4[0] = static_cast<std::uint8_t>((guid.Data4[0] & 0x3F) | 0x80);
+    return guid;
+}
+
+std::ostream& operator<<(std::ostream& stream, const Guid& guid) {
+    SGuidBuffer buffer;
+    return stream << FormatGuid(guid, buffer);
 }
 
 }  // namespace apigen

@@ -196,5 +196,50 @@ TEST(EnumerationSets, HaveOneBitADayAndAMonth) {
     EXPECT_EQ(static_cast<int>(zamclientlib::MonthType::EveryMonth), 0xfff);
 }
 
+using zamclientlib::DaysOfWeek;
+using zamclientlib::MonthType;
+using zamclientlib::NamesOf;
+using zamclientlib::SetNamed;
+using zamclientlib::SetOf;
+
+TEST(EnumerationSets, AreCombinedFromMembersAndBits) {
+    static_assert((DaysOfWeek::Monday | DaysOfWeek::Friday | DaysOfWeek::Sunday) == 0x51U);
+    static_assert((DaysOfWeek::Monday | 0x10U) == SetOf(DaysOfWeek::Monday, DaysOfWeek::Friday));
+    static_assert((MonthType::January & MonthType::EveryMonth) == 1U);
+    static_assert(SetOf(MonthType::December) == 0x800U);
+    unsigned int days = SetOf(DaysOfWeek::Monday);
+    days |= DaysOfWeek::Tuesday;
+    EXPECT_EQ(days, 3U);
+    EXPECT_EQ(days & DaysOfWeek::Tuesday, 2U);
+    EXPECT_EQ(DaysOfWeek::Wednesday & days, 0U);
+    days &= DaysOfWeek::Tuesday;
+    EXPECT_EQ(days, 2U);
+    days &= ~SetOf(DaysOfWeek::Tuesday);
+    EXPECT_EQ(days, 0U);
+}
+
+TEST(EnumerationSets, HaveTheNamesOfTheirMembersInOrder) {
+    EXPECT_EQ(NamesOf<DaysOfWeek>(0), "None");
+    EXPECT_EQ(NamesOf<DaysOfWeek>(DaysOfWeek::Friday | DaysOfWeek::Monday), "Monday|Friday");
+    EXPECT_EQ(NamesOf<DaysOfWeek>(127), "EveryDay");
+    EXPECT_EQ(NamesOf<DaysOfWeek>(126), "Tuesday|Wednesday|Thursday|Friday|Saturday|Sunday");
+    EXPECT_EQ(NamesOf<DaysOfWeek>(128 + 256 + 1), "Monday|384") << "a newer service's bits";
+    EXPECT_EQ(NamesOf<DaysOfWeek>(0x80000000U), "2147483648");
+    EXPECT_EQ(NamesOf<MonthType>(0x801), "January|December");
+    EXPECT_EQ(NamesOf<MonthType>(0xFFF), "EveryMonth");
+}
+
+TEST(EnumerationSets, AreReadFromTheNamesOfTheirMembers) {
+    for (unsigned int set = 0; set < 128; ++set)
+        ASSERT_EQ(SetNamed<DaysOfWeek>(NamesOf<DaysOfWeek>(set)), set);
+    for (unsigned int set = 0; set < 4096; ++set)
+        ASSERT_EQ(SetNamed<MonthType>(NamesOf<MonthType>(set)), set);
+    EXPECT_EQ(SetNamed<DaysOfWeek>(" Sunday ,\tMonday|Monday"), 0x41U);
+    for (const char* const text : {"", " ", "monday", "Monday|", "|Monday", "Monday||Friday", "Monday Friday",
+                                   "1", "Monday|384", "January", "Monday;Friday"}) {
+        EXPECT_EQ(SetNamed<DaysOfWeek>(text), apigen::nullopt) << text;
+    }
+}
+
 }  // namespace
 }  // namespace zamtest

@@ -50,7 +50,7 @@ template <class E>
 requires std::is_enum_v<E> std::string Shown(E value) {
     return std::to_string(static_cast<int>(value));
 }
-template <class R, class = decltype(R::Fields(zamclientlib::detail::NoVisit{}))>
+template <class R, class = std::enable_if_t<apigen::IsRecord<R>>>
 requires(!HasSample<R>) std::string Shown(const R& record) {
     return DocumentOf(record);
 }

@@ -81,7 +81,7 @@ std::string DocumentOf(const T& value) {
 namespace zamclientlib {
 
 /// Lets a failed comparison show the records.
-template <class Record, class = decltype(Record::Fields(detail::NoVisit{}))>
+template <class Record, class = std::enable_if_t<apigen::IsRecord<Record>>>
 std::ostream& operator<<(std::ostream& out, const Record& record) {
     return out << zamtest::DocumentOf(record);
 }

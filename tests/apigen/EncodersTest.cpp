@@ -24,6 +24,10 @@
 namespace apigen::test {
 namespace {
 
+/// The types of this file have their encoders from the header above.
+template <class T>
+std::true_type HasEncoders(const T*);
+
 using DataPointer = std::shared_ptr<IData>;
 
 /// A container with nothing behind it but a list of entries.
@@ -744,18 +748,6 @@ TEST(Encoders, IgnoreTheGlobalLocale) {
     EXPECT_EQ(odd, 1);
     EXPECT_EQ(plain, 1234567);
     EXPECT_EQ(guid.Data1, 1U);
-}
-
-TEST(OptionalValue, ThrowsWhenThereIsNone) {
-    Optional<int> value;
-    EXPECT_EQ(Thrown<std::runtime_error>([&] { value.Value(); }), "Optional has no value");
-    EXPECT_EQ(Thrown<std::runtime_error>([&] { *value; }), "Optional has no value");
-    value = 5;
-    EXPECT_EQ(*value, 5);
-    value.Reset();
-    EXPECT_FALSE(value.HasValue());
-    EXPECT_EQ(value, Optional<int>());
-    EXPECT_NE(value, Optional<int>(0));
 }
 
 }  // namespace

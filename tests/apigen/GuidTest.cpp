@@ -5,16 +5,14 @@
 
 #include <locale>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
+#include <unordered_set>
 
 #include "support/apigen/GuidText.h"
 
 namespace apigen {
-
-void PrintTo(const Guid& guid, std::ostream* stream) {
-    *stream << guid.Serialize();
-}
 
 namespace test {
 namespace {
@@ -163,6 +161,98 @@ TEST(GuidValue, IsComparedFieldByField) {
         EXPECT_FALSE(other < Sample);
     }
     EXPECT_FALSE(Sample < Sample);
+    EXPECT_TRUE(Sample <= Sample);
+    EXPECT_TRUE(Sample >= Sample);
+    EXPECT_TRUE(Sample > Guid{});
+}
+
+TEST(GuidText, IsReadStrictlyWhereThatIsAskedFor) {
+    for (const std::string text :
+         {"{0123abcd-0004-f00d-0102-030405060708}", "{0123ABCD-0004-F00D-0102-030405060708}",
+          "0123abcd-0004-f00d-0102-030405060708", "0123aBcD-0004-f00D-0102-030405060708"}) {
+        EXPECT_EQ(Guid::Parse(text), Sample) << text;
+    }
+    for (const std::string text :
+         {"", "{}", "0123abcd", "{0123abcd-0004-f00d-0102-030405060708",
+          "0123abcd-0004-f00d-0102-030405060708}", "{{0123abcd-0004-f00d-0102-030405060708}}",
+          "0123abcd_0004_f00d_0102_030405060708", " 0123abcd-0004-f00d-0102-030405060708",
+          "0123abcd-0004-f00d-0102-030405060708 ", "0123abcd-0004-f00d-0102-03040506070",
+          "0123abcd-0004-f00d-0102-0304050607080", "0123abcd0004f00d0102030405060708",
+          "0123abcg-0004-f00d-0102-030405060708", "0x23abcd-0004-f00d-0102-030405060708",
+          "}0123abcd-0004-f00d-0102-030405060708{", "0123abc-d0004-f00d-0102-030405060708",
+          "+123abcd-0004-f00d-0102-030405060708"}) {
+        EXPECT_EQ(Guid::Parse(text), nullopt) << text;
+    }
+    EXPECT_EQ(Guid::Parse(std::string(36, '\0')), nullopt);
+    EXPECT_EQ(Guid::Parse(std::string(36, '\xB0')), nullopt);
+}
+
+TEST(GuidText, OfOneChangedCharacterIsTakenStrictlyOnlyWhenItIsStillADigit) {
+    const std::string text = "0123abcd-0004-f00d-0102-030405060708";
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        for (int character = 0; character < 256; ++character) {
+            std::string changed = text;
+            changed[at] = static_cast<char>(character);
+            const bool isDash = text[at] == '-';
+            const bool isFine =
+                isDash ? character == '-'
+                       : std::string("0123456789abcdefABCDEF").find(changed[at]) != std::string::npos;
+            ASSERT_EQ(Guid::Parse(changed).HasValue(), isFine) << changed;
+            if (!isFine) continue;
+            ASSERT_EQ(*Guid::Parse(changed), Guid::Deserialize(changed)) << changed;
+        }
+    }
+}
+
+TEST(GuidText, IsWrittenToAStreamWhateverItsSettings) {
+    std::ostringstream stream;
+    stream << std::hex << std::uppercase << Sample << ' ' << 255;
+    EXPECT_EQ(stream.str(), SampleText + " FF");
+}
+
+TEST(GuidValue, OfZerosIsTheNilOne) {
+    EXPECT_TRUE(Guid{}.IsNil());
+    EXPECT_EQ(Guid::Nil(), Guid{});
+    EXPECT_FALSE(Sample.IsNil());
+    EXPECT_FALSE((Guid{0, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}}.IsNil()));
+}
+
+TEST(GuidValue, AtRandomIsOfVersion4AndNeverTheSame) {
+    std::set<Guid> seen;
+    Guid ones;
+    Guid zeros = {0xFFFFFFFF, 0xFFFF, 0xFFFF, {255, 255, 255, 255, 255, 255, 255, 255}};
+    for (int i = 0; i < 1000; ++i) {
+        const Guid guid = Guid::Random();
+        const std::string text = guid.Serialize();
+        ASSERT_EQ(text[15], '4') << text;
+        ASSERT_NE(std::string("89ab").find(text[20]), std::string::npos) << text;
+        ASSERT_TRUE(seen.insert(guid).second) << text;
+        ones.Data1 |= guid.Data1, zeros.Data1 &= guid.Data1;
+        ones.Data2 |= guid.Data2, zeros.Data2 &= guid.Data2;
+        ones.Data3 |= guid.Data3, zeros.Data3 &= guid.Data3;
+        for (std::size_t at = 0; at < guid.Data4.size(); ++at)
+            ones.Data4[at] |= guid.Data4[at], zeros.Data4[at] &= guid.Data4[at];
+    }
+    EXPECT_EQ(ones.Serialize(), "{ffffffff-ffff-4fff-bfff-ffffffffffff}") << "a bit was never set";
+    EXPECT_EQ(zeros.Serialize(), "{00000000-0000-4000-8000-000000000000}") << "a bit was never clear";
+}
+
+TEST(GuidValue, IsSpreadInUnorderedContainersThoughFewBitsDiffer) {
+    std::unordered_set<std::size_t> hashes;
+    std::unordered_set<Guid> guids;
+    for (std::uint32_t i = 0; i < 256; ++i) {
+        const auto byte = static_cast<std::uint8_t>(i);
+        for (const Guid& guid : {Guid{i, 0, 0, {}}, Guid{0, static_cast<std::uint16_t>(i), 0, {}},
+                                 Guid{0, 0, static_cast<std::uint16_t>(i), {}}, Guid{0, 0, 0, {byte}},
+                                 Guid{0, 0, 0, {0, 0, 0, 0, 0, 0, 0, byte}}}) {
+            guids.insert(guid);
+            hashes.insert(std::hash<Guid>()(guid));
+        }
+    }
+    EXPECT_EQ(guids.size(), 5 * 255U + 1);
+    EXPECT_EQ(hashes.size(), guids.size());
+    EXPECT_EQ(guids.count(Guid{7, 0, 0, {}}), 1U);
+    EXPECT_EQ(guids.count(Sample), 0U);
 }
 
 }  // namespace
