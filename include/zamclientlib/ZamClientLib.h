@@ -10,6 +10,7 @@
 #include <zamclientlib/CEventsStream.h>
 #include <zamclientlib/CSimpleLogger.h>
 #include <zamclientlib/CommonRecords.h>
+#include <zamclientlib/Connect.h>
 #include <zamclientlib/Control.h>
 #include <zamclientlib/Enums.h>
 #include <zamclientlib/EventRecords.h>

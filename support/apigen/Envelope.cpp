@@ -14,12 +14,13 @@ void ThrowIfFailed(const IData& response, const IInvoker& invoker, std::string_v
     if (response.HasValue(ExceptionKey)) {
         const auto exception = response.GetChild(ExceptionKey);
         if (const auto generator = invoker.GetExceptionGenerator()) generator->Generate(exception);
-        throw ApiInternalError("Unable to rethrow received exception");
+        throw ServiceInternalError(
+            std::string("Unable to rethrow received exception (").append(attempt).append(name).append(")"));
     }
     if (response.HasValue(InternalErrorKey)) {
         const auto error = response.GetChild(InternalErrorKey);
-        throw ApiInternalError(std::string(attempt).append(name) + " ended up with internal API error: " +
-                               common::Escaped(error->GetString(InternalErrorTextKey)));
+        throw ServiceInternalError(std::string(attempt).append(name) + " ended up with internal API error: " +
+                                   common::Escaped(error->GetString(InternalErrorTextKey)));
     }
 }
 
