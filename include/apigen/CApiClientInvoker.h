@@ -50,7 +50,7 @@ public:
     ~CApiClientInvoker() override;
 
     /// The handle of the service's root object, as the greeting named it.
-    [[nodiscard]] Handle GetRootHandle() const noexcept { return m_rootHandle; }
+    Handle GetRootHandle() const noexcept { return m_rootHandle; }
 
 private:
     CApiClientInvoker(std::unique_ptr<CProcess> process, std::shared_ptr<IApiExceptionGenerator> generator,

@@ -42,18 +42,17 @@ public:
     void Error(const std::string& message, std::exception& error) override;
 
     /// The path that a logger for `fileName` in `directory` would write, if nobody else takes it meanwhile.
-    [[nodiscard]] static std::string MakeFileName(const std::string& directory, const std::string& fileName);
+    static std::string MakeFileName(const std::string& directory, const std::string& fileName);
 
     /// The first path of the sequence `base.ext`, `base_1.ext`, ... from `number` on that can't be opened
     /// for reading and writing. Nothing is made, and what stands there does not notice.
     /// \param directory ends in "/"
     /// \param extension with its dot, or empty
-    [[nodiscard]] static std::string GetFirstNonexistentFileName(const std::string& directory,
-                                                                 const std::string& baseName,
-                                                                 const std::string& extension, int number);
+    static std::string GetFirstNonexistentFileName(const std::string& directory, const std::string& baseName,
+                                                   const std::string& extension, int number);
 
     /// "05.11.21 14:03:09.42": the milliseconds stand unpadded. Follows changes of the time zone.
-    [[nodiscard]] static std::string GetLocalTime();
+    static std::string GetLocalTime();
 
 private:
     class Impl;

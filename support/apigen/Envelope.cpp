@@ -14,8 +14,7 @@ void ThrowIfFailed(const IData& response, const IInvoker& invoker, std::string_v
     if (response.HasValue(ExceptionKey)) {
         const auto exception = response.GetChild(ExceptionKey);
         if (const auto generator = invoker.GetExceptionGenerator()) generator->Generate(exception);
-        throw ServiceInternalError(
-            std::string("Unable to rethrow received exception (").append(attempt).append(name).append(")"));
+        throw ApiInternalError("Unable to rethrow received exception");
     }
     if (response.HasValue(InternalErrorKey)) {
         const auto error = response.GetChild(InternalErrorKey);
