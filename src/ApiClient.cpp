@@ -7,66 +7,71 @@
 #include <zamclientlib/ApiClient.h>
 #include <zamclientlib/CApiExceptionGenerator.h>
 #include <zamclientlib/CSimpleLogger.h>
+#include <zamclientlib/Connect.h>
 #include <zamclientlib/InstallerProxies.h>
 
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "src/Protocol.h"
+#include "support/apigen/CallLimits.h"
+#include "support/apigen/Timeout.h"
+#include "support/common/Text.h"
 
 namespace zamclientlib {
 namespace {
 
 /// What differs between the two services.
 struct SService {
+    std::string Tool;
     std::string LogDirectory;  // of the library's own log
     std::string LogFileName;
     std::vector<std::string> ConnectArguments;
     std::vector<std::string> VersionArguments;
 };
 
-constexpr const char* AgentTool = "tarvoconfig";
-
 // Made anew each time: a connection may be opened, and queried, by objects in statics.
 SService AgentService() {
-    return {"/var/log/tarvo/config",
+    return {"tarvoconfig",
+            "/var/log/tarvo/config",
             "apiclient_control.log",
             {"extended", "startCommandInvoker", "--logFileName", "tarvoconfig_api.log"},
             {"extended", "protocolVersion"}};
 }
 
 SService InstallerService() {
-    return {"/var/log/tarvo/",
+    return {"tarvoinstaller",
+            "/var/log/tarvo/",
             "apiclient_installer.log",
             {"start-command-invoker", "--log-name", "tarvoinstaller_api.log"},
             {"protocol-version"}};
 }
 
-template <class Proxy, class Interface>
-std::shared_ptr<Interface> Connect(const SService& service, const std::string& program,
-                                   std::chrono::seconds timeout, bool enableLogging,
-                                   std::shared_ptr<apigen::ILogger> logger) {
-    if (!enableLogging) {
-        logger = std::make_shared<apigen::CApiEmptyLogger>();
-    } else if (logger == nullptr) {
-        logger = std::make_shared<CSimpleLogger>(service.LogDirectory, service.LogFileName);
-    }
-    std::shared_ptr<apigen::IApiExceptionGenerator> generator =
-        std::make_shared<CApiExceptionGenerator>(logger);
-    auto invoker = apigen::CApiClientInvoker::CreateByProcess(
-        program, service.ConnectArguments, std::move(generator), timeout, std::move(logger));
-    const apigen::Handle root = invoker->GetRootHandle();
-    return std::shared_ptr<Interface>(new Proxy(std::move(invoker), root));
+std::shared_ptr<CSimpleLogger> MakeDefaultLog(const SService& service) {
+    return std::make_shared<CSimpleLogger>(service.LogDirectory, service.LogFileName);
 }
 
-SVersion GetApiVersion(std::string program, const std::vector<std::string>& arguments) {
-    constexpr unsigned long MaxOutputBytes = 4194304;
-    // A tool that prints its version in this time or never will.
-    constexpr std::chrono::seconds Limit{30};
+const std::string& ToolOf(const SService& service, const SConnectOptions& options) {
+    return options.Tool.empty() ? service.Tool : options.Tool;
+}
 
-    apigen::CProcess process(program, arguments, {}, nullptr);
+std::string Text(const SVersion& version) {
+    std::string text;
+    for (const auto number : {version.major, version.minor, version.revision, version.build})
+        text += (text.empty() ? "" : ".") + std::to_string(number);
+    return text;
+}
+
+SVersion GetApiVersion(const std::string& program, const SService& service, const SConnectOptions& options) {
+    constexpr unsigned long MaxOutputBytes = 4194304;
+
+    apigen::RequireTimeout(options.ConnectTimeout);
+    const auto limits = apigen::LimitsOfScopedCall(options.ConnectTimeout);
+    apigen::CProcess process(program, service.VersionArguments, options.Environment, options.Logger);
     const auto device = process.GetIoDev();
-    device->SetDeadline(apigen::IIoDev::Clock::now() + Limit);
+    device->SetDeadline(limits.Deadline);
+    device->SetEvent(limits.Event.get());
     bool isWhole = false;
     const std::string text = device->ReadRawText(MaxOutputBytes, isWhole);
     const auto exitCode = process.GetExitCode();
@@ -74,32 +79,109 @@ SVersion GetApiVersion(std::string program, const std::vector<std::string>& argu
     if (!exitCode && (exitCode.IsKnown() || text.empty())) exitCode.GenerateException();
 
     SCompatibilityInfo info;
-    apigen::Deserialize(*apigen::CXmlData::Unserialize(text), protocol::InfoKey, info);
+    try {
+        apigen::Deserialize(*apigen::CXmlData::Unserialize(text), protocol::InfoKey, info);
+    } catch (apigen::ApiException& error) {
+        error.Append(" (in what " + apigen::common::Quoted(program) +
+                     " answered to the question for its version)");
+        throw;
+    }
     return info.protocolVersion;
+}
+
+SVersion GetApiVersion(const SService& service, const SConnectOptions& options) {
+    return GetApiVersion(ToolOf(service, options), service, options);
+}
+
+bool IsCompatible(const SVersion& version) {
+    return version.major == protocol::Version.major;
+}
+
+void RequireCompatible(const std::string& program, const SService& service, const SConnectOptions& options) {
+    const SVersion version = GetApiVersion(program, service, options);
+    if (IsCompatible(version)) return;
+    throw IncompatibleToolError(apigen::common::Quoted(program) + " speaks version " + Text(version) +
+                                    " of the protocol, this library version " + Text(protocol::Version),
+                                version);
+}
+
+template <class Proxy, class Interface>
+std::shared_ptr<Interface> Connect(const std::string& program, const SService& service,
+                                   const SConnectOptions& options) {
+    if (options.IsVersionChecked) RequireCompatible(program, service, options);
+    apigen::SToolOptions toolOptions;
+    toolOptions.ConnectTimeout = options.ConnectTimeout;
+    toolOptions.Environment = options.Environment;
+    toolOptions.Calls = {options.CallTimeout, options.Logger, options.IsEachCallLogged};
+    auto invoker = apigen::CApiClientInvoker::CreateByProcess(
+        program, service.ConnectArguments, std::make_shared<CApiExceptionGenerator>(options.Logger),
+        toolOptions);
+    const apigen::Handle root = invoker->GetRootHandle();
+    return std::shared_ptr<Interface>(new Proxy(std::move(invoker), root));
+}
+
+/// As the functions without options describe it.
+SConnectOptions DescribedOptions(const SService& service, std::chrono::seconds timeout, bool enableLogging,
+                                 std::shared_ptr<apigen::ILogger> logger) {
+    SConnectOptions options;
+    options.ConnectTimeout = options.CallTimeout = apigen::Milliseconds(timeout);
+    if (enableLogging) options.Logger = logger != nullptr ? std::move(logger) : MakeDefaultLog(service);
+    return options;
 }
 
 }  // namespace
 
+std::shared_ptr<IZamControl> ConnectToAgent(const SConnectOptions& options) {
+    const SService service = AgentService();
+    return Connect<IZamControl_Proxy, IZamControl>(ToolOf(service, options), service, options);
+}
+
+std::shared_ptr<ITarvoInstaller> ConnectToInstaller(const SConnectOptions& options) {
+    const SService service = InstallerService();
+    return Connect<ITarvoInstaller_Proxy, ITarvoInstaller>(ToolOf(service, options), service, options);
+}
+
+SVersion GetAgentApiVersion(const SConnectOptions& options) {
+    return GetApiVersion(AgentService(), options);
+}
+
+SVersion GetInstallerApiVersion(const SConnectOptions& options) {
+    return GetApiVersion(InstallerService(), options);
+}
+
+SVersion GetLibraryApiVersion() {
+    return protocol::Version;
+}
+
+std::shared_ptr<CSimpleLogger> MakeDefaultAgentLog() {
+    return MakeDefaultLog(AgentService());
+}
+
+std::shared_ptr<CSimpleLogger> MakeDefaultInstallerLog() {
+    return MakeDefaultLog(InstallerService());
+}
+
 std::shared_ptr<IZamControl> GetZamControl(std::chrono::seconds timeout, bool enableLogging,
                                            std::shared_ptr<apigen::ILogger> logger) {
-    return Connect<IZamControl_Proxy, IZamControl>(AgentService(), AgentTool, timeout, enableLogging,
-                                                   std::move(logger));
+    const SService service = AgentService();
+    return Connect<IZamControl_Proxy, IZamControl>(
+        service.Tool, service, DescribedOptions(service, timeout, enableLogging, std::move(logger)));
 }
 
 std::shared_ptr<ITarvoInstaller> GetTarvoInstaller(std::string path, std::chrono::seconds timeout,
                                                    bool enableLogging,
                                                    std::shared_ptr<apigen::ILogger> logger) {
-    return Connect<ITarvoInstaller_Proxy, ITarvoInstaller>(InstallerService(), path, timeout, enableLogging,
-                                                           std::move(logger));
+    const SService service = InstallerService();
+    return Connect<ITarvoInstaller_Proxy, ITarvoInstaller>(
+        path, service, DescribedOptions(service, timeout, enableLogging, std::move(logger)));
 }
 
 bool IsControlApiCompatible() {
-    return GetApiVersion(AgentTool, AgentService().VersionArguments).major == protocol::Version.major;
+    return IsCompatible(GetAgentApiVersion());
 }
 
 bool IsInstallerApiCompatible(std::string path) {
-    return GetApiVersion(std::move(path), InstallerService().VersionArguments).major ==
-           protocol::Version.major;
+    return IsCompatible(GetApiVersion(path, InstallerService(), {}));
 }
 
 }  // namespace zamclientlib

@@ -14,6 +14,7 @@
 #include <ctime>
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 
 #include "support/common/CDescriptor.h"
 #include "support/common/ProcessMark.h"
@@ -150,17 +151,24 @@ struct SNames {
     }
 };
 
+struct SFile {
+    CDescriptor Descriptor = {};
+    std::string Path = {};
+    int Error = 0;
+};
+
 /// Makes the file, or none where what has a free name can't be opened but stands there all the same.
-CDescriptor MakeFile(const SNames& names) {
+SFile MakeFile(const SNames& names) {
     const CNotCancelled notCancelled;
     long long number = 0;
     while (true) {
         number = names.FirstFree(number);
-        const std::string path = names.Path(number);
+        std::string path = names.Path(number);
         CDescriptor file = Open(path, O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW);
-        if (file || errno != EEXIST) return file;
+        if (file) return {std::move(file), std::move(path)};
+        if (errno != EEXIST) return {{}, {}, errno};
         struct stat status {};
-        if (!IsTaken(path) && ::lstat(path.c_str(), &status) == 0) return {};
+        if (!IsTaken(path) && ::lstat(path.c_str(), &status) == 0) return {{}, {}, EEXIST};
         // Another logger was quicker.
     }
 }
@@ -170,7 +178,8 @@ CDescriptor MakeFile(const SNames& names) {
 /// The open file, written a whole line at a time.
 class CSimpleLogger::Impl {
 public:
-    explicit Impl(const SNames& names) : m_file(MakeFile(names)) {}
+    explicit Impl(SFile file)
+        : m_file(std::move(file.Descriptor)), m_path(std::move(file.Path)), m_error(file.Error) {}
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
@@ -185,7 +194,10 @@ public:
         while (left != 0) {
             const ssize_t written =
                 apigen::common::RetryInterrupted([&] { return ::write(m_file.Get(), at, left); });
-            if (written <= 0) break;
+            if (written <= 0) {
+                m_error = written < 0 ? errno : ENOSPC;
+                break;
+            }
             at += written;
             left -= static_cast<std::size_t>(written);
             m_isCut = left != 0;
@@ -193,21 +205,33 @@ public:
     }
 
     std::recursive_mutex& Mutex() { return m_mutex.Get(); }
+    const std::string& Path() const noexcept { return m_path; }
+    int Error() const noexcept { return m_error; }
 
 private:
     CDescriptor m_file;
+    const std::string m_path;
+    std::atomic<int> m_error;  // the last one
     CForkProofMutex m_mutex;
     bool m_isCut = false;
 };
 
 CSimpleLogger::CSimpleLogger(const std::string& directory, const std::string& fileName)
-    : m_impl(std::make_unique<Impl>(SNames(directory, fileName))) {
+    : m_impl(std::make_unique<Impl>(MakeFile(SNames(directory, fileName)))) {
     Info(Banner);
 }
 
 CSimpleLogger::~CSimpleLogger() {
     const CNotCancelled notCancelled;
     m_impl.reset();
+}
+
+std::string CSimpleLogger::GetPath() const {
+    return m_impl->Path();
+}
+
+std::error_code CSimpleLogger::GetError() const noexcept {
+    return {m_impl->Error(), std::generic_category()};
 }
 
 void CSimpleLogger::Info(const std::string& message) {

@@ -93,8 +93,12 @@ R Call(const apigen::ProxyBase& proxy, const Method<I, Pointer, R, A...>& method
         Wire value{};
         const auto response = request.Send(proxy, method.Id, method.Signature, read, &value);
         if (response != nullptr) {
-            value = {};
-            ReadResult(*response, Result<R>::Key, value);
+            constexpr auto readContainer = [](const apigen::IData& data, void* result) {
+                auto& whole = *static_cast<Wire*>(result);
+                whole = {};
+                ReadResult(data, Result<R>::Key, whole);
+            };
+            apigen::CRequest::ReadResponse(proxy, method.Signature, *response, readContainer, &value);
         }
         return Result<R>::Make(std::move(value), proxy);
     }

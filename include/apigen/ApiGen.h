@@ -6,9 +6,11 @@
 #include <apigen/ApiException.h>
 #include <apigen/CApiClientInvoker.h>
 #include <apigen/CAtomicEvent.h>
+#include <apigen/CCancellation.h>
 #include <apigen/CInterruptibleIoDev.h>
 #include <apigen/CProcess.h>
 #include <apigen/CXmlData.h>
+#include <apigen/CallControl.h>
 #include <apigen/Export.h>
 #include <apigen/Fields.h>
 #include <apigen/Guid.h>

@@ -9,9 +9,21 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace apigen APIGEN_API {
+
+/// How to start a tool, and how to speak to it.
+struct SToolOptions {
+    /// Bound of the greeting; 0 means none.
+    std::chrono::milliseconds ConnectTimeout{0};
+
+    /// Variables that the tool has beside, or in place of, the caller's.
+    std::unordered_map<std::string, std::string> Environment;
+
+    SInvokerOptions Calls;
+};
 
 /// The connection to a tool process that serves calls over its standard streams. Owns the process: it is
 /// ended, and reaped, with the invoker.
@@ -29,6 +41,12 @@ public:
         const std::string& program, const std::vector<std::string>& arguments,
         std::shared_ptr<IApiExceptionGenerator> generator, std::chrono::seconds timeout,
         std::shared_ptr<ILogger> logger);
+
+    /// \overload
+    /// \throws also ProcessLaunchError for a name that can't be an environment variable's, or a NUL character
+    static std::shared_ptr<CApiClientInvoker> CreateByProcess(
+        const std::string& program, const std::vector<std::string>& arguments,
+        std::shared_ptr<IApiExceptionGenerator> generator, const SToolOptions& options);
     ~CApiClientInvoker() override;
 
     /// The handle of the service's root object, as the greeting named it.
@@ -36,8 +54,8 @@ public:
 
 private:
     CApiClientInvoker(std::unique_ptr<CProcess> process, std::shared_ptr<IApiExceptionGenerator> generator,
-                      std::chrono::seconds timeout, std::shared_ptr<ILogger> logger);
-    void TakeGreeting(const std::string& program);
+                      const SInvokerOptions& options);
+    void TakeGreeting(const std::string& program, std::chrono::milliseconds timeout);
     void OnStreamLost() noexcept override;
     void OnCallRefused() noexcept override;
     ITextInvoker* AsTextInvoker() noexcept override { return this; }

@@ -39,6 +39,9 @@ public:
     void SetDeadline(Clock::time_point deadline) override;
     void WriteLater(const std::string& text) override;
     void SendQueued() override;
+    void SetEvent(const io::event::IEvent* event) override;
+    std::string Peer() const override;
+    std::string WhyEnded() override;
 
 private:
     class Impl;

@@ -36,6 +36,14 @@ protected:
     ~ITextInvoker() = default;
 };
 
+/// Whether calls still can be made, and why not.
+struct SConnectionState {
+    bool IsAlive = true;
+    std::string Reason;  ///< of its end; empty as long as it lives
+
+    explicit operator bool() const noexcept { return IsAlive; }
+};
+
 /// The one door from proxies to the outside: carries a request to the service and brings the answer.
 class IInvoker {
 public:
@@ -53,6 +61,12 @@ public:
 
     /// The invoker's shorter way, when it has one and nobody is meant to see the containers.
     virtual ITextInvoker* AsTextInvoker() noexcept { return nullptr; }
+
+    /// Looks, without waiting for anything. An invoker that can't tell is alive.
+    [[nodiscard]] virtual SConnectionState GetState() { return {}; }
+
+    /// What it speaks to, for messages; may be empty.
+    [[nodiscard]] virtual std::string Peer() const { return {}; }
 };
 
 }  // namespace apigen

@@ -9,6 +9,12 @@
 
 namespace apigen APIGEN_API {
 
+namespace io {
+namespace event {
+class IEvent;
+}
+}  // namespace io
+
 /// A byte stream to another process, with the framing of messages on it: a 4-byte little-endian length,
 /// then that many bytes.
 ///
@@ -54,6 +60,16 @@ public:
         room = ReadString();
         return room;
     }
+
+    /// Once `event` is set, later operations throw InterruptedError where they would have to wait. Null, the initial
+    /// value, means that nothing ends them. The event is the caller's; a device may be unable to heed it.
+    virtual void SetEvent(const io::event::IEvent* /*event*/) {}
+
+    /// What messages call the other side.
+    virtual std::string Peer() const { return "the peer"; }
+
+    /// Why nothing more will come from the other side, as far as a look tells; empty when something may.
+    virtual std::string WhyEnded() { return {}; }
 };
 
 }  // namespace apigen

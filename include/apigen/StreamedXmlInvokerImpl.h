@@ -12,11 +12,27 @@
 
 namespace apigen APIGEN_API {
 
+/// How calls are carried.
+struct SInvokerOptions {
+    /// Bound of each call, waiting for its turn, sending and receiving together; 0 means none. Scopes of the calling
+    /// thread take its place (CallControl.h).
+    std::chrono::milliseconds CallTimeout{0};
+
+    /// May be empty.
+    std::shared_ptr<ILogger> Logger;
+
+    /// Whether a line of the log tells of each call: method, duration, outcome. Never of an argument or a result. What
+    /// the logger itself calls is left out, and so are releases, which nobody waits for.
+    bool IsEachCallLogged = false;
+};
+
 /// Carries calls as XML documents over a device: one frame out, one frame back, in order.
 ///
 /// Any thread may call; calls take turns. From the first byte of a call until its answer is whole the stream belongs
 /// to it. When the call ends before that, by whatever exception or by the cancellation of its thread, the stream can't
 /// be trusted any more: every later call fails at once with the first failure's text in its message.
+///
+/// A call can be given a time of its own, and be cancelled from another thread: CallControl.h.
 ///
 /// A release call never waits. When the stream is in use it goes out with the next message.
 ///
@@ -30,6 +46,10 @@ public:
     /// \throws ApiInternalError for a negative time-out
     StreamedXmlInvokerImpl(std::shared_ptr<IIoDev> device, std::shared_ptr<IApiExceptionGenerator> generator,
                            std::chrono::seconds timeout, std::shared_ptr<ILogger> logger);
+
+    /// \throws ApiInternalError for a negative time-out
+    StreamedXmlInvokerImpl(std::shared_ptr<IIoDev> device, std::shared_ptr<IApiExceptionGenerator> generator,
+                           const SInvokerOptions& options);
     StreamedXmlInvokerImpl(const StreamedXmlInvokerImpl&) = delete;
     StreamedXmlInvokerImpl& operator=(const StreamedXmlInvokerImpl&) = delete;
     ~StreamedXmlInvokerImpl() override;
@@ -41,9 +61,17 @@ public:
 
     std::shared_ptr<IApiExceptionGenerator> GetExceptionGenerator() const override;
 
+    /// Whether the stream has been given up, and if nobody uses it just now, whether the peer has ended meanwhile.
+    [[nodiscard]] SConnectionState GetState() override;
+
+    [[nodiscard]] std::string Peer() const override;
+
 protected:
-    /// Takes a message that the service sends unasked.
+    /// Takes a message that the service sends unasked, in the time of a call.
     std::shared_ptr<IData> Receive();
+
+    /// \overload with a bound of its own; 0 means none
+    std::shared_ptr<IData> Receive(std::chrono::milliseconds timeout);
 
     /// Called once, when the stream is given up; never while somebody uses it.
     virtual void OnStreamLost() noexcept {}

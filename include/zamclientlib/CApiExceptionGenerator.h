@@ -7,6 +7,7 @@
 #include <zamclientlib/Exceptions.h>
 
 #include <memory>
+#include <string>
 
 namespace zamclientlib APIGEN_API {
 
@@ -16,7 +17,8 @@ public:
     /// \param logger may be empty: then nothing is logged
     explicit CApiExceptionGenerator(std::shared_ptr<apigen::ILogger> logger);
 
-    /// Never returns. An unknown type is thrown as `apigen::ApiException`.
+    /// Never returns. An unknown type is thrown as `apigen::ApiException`; the log
+    /// has its name and message.
     void Generate(std::shared_ptr<apigen::IData> exceptionData) override;
 
     /// Reads an exception of class `T`, one of Exceptions.h, from a description.
@@ -24,6 +26,8 @@ public:
     T Deserialize(apigen::IData& exceptionData);
 
 private:
+    void LogUnknown(apigen::IData& exceptionData, const std::string& type);
+
     std::shared_ptr<apigen::ILogger> m_logger;
 };
 

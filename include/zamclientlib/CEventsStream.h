@@ -1,28 +1,46 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <apigen/CAtomicEvent.h>
-#include <apigen/CInterruptibleIoDev.h>
+#include <apigen/ApiException.h>
 #include <apigen/Export.h>
 #include <apigen/ILogger.h>
 #include <apigen/Optional.h>
 #include <zamclientlib/EventRecords.h>
 
 #include <chrono>
-#include <cstdint>
+#include <cstddef>
+#include <iterator>
 #include <memory>
 
 namespace zamclientlib APIGEN_API {
+
+/// The agent has ended the stream though it lives and goes on publishing: its reader fell too far behind, and events
+/// are lost. Connect anew, and look at what the events would have told.
+///
+/// It is told apart from an agent that died, or ended its events, by two things: the process that listens at the socket
+/// lives 100 ms after the end, and the socket still stands where it was. Where the listening process can't be watched
+/// (before Linux 5.3, or in a namespace that shows it to nobody here), the end is a plain apigen::PeerGoneError; where
+/// a supervisor listens in the agent's place (socket activation), an agent that died looks like this.
+class EventsLostError : public apigen::PeerGoneError {
+public:
+    using PeerGoneError::PeerGoneError;
+};
 
 /// The agent's events, one at a time.
 ///
 /// One thread reads; any thread may call `Stop` and `IsStopped` meanwhile. Independent of the connection that
 /// gave the configuration.
 ///
+/// A stream can be moved by the thread that reads. What was moved from reads no more, but its `Stop` still ends the
+/// stream: other threads may go on using the object that they know, as long as it is there and nothing is assigned to
+/// it.
+///
 /// A stream belongs to the process that connected it. In a forked one reads throw apigen::ApiInternalError,
 /// `Stop` does nothing, and the destructor closes the copies of the descriptors: the other process reads on.
 class CEventsStream {
 public:
+    class CIterator;
+
     /// Connects to the event source.
     /// \param config what `IZamControl::GetEventConfig` answered
     /// \param logger may be empty
@@ -31,14 +49,17 @@ public:
     /// 107 bytes, `ENOENT` for an empty one, `EINVAL` for one with a zero byte, `ETIMEDOUT` when the source
     /// has not let another client in for 5 s
     CEventsStream(const SEventConfig& config, std::shared_ptr<apigen::ILogger> logger);
+    CEventsStream(CEventsStream&& other) noexcept;
+    CEventsStream& operator=(CEventsStream&& other) noexcept;
     CEventsStream(const CEventsStream&) = delete;
     CEventsStream& operator=(const CEventsStream&) = delete;
     ~CEventsStream();
 
     /// Waits for the next event.
-    /// \throws apigen::InterruptedError once the stream is stopped, even when events are waiting;
-    /// apigen::PeerGoneError when the agent closed the stream (it does that to a reader that fell too far
-    /// behind); apigen::BrokenMessageError; another apigen::ApiInternalError for a message that is no event.
+    /// \throws apigen::InterruptedError once the stream is stopped, even when events are waiting; EventsLostError when
+    /// the agent closed the stream because its reader fell too far behind; another apigen::PeerGoneError when the agent
+    /// is gone; apigen::BrokenMessageError; another apigen::ApiInternalError for a message that is no event. After one
+    /// whose `IsConnectionLost` is false the next event can be read.
     SBaseEvent Read();
 
     /// Waits for the next event until `deadline`; empty when none has come by then. Fails as `Read` does.
@@ -48,24 +69,60 @@ public:
     /// Ends the stream for good: a blocked read and every later one throws.
     void Stop();
 
-    bool IsStopped() const;
+    [[nodiscard]] bool IsStopped() const;
 
-    /// For an event loop: readable (`POLLIN`) when a read would not wait for long. Owned by the stream.
+    /// For an event loop: readable (`POLLIN`) when a read would not wait for long. Owned by the stream; -1 when it was
+    /// moved from.
     ///
     /// One system call may bring many events, of which the descriptor shows nothing any more: after it was
     /// readable, call `ReadUntil` with a deadline that has passed, `steady_clock::now()` say, until it
     /// returns empty, and only then wait for the descriptor again.
-    int Descriptor() const noexcept { return m_descriptor; }
+    [[nodiscard]] int Descriptor() const noexcept { return m_descriptor; }
+
+    /// `for (const SBaseEvent& event : stream)` reads until the stream is stopped. Any other end, the agent's as well,
+    /// is thrown as by `Read`: a loop that just ended would hide it.
+    [[nodiscard]] CIterator begin();
+    [[nodiscard]] CIterator end() noexcept;
 
 private:
-    SBaseEvent ReadNext();
-    bool IsOurs() const noexcept;
+    class CSource;
+    struct SStop;
 
-    std::shared_ptr<apigen::ILogger> m_logger;
-    std::shared_ptr<apigen::CInterruptibleIoDev> m_device;
-    std::shared_ptr<apigen::io::event::CAtomicEvent> m_stopped;
+    SBaseEvent ReadNext(std::chrono::steady_clock::time_point deadline);
+
+    std::unique_ptr<CSource> m_source;    ///< none after a move
+    std::shared_ptr<const SStop> m_stop;  ///< stays after a move
     int m_descriptor = -1;
-    std::uint64_t m_process;
+};
+
+/// Reads the next event with each step.
+class CEventsStream::CIterator {
+public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = SBaseEvent;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const SBaseEvent*;
+    using reference = const SBaseEvent&;
+
+    CIterator() = default;
+
+    reference operator*() const noexcept { return m_event; }
+    pointer operator->() const noexcept { return &m_event; }
+    CIterator& operator++();
+    void operator++(int) { ++*this; }
+
+    friend bool operator==(const CIterator& left, const CIterator& right) noexcept {
+        return left.m_stream == right.m_stream;
+    }
+    friend bool operator!=(const CIterator& left, const CIterator& right) noexcept {
+        return !(left == right);
+    }
+
+private:
+    friend class CEventsStream;
+
+    CEventsStream* m_stream = nullptr;  ///< none at the end
+    SBaseEvent m_event;
 };
 
 }  // namespace zamclientlib

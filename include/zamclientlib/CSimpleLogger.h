@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <system_error>
 
 namespace zamclientlib APIGEN_API {
 
@@ -14,7 +15,7 @@ namespace zamclientlib APIGEN_API {
 /// An existing file is never overwritten: the new one is numbered `_1`, `_2`, ... before its extension, and
 /// two loggers, of whatever programs, never share one. Each line is on disk when the call returns. In a
 /// directory that is missing or not writable, or where something that can't be opened has the name, the logger
-/// drops every line silently, and so it does with what finds no room; it goes on when there is some. A program
+/// drops every line silently, and so it does with what finds no room; it goes on when there is some. `GetError` tells. A program
 /// that limits the size of its files (`RLIMIT_FSIZE`) gets the signal of that limit, SIGXFSZ, for these as well.
 ///
 /// Safe to use from several threads; lines of two threads never mix. A forked process writes into the same
@@ -27,6 +28,13 @@ public:
     CSimpleLogger(const CSimpleLogger&) = delete;
     CSimpleLogger& operator=(const CSimpleLogger&) = delete;
     ~CSimpleLogger() override;
+
+    /// The file that is written; empty when there is none.
+    [[nodiscard]] std::string GetPath() const;
+
+    /// Why the file could not be made, or the last line that failed not be written; no error as long as all is well.
+    /// Any thread may ask.
+    [[nodiscard]] std::error_code GetError() const noexcept;
 
     void Info(const std::string& message) override;
 

@@ -11,6 +11,7 @@
 #include <zamclientlib/CSimpleLogger.h>
 #include <zamclientlib/Chrono.h>
 #include <zamclientlib/CommonRecords.h>
+#include <zamclientlib/Connect.h>
 #include <zamclientlib/Control.h>
 #include <zamclientlib/Enums.h>
 #include <zamclientlib/EventRecords.h>

@@ -12,8 +12,8 @@ namespace apigen {
 
 CApiClientInvoker::CApiClientInvoker(std::unique_ptr<CProcess> process,
                                      std::shared_ptr<IApiExceptionGenerator> generator,
-                                     std::chrono::seconds timeout, std::shared_ptr<ILogger> logger)
-    : StreamedXmlInvokerImpl(process->GetIoDev(), std::move(generator), timeout, std::move(logger)),
+                                     const SInvokerOptions& options)
+    : StreamedXmlInvokerImpl(process->GetIoDev(), std::move(generator), options),
       m_process(std::move(process)) {}
 
 CApiClientInvoker::~CApiClientInvoker() = default;
@@ -22,24 +22,37 @@ std::shared_ptr<CApiClientInvoker> CApiClientInvoker::CreateByProcess(
     const std::string& program, const std::vector<std::string>& arguments,
     std::shared_ptr<IApiExceptionGenerator> generator, std::chrono::seconds timeout,
     std::shared_ptr<ILogger> logger) {
-    RequireTimeout(timeout);
-    auto process = std::make_unique<CProcess>(program, arguments,
-                                              std::unordered_map<std::string, std::string>{}, logger);
-    std::shared_ptr<CApiClientInvoker> invoker(
-        new CApiClientInvoker(std::move(process), std::move(generator), timeout, std::move(logger)));
+    SToolOptions options;
+    options.ConnectTimeout = options.Calls.CallTimeout = Milliseconds(timeout);
+    options.Calls.Logger = std::move(logger);
+    return CreateByProcess(program, arguments, std::move(generator), options);
+}
 
+std::shared_ptr<CApiClientInvoker> CApiClientInvoker::CreateByProcess(
+    const std::string& program, const std::vector<std::string>& arguments,
+    std::shared_ptr<IApiExceptionGenerator> generator, const SToolOptions& options) {
+    RequireTimeout(options.ConnectTimeout);
+    RequireTimeout(options.Calls.CallTimeout);
+    auto process = std::make_unique<CProcess>(program, arguments, options.Environment, options.Calls.Logger);
+    std::shared_ptr<CApiClientInvoker> invoker(
+        new CApiClientInvoker(std::move(process), std::move(generator), options.Calls));
+
+    // It has been asked for nothing yet, so nothing is lost and the caller need not wait for its end.
     try {
-        invoker->TakeGreeting(program);
+        invoker->TakeGreeting(program, options.ConnectTimeout);
+    } catch (ApiException& error) {
+        error.SetConnectionLost();
+        invoker->m_process->Kill();
+        throw;
     } catch (...) {
-        // It has been asked for nothing yet, so nothing is lost and the caller need not wait for its end.
         invoker->m_process->Kill();
         throw;
     }
     return invoker;
 }
 
-void CApiClientInvoker::TakeGreeting(const std::string& program) {
-    const auto greeting = Receive();
+void CApiClientInvoker::TakeGreeting(const std::string& program, std::chrono::milliseconds timeout) {
+    const auto greeting = Receive(timeout);
     envelope::ThrowIfFailed(*greeting, *this, "Connecting to ", common::Quoted(program));
     if (greeting->HasString(envelope::HandleKey)) m_rootHandle = HandleUtils::FromData(greeting);
     if (!m_rootHandle) {

@@ -58,6 +58,18 @@ void CInterruptibleIoDev::SendQueued() {
     m_impl->Device->SendQueued();
 }
 
+void CInterruptibleIoDev::SetEvent(const io::event::IEvent* event) {
+    m_impl->Device->SetEvent(event);
+}
+
+std::string CInterruptibleIoDev::Peer() const {
+    return m_impl->Device->Peer();
+}
+
+std::string CInterruptibleIoDev::WhyEnded() {
+    return m_impl->Device->WhyEnded();
+}
+
 void CInterruptibleIoDev::SetDeadline(Clock::time_point deadline) {
     m_impl->Device->SetDeadline(deadline);
 }

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/apigen/CRequest.h"
 
+#include <apigen/ApiException.h>
+
 #include <utility>
 
 #include "support/apigen/Envelope.h"
 #include "support/apigen/RequestText.h"
 #include "support/apigen/TextEncoders.h"
+#include "support/common/Quietly.h"
 
 namespace apigen {
 
@@ -20,6 +23,20 @@ std::shared_ptr<IData> CRequest::Send(const ProxyBase& proxy, std::string_view m
     auto response = byText->InvokeText(End(proxy, methodId), read, result);
     if (response != nullptr) envelope::ThrowIfFailed(*response, invoker, "Method call ", signature);
     return response;
+}
+
+void CRequest::ReadResponse(const ProxyBase& proxy, std::string_view signature, const IData& response,
+                            ContainerReader read, void* result) {
+    try {
+        read(response, result);
+    } catch (ApiInternalError& error) {
+        common::Quietly([&] {
+            const std::string peer = proxy.GetInvoker()->Peer();
+            error.Append(std::string(" (in the answer").append(peer.empty() ? "" : " of ") + peer + " to " +
+                         std::string(signature) + ')');
+        });
+        throw;
+    }
 }
 
 void CRequest::Release(const ProxyBase& proxy) {

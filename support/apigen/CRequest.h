@@ -34,6 +34,11 @@ public:
     std::shared_ptr<IData> Send(const ProxyBase& proxy, std::string_view methodId, std::string_view signature,
                                 ITextInvoker::ResultReader read, void* result);
 
+    /// Reads the result out of a response that `Send` returned; a failure names the method.
+    using ContainerReader = void (*)(const IData& response, void* result);
+    static void ReadResponse(const ProxyBase& proxy, std::string_view signature, const IData& response,
+                             ContainerReader read, void* result);
+
     /// Releases the object that `proxy` stands for.
     void Release(const ProxyBase& proxy);
 

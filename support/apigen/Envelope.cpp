@@ -18,8 +18,8 @@ void ThrowIfFailed(const IData& response, const IInvoker& invoker, std::string_v
     }
     if (response.HasValue(InternalErrorKey)) {
         const auto error = response.GetChild(InternalErrorKey);
-        throw ApiInternalError(std::string(attempt).append(name) + " ended up with internal API error: " +
-                               common::Escaped(error->GetString(InternalErrorTextKey)));
+        throw ServiceInternalError(std::string(attempt).append(name) + " ended up with internal API error: " +
+                                   common::Escaped(error->GetString(InternalErrorTextKey)));
     }
 }
 

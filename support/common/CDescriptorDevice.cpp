@@ -71,16 +71,25 @@ CFrameStream& CDescriptorDevice::Checked() {
     return m_stream;
 }
 
+std::string CDescriptorDevice::WhyEnded() {
+    auto set = m_stream.PollSet(POLLIN);
+    set[0].events |= POLLRDHUP;
+    ::poll(set.data(), set.size(), 0);
+    return (set[0].revents & (POLLHUP | POLLRDHUP | POLLERR)) != 0 ? Peer() + " has closed the stream"
+                                                                   : std::string();
+}
+
 short CDescriptorDevice::Wait(short events, Clock::time_point deadline) {
     const auto ends = m_stream.PollSet(events);
     std::vector<pollfd> set(ends.begin(), ends.end());
+    set.push_back(m_stream.EventToPoll());
     for (const auto& event : m_events)
         set.push_back({event->Descriptor(), POLLIN, 0});
     for (;;) {
         PollPatiently(set.data(), set.size(), PollTimeout(deadline));
         Checked();
         const short ready = CChannel::Ready(set.data());
-        if (ready != 0 || IsPast(deadline)) return ready;
+        if (ready != 0 || IsPast(deadline) || m_stream.IsInterrupted()) return ready;
     }
 }
 

@@ -42,6 +42,9 @@ public:
     void SetDeadline(Clock::time_point deadline) override { m_stream.SetDeadline(deadline); }
     void WriteLater(const std::string& text) override;
     void SendQueued() override;
+    void SetEvent(const io::event::IEvent* event) override { m_stream.SetEvent(event); }
+    std::string WhyEnded() override;
+    std::string Peer() const override { return m_write ? "the client" : "the peer of the socket"; }
 
 private:
     /// Of two descriptors, as a service has them: it is sent secrets.
@@ -50,7 +53,6 @@ private:
         m_stream.WipeInput();
     }
 
-    std::string Peer() const override { return m_write ? "the client" : "the peer of the socket"; }
     short Wait(short events, Clock::time_point deadline) override;
 
     CFrameStream& Checked();

@@ -131,6 +131,14 @@ void CFrameStream::SendQueued() {
     }
 }
 
+pollfd CFrameStream::EventToPoll() const {
+    return {m_event != nullptr ? m_event->Descriptor() : -1, POLLIN, 0};
+}
+
+bool CFrameStream::IsInterrupted() const {
+    return m_event != nullptr && m_event->IsSet();
+}
+
 void CFrameStream::GiveUp(std::string_view reason) noexcept {
     if (m_lost) return;
     m_lost.emplace();
@@ -160,12 +168,14 @@ void CFrameStream::BeginMessage(std::string_view text) {
 bool CFrameStream::Receive() {
     if (!m_output.empty()) Send({});
     // Where bytes never cease to come, nobody waits: the deadline and the owner get their say here.
-    bool isToWait = std::exchange(m_isContinued, true) && !m_channel.BlocksInReading();
+    const bool isContinued = std::exchange(m_isContinued, true);
+    if (isContinued && IsInterrupted()) ThrowInterrupted();
+    bool isToWait = isContinued && !m_channel.BlocksInReading();
     for (bool isFirst = !isToWait; m_end == nullptr; isFirst = false) {
         if (isToWait) {
             if (!isFirst && IsPast(m_deadline)) ThrowTimeout();
             const short ready = m_owner.Wait(POLLIN, m_deadline);
-            if (ready == 0) ThrowTimeout();
+            if (ready == 0) ThrowUnready();
             if ((ready & POLLIN) == 0) {
                 m_end = PeerEnded;
                 break;
@@ -209,9 +219,10 @@ void CFrameStream::Send(std::string_view text) {
         if (errno == EPIPE || errno == ECONNRESET) ThrowClosed("it takes no more input");
         if (errno != EAGAIN && errno != EINTR && errno != ENOBUFS) ThrowGone(ErrorText(errno));
         if (IsPast(m_deadline)) ThrowTimeout();
+        if (IsInterrupted()) ThrowInterrupted();
         const int events = POLLOUT | (MayReceiveAhead() ? POLLIN : 0);
         const short ready = m_owner.Wait(static_cast<short>(events), m_deadline);
-        if (ready == 0) ThrowTimeout();
+        if (ready == 0) ThrowUnready();
         if ((ready & events) == 0) ThrowGone(PeerEnded);
         if ((ready & POLLIN) != 0) ReceiveAhead();
     }
@@ -244,7 +255,9 @@ void CFrameStream::ThrowOverlong() {
                    std::to_string(IIoDev::MaxMessageBytes) + " are allowed, and starts with ";
     message += Quoted(m_input.Loose().substr(0, isText ? ShownBytes : ShownBinaryBytes));
     GiveUp(message);
-    throw BrokenMessageError(message + m_owner.Epitaph(false));
+    BrokenMessageError error(message + m_owner.Epitaph(false));
+    error.SetConnectionLost();
+    throw error;
 }
 
 void CFrameStream::ThrowEnded() {
@@ -264,6 +277,16 @@ void CFrameStream::ThrowClosed(const char* how) {
 
 void CFrameStream::ThrowTimeout() {
     throw TimeoutError(Cannot("it did not respond in time" + Progress() + m_owner.Epitaph(false)));
+}
+
+void CFrameStream::ThrowInterrupted() {
+    throw InterruptedError(Cannot(m_event->Reason() + Progress()));
+}
+
+/// After a wait that ended with nothing.
+void CFrameStream::ThrowUnready() {
+    if (IsInterrupted()) ThrowInterrupted();
+    ThrowTimeout();
 }
 
 void CFrameStream::ThrowGone(const std::string& why) {

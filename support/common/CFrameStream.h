@@ -3,6 +3,7 @@
 /// Framed messages on a channel.
 #pragma once
 
+#include <apigen/CAtomicEvent.h>
 #include <apigen/Export.h>
 
 #include <array>
@@ -27,7 +28,7 @@ public:
     virtual std::string Peer() const = 0;
 
     /// Waits until the stream's channel can be used as `events` (POLLIN, POLLOUT) say.
-    /// \return what it can be used for; POLLHUP when the peer has ended and nothing more will come, though others
+    /// \return what it can be used for, or 0 once the stream is interrupted; POLLHUP when the peer has ended and nothing more will come, though others
     ///         may hold its ends open; 0 when the deadline has passed
     /// \throws what is to end the operation
     virtual short Wait(short events, Clock::time_point deadline) = 0;
@@ -53,6 +54,12 @@ public:
 
     void SetDeadline(Clock::time_point deadline) noexcept { m_deadline = deadline; }
     Clock::time_point Deadline() const noexcept { return m_deadline; }
+
+    /// Once it is set, an operation that would have to wait throws InterruptedError; null for none.
+    void SetEvent(const io::event::IEvent* event) noexcept { m_event = event; }
+    /// For the owner to wait for as well.
+    pollfd EventToPoll() const;
+    bool IsInterrupted() const;
 
     std::string ReadString();
     /// The same without a copy, for a message that is looked at once: valid until the next operation.
@@ -91,12 +98,15 @@ private:
     [[noreturn]] void ThrowEnded();
     [[noreturn]] void ThrowClosed(const char* how);
     [[noreturn]] void ThrowTimeout();
+    [[noreturn]] void ThrowInterrupted();
+    [[noreturn]] void ThrowUnready();
     [[noreturn]] void ThrowGone(const std::string& why);
     std::string Cannot(std::string_view why) const;
     std::string Progress() const;
 
     CChannel m_channel;
     IStreamOwner& m_owner;
+    const io::event::IEvent* m_event = nullptr;
     Clock::time_point m_deadline = Clock::time_point::max();
     CProcessMark m_origin;
     std::optional<std::string> m_lost;  // why the stream is not to be used any more

@@ -126,17 +126,27 @@ std::string CProcessDevice::Peer() const {
 short CProcessDevice::Wait(short events, Clock::time_point deadline) {
     for (;;) {
         const auto ends = m_stream.PollSet(events);
-        std::array<pollfd, 3> set{ends[0], ends[1], pollfd{m_streams.Error.Get(), POLLIN, 0}};
+        std::array<pollfd, 4> set{ends[0], ends[1], pollfd{m_streams.Error.Get(), POLLIN, 0},
+                                  m_stream.EventToPoll()};
         const bool mayHaveEnded = m_child.AwaitNews(set.data(), set.size(), deadline);
         if (set[2].revents != 0) DrainError(ErrorRoundBytes);
         const short ready = CChannel::Ready(set.data());
-        if (ready != 0 || IsPast(deadline)) return ready;
+        if (ready != 0 || IsPast(deadline) || m_stream.IsInterrupted()) return ready;
         if (!mayHaveEnded || !m_child.HasEnded()) continue;
         // It may have written its last words after the streams were looked at and before its end was.
         auto input = m_stream.PollSet(static_cast<short>(events & POLLIN));
         PollPatiently(input.data(), input.size(), 0);
         return CChannel::Ready(input.data()) != 0 ? POLLIN : POLLHUP;
     }
+}
+
+std::string CProcessDevice::WhyEnded() {
+    if (m_child.HasEnded()) return Description() + ' ' + EndingText(m_child.WaitStatus()) + LastWords();
+    if (!m_streams.Output) return Description() + " was given up";
+    auto set = m_stream.PollSet(POLLIN);
+    ::poll(set.data(), set.size(), 0);
+    return (set[0].revents & POLLHUP) != 0 ? Description() + " has closed its output" + LastWords()
+                                           : std::string();
 }
 
 std::string CProcessDevice::Epitaph(bool isGone) {

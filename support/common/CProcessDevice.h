@@ -29,6 +29,10 @@ public:
     void SetDeadline(Clock::time_point deadline) override;
     void WriteLater(const std::string& text) override;
     void SendQueued() override;
+    void SetEvent(const io::event::IEvent* event) override { m_stream.SetEvent(event); }
+    std::string WhyEnded() override;
+
+    std::string Peer() const override;
 
     Clock::time_point Deadline() const noexcept { return m_stream.Deadline(); }
     CChildProcess& Child() noexcept { return m_child; }
@@ -67,7 +71,6 @@ private:
 
     static CChildProcess StartWithStreams(SChildStart&& start, SStreams& ours);
 
-    std::string Peer() const override;
     short Wait(short events, Clock::time_point deadline) override;
     std::string Epitaph(bool isGone) override;
 

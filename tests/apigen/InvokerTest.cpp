@@ -32,6 +32,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 /// The other end: answers each request by a function, in a thread of its own, until the stream ends.
 class CPeer {
@@ -176,8 +177,8 @@ TEST_F(Invoker, FailsAtOnceAfterABrokenAnswerWithTheCauseInTheMessage) {
     const std::string cause = Thrown<BrokenMessageError>([&] { Call(*invoker, "x"); });
     EXPECT_THAT(cause, HasSubstr("an end tag that does not match <unclosed> at offset 16"));
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(Thrown<PeerGoneError>([&] { Call(*invoker, "x"); }),
-                  "The connection was given up after an earlier failure: " + cause);
+        EXPECT_THAT(Thrown<PeerGoneError>([&] { Call(*invoker, "x"); }),
+                    StartsWith("The connection was given up after an earlier failure: " + cause));
     }
     { const ProxyBase proxy(invoker, Handle{7}); }
     EXPECT_EQ(requests, 1);

@@ -164,7 +164,7 @@ TEST_F(Proxy, CannotRethrowAnExceptionWhenTheGeneratorReturns) {
 
 TEST_F(Proxy, ReportsAnInternalErrorWithTheSignature) {
     m_invoker->Answer = Document(InternalErrorAnswer + "<__result>1</__result>");
-    EXPECT_EQ(Thrown<ApiInternalError>([&] { Call(); }),
+    EXPECT_EQ(Thrown<ServiceInternalError>([&] { Call(); }),
               "Method call void Start() ended up with internal API error: out of memory");
 }
 

@@ -8,6 +8,7 @@
 #include <apigen/CApiClientInvoker.h>
 #include <zamclientlib/CApiExceptionGenerator.h>
 #include <zamclientlib/CEventsStream.h>
+#include <zamclientlib/Connect.h>
 #include <zamclientlib/InstallerProxies.h>
 
 #include <gtest/gtest.h>

@@ -34,7 +34,7 @@ TEST_F(AMisbehavingAgent, ReportsEachTypedFailureAsItsType) {
     EXPECT_EQ(unmet.MissedPackage, EIndexingDependency::Tar);
     EXPECT_STREQ(Thrown<apigen::ApiException>(call).what(),
                  "Cannot deserialize exception: Unknown exception type.");
-    EXPECT_THAT(Thrown<apigen::ApiInternalError>(call).what(), HasSubstr("six"));
+    EXPECT_THAT(Thrown<apigen::ServiceInternalError>(call).what(), HasSubstr("six"));
     EXPECT_EQ(control->GetProductInfo().Name, "Test agent") << "the connection is as good as new";
 }
 
