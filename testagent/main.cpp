@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command line of the test agent: that of the agent's tool, as far as clients use it.
+#include <zamservice/Main.h>
+
 #include <fcntl.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -9,7 +11,6 @@
 #include <iostream>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "testagent/CMisbehaviour.h"
 #include "testagent/Methods.h"
@@ -17,8 +18,6 @@
 
 namespace testagent {
 namespace {
-
-constexpr int UsageError = 2;
 
 // Written before the handler that reads them is set, and there until the process has gone.
 std::array<char, sizeof(sockaddr_un::sun_path)> g_socketPath;
@@ -66,18 +65,13 @@ int Serve() {
     return zamservice::ServeStandardStreams(makeService, answer);
 }
 
-int Run(const std::vector<std::string>& arguments) {
-    if (arguments == std::vector<std::string>{"extended", "protocolVersion"}) {
-        return zamservice::PrintProtocolVersion(SScript::FromEnvironment().ProtocolVersion);
-    }
-    if (arguments.size() == 4 && arguments[0] == "extended" && arguments[1] == "startCommandInvoker" &&
-        arguments[2] == "--logFileName") {
-        return Serve();
-    }
-    std::cerr << "An agent in memory, for tests. Usage:\n"
-                 "  tarvoconfig extended startCommandInvoker --logFileName NAME\n"
-                 "  tarvoconfig extended protocolVersion\n";
-    return UsageError;
+int Run(int argc, char** argv) {
+    zamservice::STool tool;
+    tool.Kind = zamservice::EToolKind::Agent;
+    tool.Serve = [](const std::string& /*logName*/) { return Serve(); };
+    tool.ProtocolVersion = [] { return SScript::FromEnvironment().ProtocolVersion; };
+    tool.Description = "An agent in memory, for tests.";
+    return zamservice::Main(argc, argv, tool);
 }
 
 }  // namespace
@@ -85,7 +79,7 @@ int Run(const std::vector<std::string>& arguments) {
 
 int main(int argc, char** argv) {
     try {
-        return testagent::Run({argv + 1, argv + argc});
+        return testagent::Run(argc, argv);
     } catch (const std::exception& error) {
         std::cerr << error.what() << std::endl;
         return 1;
