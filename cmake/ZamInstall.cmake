@@ -19,8 +19,10 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/" TYPE INCLUDE COMPONENT develo
 
 install(EXPORT zamclientlibTargets NAMESPACE zamclientlib:: DESTINATION "${package_dir}"
         COMPONENT development)
+set(testagent_dir "${CMAKE_INSTALL_LIBEXECDIR}/zamclientlib/testagent")
 configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/zamclientlibConfig.cmake.in"
-    "${PROJECT_BINARY_DIR}/zamclientlibConfig.cmake" INSTALL_DESTINATION "${package_dir}")
+    "${PROJECT_BINARY_DIR}/zamclientlibConfig.cmake" INSTALL_DESTINATION "${package_dir}"
+    PATH_VARS CMAKE_INSTALL_BINDIR testagent_dir)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/zamclientlibConfigVersion.cmake"
     COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/zamclientlibConfig.cmake"
@@ -29,6 +31,8 @@ install(FILES "${PROJECT_BINARY_DIR}/zamclientlibConfig.cmake"
 
 file(RELATIVE_PATH pkgconfig_to_prefix "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 string(REGEX REPLACE "/$" "" pkgconfig_to_prefix "${pkgconfig_to_prefix}")
-configure_file("${PROJECT_SOURCE_DIR}/cmake/zamclientlib.pc.in" "${PROJECT_BINARY_DIR}/zamclientlib.pc" @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/zamclientlib.pc"
-        DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
+foreach(package IN ITEMS zamclientlib zamservicelib)
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/${package}.pc.in" "${PROJECT_BINARY_DIR}/${package}.pc" @ONLY)
+    install(FILES "${PROJECT_BINARY_DIR}/${package}.pc"
+            DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
+endforeach()

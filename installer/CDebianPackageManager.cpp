@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "installer/ListedPackage.h"
 #include "installer/PackageLock.h"
 #include "installer/SmallFile.h"
 #include "support/common/Text.h"
@@ -50,8 +51,12 @@ void RequirePackageName(const std::string& name) {
     throw CGenericException("Can't use the package file " + Quoted(path.string()) + ": " + reason + ".");
 }
 
-// An absolute path, which no program takes for an option.
-std::filesystem::path RequireReadableFile(const std::string& path) {
+struct SReadableFile {
+    std::filesystem::path Path;  // absolute, which no program takes for an option
+    struct stat Status {};
+};
+
+SReadableFile RequireReadableFile(const std::string& path) {
     if (path.empty()) throw CGenericException("The path of a package file is empty.");
     if (path.find('\0') != std::string::npos) ThrowBadFile(path, "the path holds a NUL character");
     std::error_code error;
@@ -61,22 +66,44 @@ std::filesystem::path RequireReadableFile(const std::string& path) {
     if (stat(absolute.c_str(), &status) != 0) ThrowBadFile(absolute, ErrorText(errno));
     if (!S_ISREG(status.st_mode)) ThrowBadFile(absolute, "it is no regular file");
     if (access(absolute.c_str(), R_OK) != 0) ThrowBadFile(absolute, ErrorText(errno));
-    return absolute;
+    return {std::move(absolute), status};
+}
+
+// Checking large packages takes a while, in which somebody may go on copying them.
+void RequireUnchanged(const std::filesystem::path& path, const struct stat& before) {
+    const auto isSame = [](const timespec& left, const timespec& right) {
+        return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+    };
+    struct stat now {};
+    if (stat(path.c_str(), &now) != 0) ThrowBadFile(path, ErrorText(errno));
+    if (now.st_dev != before.st_dev || now.st_ino != before.st_ino || now.st_size != before.st_size ||
+        !isSame(now.st_mtim, before.st_mtim) || !isSame(now.st_ctim, before.st_ctim)) {
+        ThrowBadFile(path, "it was changed while it was checked");
+    }
 }
 
 struct SPackageIdentity {
     std::string Name;
     std::string Version;
+    std::string Architecture;
 };
 
 SPackageIdentity ReadIdentity(const std::filesystem::path& path) {
     const SCommandResult result =
-        RunQuery({"dpkg-deb", {"--show", "--showformat=${Package}\\n${Version}", "--", path.string()}});
+        RunQuery({"dpkg-deb",
+                  {"--show", "--showformat=${Package}\\n${Version}\\n${Architecture}", "--", path.string()}});
     if (!result.Succeeded())
         ThrowBadFile(path, "it is no Debian package (dpkg-deb " + result.Failure() + ")");
-    const std::size_t lineEnd = result.Output.find('\n');
-    SPackageIdentity identity{result.Output.substr(0, lineEnd),
-                              lineEnd == std::string::npos ? "" : result.Output.substr(lineEnd + 1)};
+    std::string_view rest = result.Output;
+    const auto nextLine = [&rest] {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+        return std::string(line);
+    };
+    SPackageIdentity identity;
+    identity.Name = nextLine();
+    identity.Version = nextLine();
+    identity.Architecture = nextLine();
     if (!IsPackageName(identity.Name)) {
         ThrowBadFile(path,
                      "it holds a package called " + Quoted(identity.Name) + ", which is no package name");
@@ -108,11 +135,11 @@ apigen::Optional<zamclientlib::SPackageInfo> CDebianPackageManager::FindInstalle
 }
 
 void CDebianPackageManager::InstalLocalPackages(std::vector<std::string> pkgPaths) const {
-    InstallFiles(pkgPaths, EPurpose::Install);
+    InstallListed(pkgPaths, EPurpose::Install);
 }
 
 void CDebianPackageManager::UpdateLocalPackages(std::vector<std::string> pkgPaths) const {
-    InstallFiles(pkgPaths, EPurpose::Update);
+    InstallListed(pkgPaths, EPurpose::Update);
 }
 
 void CDebianPackageManager::RemovePackages(std::vector<std::string> pkgNames) const {
@@ -133,7 +160,7 @@ void CDebianPackageManager::RemovePackages(std::vector<std::string> pkgNames) co
 }
 
 std::string CDebianPackageManager::GetPackageNameFromFile(std::string pkgPath) const {
-    return ReadIdentity(RequireReadableFile(pkgPath)).Name;
+    return ReadIdentity(RequireReadableFile(pkgPath).Path).Name;
 }
 
 bool CDebianPackageManager::IsPresent(const std::string& packageName) const {
@@ -179,31 +206,81 @@ std::optional<CDebianPackageManager::SDatabaseEntry> CDebianPackageManager::Look
     return found;
 }
 
-std::vector<CDebianPackageManager::SPackageFile> CDebianPackageManager::CheckFiles(
-    const std::vector<std::string>& paths, EPurpose purpose) const {
-    std::vector<SPackageFile> files;
-    for (const std::string& path : paths) {
-        SPackageFile file{RequireReadableFile(path), {}, {}};
-        if (m_context.IsRunningSystem() && file.Path.extension() != ".deb") {
-            ThrowBadFile(file.Path, "apt-get takes only files whose name ends in .deb");
+CDebianPackageManager::SNeeds CDebianPackageManager::Check(const std::vector<std::string>& entries,
+                                                           EPurpose purpose) const {
+    SNeeds needs;
+    for (const std::string& entry : entries) {
+        if (!IsFileEntry(entry)) continue;
+        SPackageFile file = CheckFile(entry, purpose);
+        const auto same =
+            std::find_if(needs.Files.begin(), needs.Files.end(), [&](const SPackageFile& other) {
+                return other.Name == file.Name && other.Architecture == file.Architecture;
+            });
+        if (same == needs.Files.end()) {
+            needs.Files.push_back(std::move(file));
+        } else if (same->Path != file.Path) {
+            throw CGenericException("Can't install both " + Quoted(same->Path.string()) + " and " +
+                                    Quoted(file.Path.string()) + ": each holds the package '" + file.Name +
+                                    "'.");
         }
-        SPackageIdentity identity = ReadIdentity(file.Path);
-        file.Name = std::move(identity.Name);
-        file.Version = std::move(identity.Version);
-        RequireWholeArchive(file.Path);
-        RequireNoWayOut(file);
-        const auto entry = Look(file.Name);
-        if (entry && entry->IsPresent()) RequireNoWayOut(file.Name);
-        if (entry && entry->IsInstalled()) {
-            RequireNoDowngrade(file, *entry);
-        } else if (purpose == EPurpose::Update) {
-            throw CGenericException("Can't update the package '" + file.Name + "' from " +
-                                    Quoted(file.Path.string()) +
-                                    ": it is not installed. Install it instead.");
-        }
-        files.push_back(std::move(file));
     }
-    return files;
+    for (const std::string& entry : entries) {
+        if (IsFileEntry(entry)) continue;
+        if (!IsPackageName(entry)) {
+            throw CGenericException(Quoted(entry) +
+                                    " is neither the path of a file, which has a '/' or ends in .deb, nor a "
+                                    "package name.");
+        }
+        const bool isListedAsFile = std::any_of(needs.Files.begin(), needs.Files.end(),
+                                                [&](const SPackageFile& file) { return file.Name == entry; });
+        const auto installed = Look(entry);
+        if (isListedAsFile || (installed && installed->IsInstalled())) continue;
+        RequireObtainable(entry, purpose);
+        needs.Names.push_back(entry);
+    }
+    return needs;
+}
+
+CDebianPackageManager::SPackageFile CDebianPackageManager::CheckFile(const std::string& path,
+                                                                     EPurpose purpose) const {
+    SReadableFile readable = RequireReadableFile(path);
+    SPackageFile file{std::move(readable.Path), readable.Status, {}, {}, {}};
+    if (m_context.IsRunningSystem() && file.Path.extension() != ".deb") {
+        ThrowBadFile(file.Path, "apt-get takes only files whose name ends in .deb");
+    }
+    SPackageIdentity identity = ReadIdentity(file.Path);
+    file.Name = std::move(identity.Name);
+    file.Version = std::move(identity.Version);
+    file.Architecture = std::move(identity.Architecture);
+    RequireWholeArchive(file.Path);
+    RequireNoWayOut(file);
+    const auto entry = Look(file.Name);
+    if (entry && entry->IsPresent()) RequireNoWayOut(file.Name);
+    if (entry && entry->IsInstalled()) {
+        RequireNoDowngrade(file, *entry);
+    } else if (purpose == EPurpose::Update) {
+        throw CGenericException("Can't update the package '" + file.Name + "' from " +
+                                Quoted(file.Path.string()) + ": it is not installed. Install it instead.");
+    }
+    return file;
+}
+
+void CDebianPackageManager::RequireObtainable(const std::string& packageName, EPurpose purpose) const {
+    if (purpose == EPurpose::Update) {
+        throw CGenericException("Can't update the package '" + packageName +
+                                "': it is not installed. Install it instead.");
+    }
+    if (!m_context.IsRunningSystem()) {
+        throw CGenericException("Can't install the package '" + packageName + "' in " +
+                                Quoted(m_context.Root.string()) +
+                                " by its name: only the running system gets packages from its distribution. "
+                                "Install it there first, or list its file.");
+    }
+    // apt-get would remove "x" where no package is called "x-".
+    if (packageName.back() == '-') {
+        throw CGenericException("Can't install the package '" + packageName +
+                                "': apt-get takes the '-' at its end for a wish to remove.");
+    }
 }
 
 void CDebianPackageManager::RequireNoWayOut(const SPackageFile& file) const {
@@ -255,13 +332,15 @@ void CDebianPackageManager::RequireNoDowngrade(const SPackageFile& file,
                             ". Remove the package first.");
 }
 
-void CDebianPackageManager::InstallFiles(const std::vector<std::string>& paths, EPurpose purpose) const {
-    if (paths.empty()) return;
-    std::vector<std::string> checkedPaths;
-    for (const SPackageFile& file : CheckFiles(paths, purpose))
-        checkedPaths.push_back(file.Path.string());
+void CDebianPackageManager::InstallListed(const std::vector<std::string>& entries, EPurpose purpose) const {
+    const SNeeds needs = Check(entries, purpose);
+    std::vector<std::string> packages;
+    for (const SPackageFile& file : needs.Files)
+        packages.push_back(file.Path.string());
+    packages.insert(packages.end(), needs.Names.begin(), needs.Names.end());
+    if (packages.empty()) return;
     const std::string what =
-        (purpose == EPurpose::Install ? "Install packages: " : "Update packages: ") + Joined(checkedPaths);
+        (purpose == EPurpose::Install ? "Install packages: " : "Update packages: ") + Joined(packages);
 
     // Nobody can be asked what becomes of a changed configuration file: it stays as the administrator left
     // it.
@@ -274,7 +353,9 @@ void CDebianPackageManager::InstallFiles(const std::vector<std::string>& paths, 
                                        "-oDpkg::Options::=--force-confold",
                                        "--"}
             : std::vector<std::string>{"--force-confdef", "--force-confold", "--install", "--"};
-    arguments.insert(arguments.end(), checkedPaths.begin(), checkedPaths.end());
+    arguments.insert(arguments.end(), packages.begin(), packages.end());
+    for (const SPackageFile& file : needs.Files)
+        RequireUnchanged(file.Path, file.Status);
     Change(what, m_context.IsRunningSystem() ? SCommand{"apt-get", std::move(arguments)}
                                              : Dpkg(std::move(arguments)));
 }

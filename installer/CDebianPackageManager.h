@@ -4,6 +4,8 @@
 
 #include <zamclientlib/Installer.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -17,8 +19,9 @@ namespace installer {
 // On the running system apt-get changes packages, and so finds dependencies; in another root dpkg alone does.
 //
 // Everything that can be known beforehand is checked before anything changes: names, files (readable whole,
-// real packages, none older than what is installed), presence of what is updated or removed, links that would lead
-// dpkg out of another root, the lock.
+// real packages, none older than what is installed, one for each package, unchanged since they were checked),
+// presence of what is updated or removed, links that would lead dpkg out of another root, the lock.
+// A package that is listed by name is to be there: what is installed stays as it is.
 // A change that has begun goes on to its end, even when the tool is ended meanwhile.
 class CDebianPackageManager final : public zamclientlib::IPackageManager {
 public:
@@ -48,8 +51,10 @@ private:
     };
     struct SPackageFile {
         std::filesystem::path Path;  // absolute
+        struct stat Status {};       // when the check began
         std::string Name;
         std::string Version;
+        std::string Architecture;
     };
     enum class EPurpose {
         Install,
@@ -57,14 +62,21 @@ private:
     };
 
     std::optional<SDatabaseEntry> Look(const std::string& packageName) const;
-    std::vector<SPackageFile> CheckFiles(const std::vector<std::string>& paths, EPurpose purpose) const;
+    // What is to be done for a list to be there.
+    struct SNeeds {
+        std::vector<SPackageFile> Files;  // in the order of the list
+        std::vector<std::string> Names;   // of what the distribution is to give
+    };
+    SNeeds Check(const std::vector<std::string>& entries, EPurpose purpose) const;
+    SPackageFile CheckFile(const std::string& path, EPurpose purpose) const;
+    void RequireObtainable(const std::string& packageName, EPurpose purpose) const;
     // dpkg itself takes links of another root in the sense of the running system, and would write there.
     void RequireNoWayOut(const SPackageFile& file) const;
     void RequireNoWayOut(const std::string& installedPackage) const;
     void RequireNoWayOut(const std::string& attempt, const std::string& listing,
                          const std::string& argument) const;
     void RequireNoDowngrade(const SPackageFile& file, const SDatabaseEntry& installed) const;
-    void InstallFiles(const std::vector<std::string>& paths, EPurpose purpose) const;
+    void InstallListed(const std::vector<std::string>& entries, EPurpose purpose) const;
     void Change(const std::string& what, const SCommand& command) const;
     SCommand Dpkg(std::vector<std::string> arguments) const;
     std::string LogFile() const;

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "installer/ListedPackage.h"
 #include "installer/SmallFile.h"
 #include "support/common/Text.h"
 
@@ -113,7 +114,15 @@ private:
         if (std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; })) {
             Fail(node, "a control character in a " + std::string(kind));
         }
-        if (kind == "Package") return text;
+        if (kind == "Package") {
+            // In the list that it joins it must not pass for a file.
+            if (IsFileEntry(text) || text.find(' ') != text.npos) {
+                Fail(node,
+                     Quoted(text) +
+                         " is no name of a package: a name has no '/' and no blank, and doesn't end in .deb");
+            }
+            return text;
+        }
         return (m_path.parent_path() / text).lexically_normal().string();
     }
 

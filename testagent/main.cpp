@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command line of the test agent: that of the agent's tool, as far as clients use it.
+#include <zamservice/Main.h>
+
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <iostream>
 #include <optional>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "testagent/CMisbehaviour.h"
 #include "testagent/Objects.h"
@@ -16,7 +18,7 @@
 namespace testagent {
 namespace {
 
-constexpr int UsageError = 2;
+using namespace std::string_view_literals;
 
 int Serve() {
     // The kit takes the standard streams over; what is to go out raw needs a descriptor of its own.
@@ -45,21 +47,18 @@ int Serve() {
     return zamservice::ServeStandardStreams(makeService, answer);
 }
 
-int Run(const std::vector<std::string>& arguments) {
-    if (arguments == std::vector<std::string>{"extended", "protocolVersion"}) {
-        return zamservice::PrintProtocolVersion(SScript::FromEnvironment().ProtocolVersion);
-    }
-    if (arguments.size() == 4 && arguments[0] == "extended" && arguments[1] == "startCommandInvoker" &&
-        arguments[2] == "--logFileName") {
+int Run(int argc, char** argv) {
+    if (argc == 3 && argv[1] == "extended"sv && argv[2] == "shutdown"sv)
+        return ShutDownShared(SharedFolder());
+    zamservice::STool tool;
+    tool.Kind = zamservice::EToolKind::Agent;
+    tool.Serve = [](const std::string& /*logName*/) {
         const std::string shared = SharedFolder();
         return shared.empty() ? Serve() : ServeByShared(shared);
-    }
-    if (arguments == std::vector<std::string>{"extended", "shutdown"}) return ShutDownShared(SharedFolder());
-    std::cerr << "An agent in memory, for tests. Usage:\n"
-                 "  tarvoconfig extended startCommandInvoker --logFileName NAME\n"
-                 "  tarvoconfig extended protocolVersion\n"
-                 "  tarvoconfig extended shutdown\n";
-    return UsageError;
+    };
+    tool.ProtocolVersion = [] { return SScript::FromEnvironment().ProtocolVersion; };
+    tool.Description = "An agent in memory, for tests. `extended shutdown` ends a shared one.";
+    return zamservice::Main(argc, argv, tool);
 }
 
 }  // namespace
@@ -67,7 +66,7 @@ int Run(const std::vector<std::string>& arguments) {
 
 int main(int argc, char** argv) {
     try {
-        return testagent::Run({argv + 1, argv + argc});
+        return testagent::Run(argc, argv);
     } catch (const std::exception& error) {
         std::cerr << error.what() << std::endl;
         return 1;

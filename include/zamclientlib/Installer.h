@@ -27,10 +27,25 @@ public:
         std::string packageName) const = 0;
 
     /// Installs packages from local files. (The name's spelling is part of the wire.)
+    ///
+    /// Takes what `IZAMDeployer::GetInstallationInfo` offers as it is:
+    /// \code
+    /// const auto offer = installer->GetZAMDeployer()->GetInstallationInfo("/srv/release/index.xml");
+    /// if (offer.IsInstallationSupported)
+    ///     installer->GetPackageManager()->InstalLocalPackages(offer.PackageForInstall);
+    /// \endcode
+    /// It installs the list, all of it or nothing unless the package system itself fails half-way. A package of which an
+    /// older version is installed is updated; a newer one is never replaced.
+    /// \param pkgPaths what holds a `/` or ends in `.deb` is a file on the tool's host, also when the tool manages a
+    ///        system in another folder; give absolute paths, and let nobody change the files until the call returns.
+    ///        Anything else is the name of a package of the distribution: it stays as it is when it is installed;
+    ///        otherwise the running system fetches it, and a system in another folder refuses the list.
+    /// \throws CGenericException when a file, or a package by its name, can't be installed; it tells which and why
     /// \throws CPackageManagerIsLocked when another program holds the package system.
     virtual void InstalLocalPackages(std::vector<std::string> pkgPaths) const = 0;
 
-    /// Updates installed packages from local files.
+    /// Updates installed packages from local files. As `InstalLocalPackages`, but refuses the list when one of its
+    /// packages is not installed.
     /// \throws CPackageManagerIsLocked when another program holds the package system.
     virtual void UpdateLocalPackages(std::vector<std::string> pkgPaths) const = 0;
 
@@ -69,7 +84,11 @@ public:
     [[nodiscard]] virtual SVersion GetDriverVersion() const = 0;
 
     [[nodiscard]] virtual bool IsSystemSupportedByProduct(std::string packageIndexXmlPath) const = 0;
+
+    /// What the index offers this host; its `PackageForInstall` is for `IPackageManager::InstalLocalPackages`.
+    /// \param packageIndexXmlPath a file on the tool's host
     [[nodiscard]] virtual SInstallationInfo GetInstallationInfo(std::string packageIndexXmlPath) const = 0;
+
     [[nodiscard]] virtual bool IsProductInstalled() const = 0;
 
     /// Removes the product's packages.

@@ -64,8 +64,8 @@ struct SSystemInformation {
 /// What a package index offers this host.
 struct SInstallationInfo {
     SVersion PackagesVersion{};
-    std::vector<std::string> PackageForInstall{};
-    bool IsKmodDriver = false;  ///< the driver comes as a kernel module
+    std::vector<std::string> PackageForInstall{};  ///< for `InstalLocalPackages`: files and names
+    bool IsKmodDriver = false;                     ///< the driver comes as a kernel module
     bool IsInstallationSupported = false;
 
     template <class Visitor>

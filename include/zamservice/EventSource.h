@@ -72,7 +72,7 @@ public:
     const std::string& SocketPath() const noexcept;
 
     /// The answer to `IZamControl::GetEventConfig`.
-    zamclientlib::SEventConfig Config() const;
+    [[nodiscard]] zamclientlib::SEventConfig Config() const;
 
     /// How many subscribers have sent their opening word and are still there.
     std::size_t SubscriberCount() const;

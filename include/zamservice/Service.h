@@ -33,14 +33,14 @@ public:
     ~CService();
 
     /// The message that the service begins with: it names the root object.
-    std::string Greeting() const;
+    [[nodiscard]] std::string Greeting() const;
 
     /// Carries out one request and returns the answer. Never throws for what a client sends: a request that
     /// can't be understood is answered with an error.
-    std::string Answer(const std::string& request);
+    [[nodiscard]] std::string Answer(const std::string& request);
 
     /// How many objects the client holds, the root included.
-    std::size_t ObjectCount() const noexcept;
+    [[nodiscard]] std::size_t ObjectCount() const noexcept;
 
     static constexpr std::size_t DefaultObjectLimit = 2'000'000;
 
@@ -76,18 +76,18 @@ APIGEN_API void Serve(CService& service, apigen::IIoDev& device, const AnswerFun
 /// error may be closed. From then on SIGPIPE is ignored.
 /// \param makeService makes the service; when it throws, the client is greeted with the failure
 /// \return the exit code: 0 after an orderly end.
-APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService);
+[[nodiscard]] APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService);
 
 /// Prints the document in which a tool reports its protocol's version, as a client asks for it before it
 /// connects. For `main`.
 /// \return the exit code
-APIGEN_API int PrintProtocolVersion();
+[[nodiscard]] APIGEN_API int PrintProtocolVersion();
 /// \overload for another version than the kit's own
-APIGEN_API int PrintProtocolVersion(const zamclientlib::SVersion& version);
+[[nodiscard]] APIGEN_API int PrintProtocolVersion(const zamclientlib::SVersion& version);
 
 /// As above, for a service that has a say in its answers: to watch, to delay, to change them.
 /// \param answer when it throws, the connection ends
-APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService,
-                                    const AnswerFunction& answer);
+[[nodiscard]] APIGEN_API int ServeStandardStreams(const std::function<CService()>& makeService,
+                                                  const AnswerFunction& answer);
 
 }  // namespace zamservice

@@ -94,7 +94,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Require(offer.IsInstallationSupported != offer.PackageForInstall.empty(),
                 "who is supported has something to install");
         for (const std::string& package : offer.PackageForInstall)
-            Require(!package.empty(), "every package has a name");
+            Require(!package.empty() && (package.front() == '/' || package.find('/') == package.npos),
+                    "every package is an absolute path or a name", package);
     } catch (const zamclientlib::CGenericException& error) {
         Require(std::string_view(error.what()).find(path) != std::string_view::npos,
                 "a refusal names the file", error.what());

@@ -30,6 +30,7 @@ expected_development() {
     (cd "$source" && find include -name '*.h')
     echo libexec/zamclientlib/testagent/tarvoconfig
     echo "$libdir/pkgconfig/zamclientlib.pc"
+    echo "$libdir/pkgconfig/zamservicelib.pc"
     for name in Config ConfigVersion Targets; do
         echo "$libdir/cmake/zamclientlib/zamclientlib$name.cmake"
     done

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <zamclientlib/Exceptions.h>
 
+#include <fstream>
 #include <string>
+#include <vector>
 
 #include "CTestSystem.h"
 #include "TestFolder.h"
@@ -14,6 +16,13 @@ namespace {
 
 using zamclientlib::CGenericException;
 using zamclientlib::SVersion;
+
+std::string MachineOfTheHost() {
+    for (const char* const name : {"x86_64", "i686", "aarch64", "ppc64le", "s390x", "riscv64"}) {
+        if (PlatformOf(name) == HostPlatform()) return name;
+    }
+    return "unknown-machine";
+}
 
 class Deployer : public testing::Test {
 protected:
@@ -63,10 +72,7 @@ TEST_F(Deployer, UninstallRemovesAHalfInstalledAgent) {
 TEST_F(Deployer, TheIndexIsReadAgainstTheManagedSystem) {
     m_system.Folder().Write("etc/os-release", "ID=debian\nVERSION_ID=12\n");
     m_system.Folder().Write("etc/debian_version", "12.4\n");
-    std::string machine = "unknown-machine";
-    for (const char* const name : {"x86_64", "i686", "aarch64", "ppc64le", "s390x", "riscv64"}) {
-        if (PlatformOf(name) == HostPlatform()) machine = name;
-    }
+    const std::string machine = MachineOfTheHost();
     const auto index = [&](const std::string& maxVersion) {
         return m_system.Folder()
             .Write("index.xml",
@@ -82,6 +88,40 @@ TEST_F(Deployer, TheIndexIsReadAgainstTheManagedSystem) {
     EXPECT_FALSE(m_deployer.GetInstallationInfo(index("11")).IsInstallationSupported);
     EXPECT_THROW_WITH(m_deployer.IsSystemSupportedByProduct("/no/such/index.xml"), CGenericException,
                       "/no/such/index.xml");
+}
+
+TEST_F(Deployer, InstallingWhatAnIndexOffersTakesOneCall) {
+    m_system.Folder().Write("etc/os-release", "ID=debian\nVERSION_ID=12\n");
+    const auto agent =
+        m_system.Build({"tarvo-agent", "6.1", "d", "Depends: tarvo-driver, helper\n"}, "agent.deb");
+    const auto driver = m_system.Build({"tarvo-driver", "6.1"}, "driver.deb");
+    m_system.Build({"unlisted"}, "unlisted.deb");
+    // The index stands with its packages, on the host and not in the root.
+    const std::string index = (agent.parent_path() / "index.xml").string();
+    std::ofstream(index) << "<PackageIndex format='1' version='6.1'><Distribution id='debian' architecture='"
+                         << MachineOfTheHost()
+                         << "'><File>agent.deb</File><Package>helper</Package><File>driver.deb</File>"
+                            "</Distribution></PackageIndex>";
+    const auto list = [&] { return m_deployer.GetInstallationInfo(index).PackageForInstall; };
+    EXPECT_EQ(list(), (std::vector<std::string>{agent.string(), "helper", driver.string()}));
+
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages(list()), CGenericException, "package 'helper'");
+    EXPECT_EQ(m_system.DpkgStatus("tarvo-driver"), "");
+    m_packages.InstalLocalPackages({m_system.Build({"helper", "3"})});
+    m_packages.InstalLocalPackages(list());
+    EXPECT_EQ(m_system.DpkgStatus("tarvo-agent"), "install ok installed 6.1");
+    EXPECT_EQ(m_system.DpkgStatus("tarvo-driver"), "install ok installed 6.1");
+    EXPECT_EQ(m_system.DpkgStatus("helper"), "install ok installed 3");
+    EXPECT_EQ(m_system.DpkgStatus("unlisted"), "");
+
+    // The same call updates.
+    m_system.Build({"tarvo-agent", "6.2", "d", "Depends: tarvo-driver, helper\n"}, "agent.deb");
+    m_packages.InstalLocalPackages(list());
+    EXPECT_EQ(m_deployer.GetAgentVersion(), (SVersion{6, 2, 0, 0}));
+
+    std::filesystem::remove(driver);
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages(list()), CGenericException,
+                      driver.string() + "\": No such file");
 }
 
 TEST_F(Deployer, TheRootObjectLeadsToAllParts) {

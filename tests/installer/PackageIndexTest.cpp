@@ -161,6 +161,9 @@ TEST_F(PackageIndex, HostileAndBrokenDocumentsAreRefused) {
         {distribution(valid, "<File>a<b/>c</File>"), "an element within a File"},
         {distribution(valid, "<File sum='1'>a</File>"), "unknown attribute"},
         {distribution(valid, "<File>a\nb</File>"), "a control character"},
+        {distribution(valid, "<Package>a/b</Package>"), "\"a/b\" is no name of a package"},
+        {distribution(valid, "<Package>agent_1_all.deb</Package>"), "is no name of a package"},
+        {distribution(valid, "<Package>a b</Package>"), "is no name of a package"},
         {distribution(valid, "loose<Package>x</Package>"), "text between elements"},
     };
     for (const auto& [text, reason] : cases) {

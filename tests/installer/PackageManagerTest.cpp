@@ -224,6 +224,59 @@ TEST_F(PackageManager, BadFilesAreRefusedBeforeAnythingChanges) {
     EXPECT_EQ(ReadAll(m_system.Root() / "var/lib/dpkg/status"), "");
 }
 
+TEST_F(PackageManager, APackageThatIsListedByNameIsToBeThereAndStaysAsItIs) {
+    m_packages.InstalLocalPackages({m_system.Build({"there", "1"})});
+    const auto agent = m_system.Build({"agent", "1", "d", "Depends: there\n"});
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({agent, "missing-one"}), CGenericException,
+                      "Can't install the package 'missing-one' in \"" + m_system.Root().string() +
+                          "\" by its name: only the running system gets packages from its distribution");
+    EXPECT_THROW_WITH(m_packages.UpdateLocalPackages({"missing-one"}), CGenericException,
+                      "Can't update the package 'missing-one': it is not installed");
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({agent, "no such/file"}), CGenericException,
+                      "no such/file\": No such file or directory");
+    for (const char* const odd : {"no such name", "-x", "Agent", "*"}) {
+        EXPECT_THROW_WITH(m_packages.InstalLocalPackages({agent, odd}), CGenericException,
+                          std::string("\"") + odd + "\" is neither the path of a file");
+    }
+    ExpectAbsent("agent");
+
+    m_packages.InstalLocalPackages({"there", agent});
+    ExpectInstalled("there", "1");
+    ExpectInstalled("agent", "1");
+    m_packages.InstalLocalPackages({"there"});
+    m_packages.UpdateLocalPackages({"there", "agent"});
+    ExpectInstalled("there", "1");
+}
+
+TEST_F(PackageManager, APackageThatIsListedByNameAndAsFileComesFromTheFile) {
+    m_packages.InstalLocalPackages({"foo", m_system.Build({"foo", "1"})});
+    ExpectInstalled("foo", "1");
+}
+
+TEST_F(PackageManager, TwoFilesOfOnePackageAreRefusedAndOneFileTwiceIsOne) {
+    // dpkg installs them one after the other, even the older one last.
+    const auto newer = m_system.Build({"foo", "2"});
+    const auto older = m_system.Build({"foo", "1"});
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({newer, older}), CGenericException,
+                      "Can't install both \"" + newer.string() + "\" and \"" + older.string() +
+                          "\": each holds the package 'foo'");
+    ExpectAbsent("foo");
+    m_packages.InstalLocalPackages({newer, newer});
+    ExpectInstalled("foo", "2");
+}
+
+TEST_F(PackageManager, AFileThatIsReplacedWhileItIsCheckedIsNotInstalled) {
+    const auto file = m_system.Build({"foo", "1"});
+    const auto other = m_system.Build({"foo", "0"}, "other.deb");
+    const auto fake = m_system.Folder().WriteScript(
+        "fake/dpkg-deb", FindProgram("dpkg-deb") + " \"$@\"; result=$?\n[ \"$1\" = --fsys-tarfile ] && cp '" +
+                             other.string() + "' '" + file.string() + "'\nexit $result\n");
+    const CEnvironmentVariable path("PATH", fake.parent_path().string() + ":" + std::getenv("PATH"));
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({file}), CGenericException,
+                      file.string() + "\": it was changed while it was checked");
+    ExpectAbsent("foo");
+}
+
 TEST_F(PackageManager, NamesThatDebianForbidsAreRefused) {
     for (const std::string name :
          {"", "a", "*", "fo?", "foo*", "Foo", "-foo", "--admindir", "foo bar", "foo:amd64", "foo/bar",
@@ -490,6 +543,48 @@ TEST_F(PackageManagerOfTheRunningSystem, TheReasonThatAptGetPrintsAsideIsReporte
     EXPECT_THROW_WITH(m_packages.InstalLocalPackages(
                           {m_system.Build({.Name = "zam-intruder", .File = "usr/share/common-file"})}),
                       CGenericException, "which is also in package zam-owner 1.0");
+}
+
+TEST_F(PackageManagerOfTheRunningSystem, APackageThatIsListedByNameIsAptGetsToFetchUnlessItIsThere) {
+    ReplaceAptGet("printf '%s\\n' \"$@\" > " + (m_system.Root() / "arguments").string() + "\n");
+    const auto file = m_system.Build({"zam-probe-one"});
+    m_packages.InstalLocalPackages({"zam-probe-name", file, "dpkg", "zam-probe-one", "zam-probe-g++"});
+    const std::string arguments = ReadAll(m_system.Root() / "arguments");
+    EXPECT_EQ(arguments.substr(arguments.find("\n--\n")),
+              "\n--\n" + file.string() + "\nzam-probe-name\nzam-probe-g++\n");
+
+    std::filesystem::remove(m_system.Root() / "arguments");
+    m_packages.InstalLocalPackages({"dpkg"});
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({file, "dpkg-"}), CGenericException,
+                      "apt-get takes the '-' at its end for a wish to remove");
+    EXPECT_THROW_WITH(m_packages.UpdateLocalPackages({"zam-probe-name"}), CGenericException,
+                      "it is not installed");
+    EXPECT_FALSE(std::filesystem::exists(m_system.Root() / "arguments"));
+}
+
+TEST_F(PackageManagerOfTheRunningSystem, APackageThatIsListedByNameComesFromTheDistribution) {
+    const auto helper = m_system.Build({"zam-probe-helper", "7"}, "helper_7.deb");
+    const std::string folder = helper.parent_path().string();
+    const SCommandResult sum = RunQuery({"sha256sum", {helper.string()}});
+    std::ofstream(folder + "/Packages")
+        << "Package: zam-probe-helper\nVersion: 7\nArchitecture: all\nMaintainer: Somebody <s@example.org>\n"
+        << "Filename: ./helper_7.deb\nSize: " << std::filesystem::file_size(helper)
+        << "\nSHA256: " << sum.Output.substr(0, sum.Output.find(' ')) << "\nDescription: A package\n";
+    m_system.Folder().Write("etc/apt/sources.list", "deb [trusted=yes] file:" + folder + " ./\n");
+    const SCommandResult update = RunChange({"apt-get", {"update"}});
+    ASSERT_TRUE(update.Succeeded()) << update.Failure();
+
+    m_packages.InstalLocalPackages(
+        {"zam-probe-helper", m_system.Build({"zam-probe-one", "1", "d", "Depends: zam-probe-helper\n"})});
+    EXPECT_EQ(m_system.DpkgStatus("zam-probe-helper"), "install ok installed 7");
+    EXPECT_EQ(m_system.DpkgStatus("zam-probe-one"), "install ok installed 1");
+}
+
+TEST_F(PackageManagerOfTheRunningSystem, ANameThatTheDistributionDoesNotKnowIsReportedInAptGetsWords) {
+    EXPECT_THROW_WITH(
+        m_packages.InstalLocalPackages({m_system.Build({"zam-probe-one"}), "zam-not-to-be-had"}),
+        CGenericException, "E: Unable to locate package zam-not-to-be-had");
+    EXPECT_EQ(m_system.DpkgStatus("zam-probe-one"), "");
 }
 
 TEST_F(PackageManagerOfTheRunningSystem, AptGetTakesOnlyFilesWithItsSuffix) {

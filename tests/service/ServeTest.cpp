@@ -138,7 +138,7 @@ TEST(Serving, GivesAClientNoMoreObjectsThanItMayHold) {
     for (int i = 0; i < 10; ++i)
         EXPECT_THAT(service.Answer(open), HasSubstr("holds 3 objects, and may hold no more"));
     EXPECT_EQ(service.ObjectCount(), 3U);
-    service.Answer("<Data><__handle>2</__handle><__method>__dtr</__method></Data>");
+    EXPECT_EQ(service.Answer("<Data><__handle>2</__handle><__method>__dtr</__method></Data>"), "<Data/>");
     EXPECT_EQ(service.Answer(open), "<Data><__handle>4</__handle></Data>");
 }
 

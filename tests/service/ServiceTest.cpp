@@ -86,7 +86,7 @@ class ServiceMethod : public testing::TestWithParam<std::tuple<const SPeer*, SEx
 protected:
     ServiceMethod() : m_service(Peer().Serve(m_journal)) {
         for (const std::string& opener : Peer().Openers)
-            m_service.Answer(opener);
+            EXPECT_THAT(m_service.Answer(opener), HasSubstr("__handle"));
         m_journal->Calls.clear();
         m_journal->HasNothing = Exchange().HasNothing;
     }

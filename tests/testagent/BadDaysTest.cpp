@@ -222,7 +222,7 @@ TEST_F(TheAgentOnABadDay, TellsOfATemporaryFolderThatItCantUse) {
 }
 
 TEST_F(TheAgentOnABadDay, SaysHowItIsUsedWhenStartedByHand) {
-    for (const char* const arguments : {"", " --help", " extended", " extended startCommandInvoker"}) {
+    for (const char* const arguments : {"", " extended", " extended startCommandInvoker"}) {
         const SRun run = RunInShell(Agent() + arguments);
         EXPECT_EQ(run.Status, 2) << arguments;
         EXPECT_EQ(run.Output, "");

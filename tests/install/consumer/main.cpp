@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// A program on the installed headers alone: writes a record, reads it back, asks a tool for its version.
+// A program on the installed headers alone: writes a record, reads it back, asks tools for their versions.
 #include <apigen/ApiGen.h>
 #include <zamclientlib/ZamClientLib.h>
 
+#include <stdlib.h>
+
+#include <chrono>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <memory>
@@ -35,16 +39,34 @@ bool MissingToolIsReportedByType() {
     return false;
 }
 
+// Built elsewhere on the same headers.
+bool ServiceAnswersAndRefuses() {
+    const auto installer = zamclientlib::GetTarvoInstaller(SERVICE, std::chrono::seconds(30), false, nullptr);
+    if (installer->GetToolVersion() != zamclientlib::SVersion{1, 2, 3, 4}) return false;
+    try {
+        installer->GetZAMDeployer();
+    } catch (const zamclientlib::CGenericException& error) {
+        std::cout << error.what() << '\n';
+        return std::string(error.what()).find("ITarvoInstaller::GetZAMDeployer") != std::string::npos;
+    }
+    return false;
+}
+
+bool TestAgentStartsFromItsFolder() {
+    const char* const path = std::getenv("PATH");
+    setenv("PATH", (TESTAGENT_DIR ":" + std::string(path != nullptr ? path : "")).c_str(), 1);
+    return !zamclientlib::GetZamControl(std::chrono::seconds(30), false, nullptr)
+                ->GetProductInfo()
+                .Version.empty();
+}
+
 }  // namespace
 
-int main(int argc, char* argv[]) {
+int main() {
     try {
-        if (argc != 2) {
-            std::cerr << "usage: consumer PATH-OF-THE-INSTALLER-TOOL\n";
-            return 2;
-        }
         const bool fine = RecordSurvivesTheTextForm() && MissingToolIsReportedByType() &&
-                          zamclientlib::IsInstallerApiCompatible(argv[1]);
+                          zamclientlib::IsInstallerApiCompatible(TARVOINSTALLER) &&
+                          ServiceAnswersAndRefuses() && TestAgentStartsFromItsFolder();
         std::cout << (fine ? "fine" : "NOT as expected") << '\n';
         return fine ? 0 : 1;
     } catch (const std::exception& error) {
