@@ -23,7 +23,7 @@ from zamwire import Api, InternalError, Malformed, Node, ServiceError, Transport
 
 AGENT, INSTALLER, DEMO = (os.environ[f"WIRE_{name}"] for name in ("AGENT", "INSTALLER", "DEMO"))
 PYTHON_AGENT = str(EXAMPLES / "service.py")
-API = Api(os.environ.get("WIRE_JSON"))
+API = Api()
 TOOLS = {"the test agent": ("agent", AGENT), "tarvoinstaller": ("installer", INSTALLER),
          "the agent in Python": ("agent", PYTHON_AGENT)}
 NIGHTLY = {"repositories": [{"name": "main", "location": "/srv"}],
@@ -113,6 +113,18 @@ class EveryService(unittest.TestCase):
             self.assertEqual(answers(tool, b""), (0, []))
             for broken in (b"\x05\x00", frame("<Data/>")[:7], b"\x04\0\0\0", b"\xff\xff\xff\xff", b"hello\n"):
                 self.assertEqual(answers(tool, broken), (1, []), broken)
+        self.each(check)
+
+    def test_exits_with_zero_when_the_client_left_without_the_last_answers(self):
+        def check(tool):
+            service, program = TOOLS[tool]
+            with subprocess.Popen([program, *API.services[service]["serve"]], stdin=subprocess.PIPE,
+                                  stdout=subprocess.PIPE) as process:
+                self.assertTrue(process.stdout.read(4))
+                process.stdout.close()
+                process.stdin.write(call(7, "__dtr"))
+                process.stdin.close()
+                self.assertEqual(process.wait(20), 0)
         self.each(check)
 
     def test_reports_the_version_of_the_protocol_and_refuses_other_words(self):
