@@ -28,6 +28,8 @@
 #include "src/RecordList.h"
 #include "support/apigen/Encoders.h"
 #include "support/apigen/Envelope.h"
+#include "support/apigen/PlainText.h"
+#include "support/apigen/XmlText.h"
 
 namespace {
 
@@ -171,7 +173,7 @@ Json Tables() {
           {"root", Name<ITarvoInstaller>}}},
     };
     tables["keys"] = {
-        {"root", "Data"},
+        {"root", apigen::RootName},
         {"handle", envelope::HandleKey},
         {"method", envelope::MethodKey},
         {"result", envelope::ResultKey},
@@ -188,15 +190,16 @@ Json Tables() {
         {"version", protocol::InfoKey},
     };
     tables["releaseMethod"] = envelope::ReleaseMethod;
-    tables["limits"] = {{"messageBytes", apigen::IIoDev::MaxMessageBytes}, {"elementLevels", 256}};
+    tables["limits"] = {{"messageBytes", apigen::IIoDev::MaxMessageBytes},
+                        {"elementLevels", apigen::MaxXmlDepth}};
     tables["interfaces"] = Interfaces<IZamControl, IZamProduct, IBackupJob, IBackupJobSession,
                                       IRepositoryManager, IBackupServerManager, ICloudServiceProviderManager,
                                       ITarvoInstaller, IPackageManager, IService, IZAMDeployer>();
     tables["exceptions"] = Exceptions();
-#define ZAM_ROW(type) tables["records"][#type] = FieldsOf<type>();
+#define ZAM_ROW(type) tables["records"][std::string(Name<type>)] = FieldsOf<type>();
     ZAM_FOR_EACH_RECORD(ZAM_ROW)
 #undef ZAM_ROW
-#define ZAM_ROW(type) tables["enumerations"][#type] = MembersOfEnum<type>();
+#define ZAM_ROW(type) tables["enumerations"][std::string(Name<type>)] = MembersOfEnum<type>();
     ZAM_FOR_EACH_ENUM(ZAM_ROW)
 #undef ZAM_ROW
     return tables;

@@ -120,9 +120,12 @@ def parse(text, levels=256):
         node = path.pop()
         if coded.pop() and not node.children:
             try:
-                node.text = base64.b64decode(node.text, validate=True).decode("utf-8", "surrogateescape")
+                data = base64.b64decode(node.text, validate=True)
             except ValueError as error:
                 raise Malformed(f"{node.key}: {error}") from None
+            if base64.b64encode(data).decode() != node.text:
+                raise Malformed(f"{node.key}: bits behind the last byte")
+            node.text = data.decode("utf-8", "surrogateescape")
 
     def data(characters):
         path[-1].text += characters
