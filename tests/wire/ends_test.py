@@ -293,6 +293,29 @@ class Client(Scripted):
                 read.AapInfo.MySQLInfo.Credentials.Password = "secret"
                 self.assertEqual(read, config)
 
+    def test_tells_two_methods_of_one_name_apart_by_their_arguments(self):
+        for program in (AGENT, PYTHON_AGENT):
+            with self.subTest(program):
+                connection = self.connect(program)
+                product = connection.root.RequestControl(owner(), False)
+                repository = product.GetRepositoryManager().CreateRepository(
+                    API.SBackupRepositoryInfo(Name="main", Location="/srv"))
+                job = product.CreateBackupJob(API.SBackupJobConfigurationInfo("nightly", RepositoryId=repository.Id))
+                with Events(API, connection.root.GetEventConfig().v1.socketPath) as events:
+                    session = job.Start(API.SJobStartOptions())
+                    with self.assertRaises(API.CJobIsRunning):
+                        job.Start(API.SJobStartOptions(API.EJobStartRetriesMode.Disabled))
+                    while not events.read(timeout=20).eventBackupJobFinished:
+                        pass
+                info = session.GetInfo()
+                self.assertEqual(len(job.GetBackupJobSessions()), 1)
+                self.assertEqual(len(job.GetBackupJobSessions(info.Usn - 1)), 1)
+                self.assertEqual(job.GetBackupJobSessions(info.Usn), [])
+                with self.assertRaises(TypeError):
+                    job.GetBackupJobSessions(1, 2)
+                with self.assertRaises(AttributeError):
+                    job.NoSuchMethod()
+
     def test_prints_no_secret(self):
         provider = API.SCloudServiceProviderInfo(Name="shown")
         provider.Password = API.SCloudServiceProviderPassword("hidden")
