@@ -45,8 +45,8 @@ class Scripted(unittest.TestCase):
         os.environ["ZAM_TESTAGENT_SCRIPT"] = file.name
         self.addCleanup(os.environ.pop, "ZAM_TESTAGENT_SCRIPT", None)
 
-    def connect(self, program=AGENT, **options):
-        connection = Connection(API, "agent", program, **options)
+    def connect(self, program=AGENT):
+        connection = Connection(API, "agent", program)
         self.addCleanup(connection.close)
         return connection
 
@@ -260,7 +260,9 @@ class Client(Scripted):
         for error, action in ((TransportError, ("kill", {})), (TransportError, ("garbage", {"message": "oops oops"})),
                               (Malformed, ("malformed", {})), (Timeout, ("delay", {"ms": 60000}))):
             self.rule("GetProductInfo", action[0], **action[1])
-            control = self.connect(timeout=0.3 if error is Timeout else 30).root
+            connection = self.connect()
+            connection.timeout = 0.2 if error is Timeout else 30  # from here on: the greeting may take its time
+            control = connection.root
             with self.assertRaises(error):
                 control.GetProductInfo()
             with self.assertRaisesRegex(TransportError, "given up"):
