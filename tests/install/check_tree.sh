@@ -29,6 +29,8 @@ expected_development() {
     done
     (cd "$source" && find include -name '*.h')
     echo libexec/zamclientlib/testagent/tarvoconfig
+    echo share/zamclientlib/wire.json
+    (cd "$source" && find examples/python -name '*.py' -printf 'share/zamclientlib/%p\n')
     echo "$libdir/pkgconfig/zamclientlib.pc"
     echo "$libdir/pkgconfig/zamservicelib.pc"
     for name in Config ConfigVersion Targets; do
