@@ -159,30 +159,6 @@ public:
         return left.m_hasValue == right.m_hasValue && (!left.m_hasValue || left.m_value == right.m_value);
     }
     friend bool operator!=(const Optional& left, const Optional& right) { return !(left == right); }
-    friend bool operator<(const Optional& left, const Optional& right) {
-        return right.m_hasValue && (!left.m_hasValue || left.m_value < right.m_value);
-    }
-    friend bool operator>(const Optional& left, const Optional& right) { return right < left; }
-    friend bool operator<=(const Optional& left, const Optional& right) { return !(right < left); }
-    friend bool operator>=(const Optional& left, const Optional& right) { return !(left < right); }
-
-    // Without these the standard's own would take the other optional for a value.
-    template <class U>
-    friend bool operator==(const Optional& left, const std::optional<U>& right) {
-        return left.m_hasValue == right.has_value() && (!left.m_hasValue || left.m_value == *right);
-    }
-    template <class U>
-    friend bool operator==(const std::optional<U>& left, const Optional& right) {
-        return right == left;
-    }
-    template <class U>
-    friend bool operator!=(const Optional& left, const std::optional<U>& right) {
-        return !(left == right);
-    }
-    template <class U>
-    friend bool operator!=(const std::optional<U>& left, const Optional& right) {
-        return !(right == left);
-    }
 
 private:
     void Require() const {
@@ -194,5 +170,40 @@ private:
     bool m_hasValue = false;
     T m_value{};
 };
+
+template <class T>
+bool operator<(const Optional<T>& left, const Optional<T>& right) {
+    return right.HasValue() && (!left.HasValue() || *left < *right);
+}
+template <class T>
+bool operator>(const Optional<T>& left, const Optional<T>& right) {
+    return right < left;
+}
+template <class T>
+bool operator<=(const Optional<T>& left, const Optional<T>& right) {
+    return !(right < left);
+}
+template <class T>
+bool operator>=(const Optional<T>& left, const Optional<T>& right) {
+    return !(left < right);
+}
+
+// Without these the standard's own would take the other optional for a value.
+template <class T, class U>
+bool operator==(const Optional<T>& left, const std::optional<U>& right) {
+    return left.HasValue() == right.has_value() && (!left.HasValue() || *left == *right);
+}
+template <class T, class U>
+bool operator==(const std::optional<U>& left, const Optional<T>& right) {
+    return right == left;
+}
+template <class T, class U>
+bool operator!=(const Optional<T>& left, const std::optional<U>& right) {
+    return !(left == right);
+}
+template <class T, class U>
+bool operator!=(const std::optional<U>& left, const Optional<T>& right) {
+    return !(right == left);
+}
 
 }  // namespace apigen

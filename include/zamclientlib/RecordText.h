@@ -2,7 +2,7 @@
 /// \file
 /// Records and enumerations as text for people: logs, terminals, failed tests. Secrets are not shown.
 ///
-/// Not part of ZamClientLib.h: only those who include it pay for it. The form is not for programs, and may change.
+/// The form is not for programs, and may change.
 #pragma once
 
 #include <apigen/Export.h>

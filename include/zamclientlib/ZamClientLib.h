@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// \file
-/// The whole public API, but for RecordText.h, which only those should pay for who print.
+/// The whole public API, but for what only its users should pay for: Chrono.h, EventVisit.h, RecordText.h.
 #pragma once
 
 #include <apigen/ApiGen.h>
@@ -9,13 +9,11 @@
 #include <zamclientlib/CApiExceptionGenerator.h>
 #include <zamclientlib/CEventsStream.h>
 #include <zamclientlib/CSimpleLogger.h>
-#include <zamclientlib/Chrono.h>
 #include <zamclientlib/CommonRecords.h>
 #include <zamclientlib/Connect.h>
 #include <zamclientlib/Control.h>
 #include <zamclientlib/Enums.h>
 #include <zamclientlib/EventRecords.h>
-#include <zamclientlib/EventVisit.h>
 #include <zamclientlib/Exceptions.h>
 #include <zamclientlib/InfrastructureRecords.h>
 #include <zamclientlib/Installer.h>

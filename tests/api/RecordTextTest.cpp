@@ -68,6 +68,11 @@ TEST(RecordText, HidesSecretsAndSaysWhenThereIsNone) {
 
 constexpr const char* Hidden = "Pa55w0rd";
 
+template <class T>
+void Fill(apigen::Optional<T>& value, bool isSecret, int& secrets);
+template <class T>
+void Fill(std::vector<T>& values, bool isSecret, int& secrets);
+
 /// Sets every secret, at any depth, and makes what may be absent present.
 template <class T>
 void Fill(T& value, bool isSecret, int& secrets) {
@@ -92,16 +97,13 @@ void Fill(std::vector<T>& values, bool isSecret, int& secrets) {
 
 TEST(RecordText, OfNoRecordShowsASecret) {
     int secrets = 0;
-    std::size_t records = 0;
     const auto check = [&](auto record) {
         Fill(record, false, secrets);
         EXPECT_THAT(ToText(record), Not(HasSubstr(Hidden)));
-        ++records;
     };
 #define ZAM_CHECK(type) check(type{});
     ZAM_FOR_EACH_RECORD(ZAM_CHECK)
-    EXPECT_EQ(records, 57U);
-    EXPECT_GE(secrets, 6);
+    EXPECT_GE(secrets, 6) << "the secrets were not set";
 }
 
 TEST(EnumerationText, IsTheNameOrTheNumber) {

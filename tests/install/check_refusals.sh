@@ -12,7 +12,9 @@ compile() {
 }
 
 prelude='#include <zamclientlib/ZamClientLib.h>
+#include <zamclientlib/EventVisit.h>
 #include <zamclientlib/RecordText.h>
+#include <unordered_map>
 using namespace zamclientlib;
 enum class Mine { None };
 struct SMine {
