@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+/// \file
+/// How messages and the log speak of a call; never of what it carries.
+#pragma once
+
+#include <apigen/ApiException.h>
+
+#include <string>
+
+#include "support/apigen/CallLimits.h"
+
+namespace apigen {
+
+/// The method's name without the number behind it; "the greeting" of none.
+std::string CallName(const std::string* request);
+
+/// Adds method, peer, where the message does not name it, and limit.
+void ExplainCall(ApiException& error, const std::string* request, const std::string& peer,
+                 const SCallLimits& limits);
+
+/// The line of the log.
+std::string CallLine(const std::string* request, const std::string& outcome, common::Clock::duration took);
+
+}  // namespace apigen
