@@ -4,8 +4,10 @@
 #include <chrono>
 #include <string_view>
 
+#include "support/apigen/Envelope.h"
 #include "support/apigen/RequestText.h"
 #include "support/apigen/Timeout.h"
+#include "support/common/Quietly.h"
 #include "support/common/Text.h"
 
 namespace apigen {
@@ -40,6 +42,22 @@ void ExplainCall(ApiException& error, const std::string* request, const std::str
     if (limits.Deadline != common::Clock::time_point::max())
         text.append(", with a limit of ").append(DurationText(limits.Limit));
     error.Append(text.append(")"));
+}
+
+std::string OutcomeText(const IData* answer) {
+    if (answer == nullptr) return "answered";
+    if (answer->HasValue(envelope::ExceptionKey)) {
+        std::string text = "refused by the service";
+        const auto described = answer->GetChild(envelope::ExceptionKey);
+        // As far as the description has the usual form.
+        common::Quietly([&] {
+            text += " with " + common::Escaped(described->GetString("type"));
+            const auto base = described->GetChild("Exception")->GetChild("ApiException");
+            text += ", " + common::Quoted(base->GetString("exc_msg")) + ',';
+        });
+        return text;
+    }
+    return answer->HasValue(envelope::InternalErrorKey) ? "failed in the service" : "answered";
 }
 
 std::string CallLine(const std::string* request, const std::string& outcome, common::Clock::duration took) {

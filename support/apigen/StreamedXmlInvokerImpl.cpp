@@ -293,13 +293,7 @@ private:
         const auto begin = Clock::now();
         try {
             auto answer = PlainCall(request, read, result, timeout);
-            const char* outcome = "answered";
-            if (answer != nullptr && answer->HasValue(envelope::ExceptionKey)) {
-                outcome = "refused by the service";
-            } else if (answer != nullptr && answer->HasValue(envelope::InternalErrorKey)) {
-                outcome = "failed in the service";
-            }
-            LogCall(request, begin, outcome);
+            common::Quietly([&] { LogCall(request, begin, OutcomeText(answer.get())); });
             return answer;
         } catch (const std::exception& error) {
             LogCall(request, begin, std::string("failed: ") + error.what());
