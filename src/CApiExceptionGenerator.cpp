@@ -69,19 +69,7 @@ void CApiExceptionGenerator::Generate(std::shared_ptr<apigen::IData> exceptionDa
     exceptions::ForEachType([&]<class E>(std::string_view name) {
         if (type == name) throw Deserialize<E>(*exceptionData);
     });
-    LogUnknown(*exceptionData, type);
     throw apigen::ApiException("Cannot deserialize exception: Unknown exception type.");
-}
-
-/// What the caller is told names nothing; the log does, as far as the description is of the usual form.
-void CApiExceptionGenerator::LogUnknown(apigen::IData& exceptionData, const std::string& type) {
-    apigen::common::Quietly([&] {
-        CGenericException unknown("it has no message");
-        apigen::common::Quietly([&] { apigen::Deserialize(exceptionData, exceptions::ContentKey, unknown); });
-        apigen::ApiException shown(apigen::common::Escaped(unknown.what()));
-        m_logger->Error("An exception of the unknown type " + apigen::common::Quoted(type) + " was received.",
-                        shown);
-    });
 }
 
 template <class T>

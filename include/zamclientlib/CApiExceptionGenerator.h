@@ -7,7 +7,6 @@
 #include <zamclientlib/Exceptions.h>
 
 #include <memory>
-#include <string>
 
 namespace zamclientlib APIGEN_API {
 
@@ -17,8 +16,7 @@ public:
     /// \param logger may be empty: then nothing is logged
     explicit CApiExceptionGenerator(std::shared_ptr<apigen::ILogger> logger);
 
-    /// Never returns. An unknown type is thrown as `apigen::ApiException`; the log
-    /// has its name and message.
+    /// Never returns. An unknown type is thrown as `apigen::ApiException`.
     void Generate(std::shared_ptr<apigen::IData> exceptionData) override;
 
     /// Reads an exception of class `T`, one of Exceptions.h, from a description.
@@ -26,8 +24,6 @@ public:
     T Deserialize(apigen::IData& exceptionData);
 
 private:
-    void LogUnknown(apigen::IData& exceptionData, const std::string& type);
-
     std::shared_ptr<apigen::ILogger> m_logger;
 };
 

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <apigen/ApiException.h>
+#include <apigen/CAtomicEvent.h>
+#include <apigen/CInterruptibleIoDev.h>
 #include <apigen/Export.h>
 #include <apigen/ILogger.h>
 #include <apigen/Optional.h>

@@ -16,13 +16,13 @@
 #include <vector>
 
 #include "support/apigen/CallLimits.h"
+#include "support/apigen/CallText.h"
 #include "support/apigen/Envelope.h"
 #include "support/apigen/RequestText.h"
 #include "support/apigen/Timeout.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/ProcessMark.h"
 #include "support/common/Quietly.h"
-#include "support/common/Text.h"
 #include "support/common/Waiting.h"
 
 namespace apigen {
@@ -30,17 +30,6 @@ namespace apigen {
 namespace {
 
 using common::Clock;
-
-/// The name of a request's method without the number behind it, for messages; "a call" where it does not show.
-std::string MethodName(std::string_view request) {
-    const auto parts = SplitRequest(request);
-    if (!parts || parts->Method.empty()) return "a call";
-    std::string_view name = parts->Method;
-    const std::size_t end = name.find_last_not_of("0123456789");
-    if (end != std::string_view::npos && end != 0 && end + 1 != name.size() && name[end] == '_')
-        name = name.substr(0, end);
-    return common::Escaped(name);
-}
 
 /// Who may use the stream, and whether anybody still may.
 ///
@@ -187,18 +176,6 @@ private:
 
 }  // namespace
 
-/// "30 s", "1500 ms"
-std::string DurationText(std::chrono::milliseconds duration) {
-    constexpr int Second = 1000;
-    const auto count = duration.count();
-    return count % Second == 0 ? std::to_string(count / Second) + " s" : std::to_string(count) + " ms";
-}
-
-void RequireTimeout(std::chrono::milliseconds timeout) {
-    if (timeout.count() < 0)
-        throw ApiInternalError("A time-out of " + DurationText(timeout) + " is negative; 0 means no limit");
-}
-
 class StreamedXmlInvokerImpl::Impl {
 public:
     Impl(StreamedXmlInvokerImpl& owner, std::shared_ptr<IIoDev> device,
@@ -316,13 +293,7 @@ private:
         const auto begin = Clock::now();
         try {
             auto answer = PlainCall(request, read, result, timeout);
-            const char* outcome = "answered";
-            if (answer != nullptr && answer->HasValue(envelope::ExceptionKey)) {
-                outcome = "refused by the service";
-            } else if (answer != nullptr && answer->HasValue(envelope::InternalErrorKey)) {
-                outcome = "failed in the service";
-            }
-            LogCall(request, begin, outcome);
+            common::Quietly([&] { LogCall(request, begin, OutcomeText(answer.get())); });
             return answer;
         } catch (const std::exception& error) {
             LogCall(request, begin, std::string("failed: ") + error.what());
@@ -331,13 +302,10 @@ private:
     }
 
     void LogCall(const std::string* request, Clock::time_point begin, const std::string& outcome) const {
+        const auto took = Clock::now() - begin;
         common::Quietly([&] {
-            const auto took =
-                std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin).count();
-            WithLogger([&](ILogger& logger) {
-                logger.Info("Call of " + NameOf(request) + ": " + outcome + " after " + std::to_string(took) +
-                            " us");
-            });
+            const std::string line = CallLine(request, outcome, took);
+            WithLogger([&](ILogger& logger) { logger.Info(line); });
         });
     }
 
@@ -380,20 +348,9 @@ private:
         }
     }
 
-    static std::string NameOf(const std::string* request) {
-        return request != nullptr ? MethodName(*request) : "the greeting";
-    }
-
     /// Adds to a message what it is about.
     void Explain(ApiException& error, const std::string* request, const SCallLimits& limits) const {
-        common::Quietly([&] {
-            std::string text = " (in " + NameOf(request);
-            const std::string peer = m_device->Peer();
-            if (std::string_view(error.what()).find(peer) == std::string_view::npos) text += " of " + peer;
-            if (limits.Deadline != Clock::time_point::max())
-                text += ", with a limit of " + DurationText(limits.Limit);
-            error.Append(text + ')');
-        });
+        common::Quietly([&] { ExplainCall(error, request, m_device->Peer(), limits); });
     }
 
     std::string Exchange(const std::vector<std::string>& releases, const std::string* request) {
@@ -489,7 +446,7 @@ std::shared_ptr<IData> StreamedXmlInvokerImpl::InvokeText(const std::string& req
     if (request.size() > IIoDev::MaxMessageBytes) {
         throw ApiInternalError("A request of " + std::to_string(request.size()) +
                                " bytes is over the limit of " + std::to_string(IIoDev::MaxMessageBytes) +
-                               " (in " + MethodName(request) + " of " + Peer() + ')');
+                               " (in " + CallName(&request) + " of " + Peer() + ')');
     }
     return m_impl->Call(&request, read, result);
 }

@@ -131,7 +131,7 @@ TEST_F(ConnectedEventStream, ReportsAPeerThatClosesInTheMiddleOfAMessage) {
     const std::string frame = EventFrame(1);
     m_peer.Send(frame.substr(0, frame.size() - 1));
     m_peer.Close();
-    EXPECT_THAT(MessageOf<PeerGoneError>([this] { m_stream.Read(); }), HasSubstr("middle of a message"));
+    EXPECT_THAT(MessageOf<EventsLostError>([this] { m_stream.Read(); }), HasSubstr("middle of a message"));
 }
 
 TEST_F(ConnectedEventStream, RefusesWhatIsNoEvent) {
