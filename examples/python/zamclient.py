@@ -99,11 +99,14 @@ class Object:
 
 
 class Connection:
-    """A tool of one's own, and the calls to it. A call may take `timeout` seconds; None is no limit."""
+    """A tool of one's own, and the calls to it.
 
-    def __init__(self, api, service, program=None, timeout=30.0):
+    A call may take `timeout` seconds, and all calls end by `deadline`, as `time.monotonic()` counts; None is no limit.
+    """
+
+    def __init__(self, api, service, program=None, timeout=30.0, deadline=None):
         described = api.services[service]
-        self.api, self.timeout, self.lost = api, timeout, None
+        self.api, self.timeout, self.deadline, self.lost = api, timeout, deadline, None
         self.errors = tempfile.TemporaryFile()  # a file never fills up, as a pipe that nobody reads would
         self.tool = subprocess.Popen([program or described["program"], *described["serve"]], stdin=subprocess.PIPE,
                                      stdout=subprocess.PIPE, stderr=self.errors, process_group=0)
@@ -120,7 +123,8 @@ class Connection:
         """Sends the document `request`, unless there is none, and takes the answer."""
         if self.lost:
             raise TransportError(f"the connection was given up: {self.lost}")
-        deadline = None if self.timeout is None else time.monotonic() + self.timeout
+        limits = [self.deadline, None if self.timeout is None else time.monotonic() + self.timeout]
+        deadline = min((limit for limit in limits if limit is not None), default=None)
         try:
             if request is not None:
                 self.stream.send(frame(request.written()), deadline)

@@ -15,9 +15,11 @@ namespace apigen APIGEN_API {
 class ApiException : public std::exception {
 public:
     ApiException() = default;
+    /// \param message what `what()` gives
     explicit ApiException(const std::string& message) : m_message(message) {}
     ~ApiException() override = default;
 
+    /// The message: what was attempted, on what, and why it failed.
     const char* what() const noexcept override { return m_message.c_str(); }
 
     /// True when what failed has cost the connection, or the event stream, that it happened on: whoever wants to go on
@@ -60,6 +62,7 @@ public:
 /// The tool could not be started. Nothing ran; fix the path or the permissions and try again.
 class ProcessLaunchError : public ApiInternalError {
 public:
+    /// \param errorNumber the `errno` of the failed launch
     ProcessLaunchError(const std::string& message, int errorNumber)
         : ApiInternalError(message), m_errorNumber(errorNumber) {
         SetConnectionLost();
@@ -88,6 +91,7 @@ public:
 /// The peer ended, closed the stream, or the connection had been given up after an earlier failure.
 class PeerGoneError : public ApiInternalError {
 public:
+    /// \param isOrderly whether the stream was closed between two messages
     explicit PeerGoneError(const std::string& message, bool isOrderly = false)
         : ApiInternalError(message), m_isOrderly(isOrderly) {
         SetConnectionLost();

@@ -22,6 +22,7 @@ struct SToolOptions {
     /// Variables that the tool has beside, or in place of, the caller's.
     std::unordered_map<std::string, std::string> Environment;
 
+    /// How its calls are made.
     SInvokerOptions Calls;
 };
 

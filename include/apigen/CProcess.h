@@ -21,6 +21,7 @@ public:
     /// \param lastWords  the end of what it said on standard error, fit to be shown
     CProcessExitCode(int waitStatus, std::string program, std::string lastWords = {});
 
+    /// True when it exited with 0.
     explicit operator bool() const noexcept;
 
     /// False when nobody can tell any more how the child ended.

@@ -25,7 +25,8 @@ public:
     /// Parses a document.
     /// \throws ApiInternalError with the parser's reason and the offset, in bytes, of the fault.
     static std::shared_ptr<IData> Unserialize(const std::string& text);
-    /// \overload that takes the text over instead of copying it
+    /// \overload
+    /// Takes the text over instead of copying it.
     static std::shared_ptr<IData> Unserialize(std::string&& text);
 
     /// The text form of the document that `data`, a node made by this class, is the root of.
@@ -47,9 +48,13 @@ public:
     CXmlData& operator=(const CXmlData&) = delete;
     ~CXmlData() override;
     static CXmlData* From(IData& data) noexcept;  ///< null for a container of another make
+    /// \copydoc From(IData&)
     static const CXmlData* From(const IData& data) noexcept;
+    /// As `SetString`, from views.
     void SetText(std::string_view key, std::string_view text);
+    /// The document that the node is in.
     CDocument& Document() const noexcept { return m_document; }
+    /// The node's number in the document.
     std::uint32_t Node() const noexcept { return m_node; }
 
 private:

@@ -31,6 +31,7 @@ public:
     CCallScope& operator=(const CCallScope&) = delete;
 
 protected:
+    /// For the scopes below: begins one in this thread.
     explicit CCallScope(SCallScopeEntry&& entry);
     ~CCallScope();
 

@@ -14,9 +14,12 @@ namespace apigen APIGEN_API {
 
 /// One field of a record: its key on the wire, and whether its value is a secret that must not be shown.
 struct FieldInfo {
+    /// The field's name in the record and on the wire.
     std::string_view Key;
+    /// Whether its value must not be shown.
     bool IsSecret = false;
 
+    /// From a literal, which outlives it.
     template <std::size_t Size>
     constexpr FieldInfo(const char (&key)[Size], bool isSecret = false)  // NOLINT: implicit by design
         : Key(key, Size - 1), IsSecret(isSecret) {}

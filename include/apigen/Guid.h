@@ -37,6 +37,7 @@ struct Guid {
 
     /// The one of zeros alone, which names nothing.
     [[nodiscard]] static Guid Nil() noexcept { return {}; }
+    /// Whether it is the one of zeros alone.
     [[nodiscard]] bool IsNil() const noexcept { return *this == Guid{}; }
 
     friend bool operator==(const Guid& left, const Guid& right) noexcept {
@@ -60,6 +61,8 @@ APIGEN_API std::ostream& operator<<(std::ostream& stream, const Guid& guid);
 
 }  // namespace apigen
 
+// Doxygen doesn't know the template that this is one of.
+/// \cond
 /// For unordered containers. Not stable between releases.
 template <>
 struct std::hash<apigen::Guid> {
@@ -73,3 +76,4 @@ struct std::hash<apigen::Guid> {
         return static_cast<std::size_t>(first ^ first >> 29 ^ second * 0xBF58476D1CE4E5B9U);
     }
 };
+/// \endcond

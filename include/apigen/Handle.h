@@ -13,6 +13,7 @@ namespace apigen APIGEN_API {
 struct Handle {
     std::uint64_t Value = 0;
 
+    /// Whether it names an object.
     explicit operator bool() const noexcept { return Value != 0; }
 
     friend bool operator==(Handle left, Handle right) noexcept { return left.Value == right.Value; }
@@ -20,6 +21,7 @@ struct Handle {
     friend bool operator<(Handle left, Handle right) noexcept { return left.Value < right.Value; }
 };
 
+/// Reads handles out of containers.
 class HandleUtils {
 public:
     /// The handle under the container's own `__handle`, as a response carries a returned object.

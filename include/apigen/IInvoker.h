@@ -41,6 +41,7 @@ struct SConnectionState {
     bool IsAlive = true;
     std::string Reason;  ///< of its end; empty as long as it lives
 
+    /// As `IsAlive`.
     explicit operator bool() const noexcept { return IsAlive; }
 };
 

@@ -45,7 +45,9 @@ public:
     using value_type = T;
 
     Optional() = default;
-    Optional(nullopt_t) {}                                              // NOLINT: implicit by design
+    /// An empty one.
+    Optional(nullopt_t) {}  // NOLINT: implicit by design
+    /// One that has `value`.
     Optional(T value) : m_hasValue(true), m_value(std::move(value)) {}  // NOLINT: implicit by design
 
     /// From what makes a value: a literal, for instance, where the value is a `std::string`.
@@ -57,19 +59,23 @@ public:
               std::enable_if_t<detail::TakesAsValue<T, U&&> && !std::is_convertible_v<U&&, T>, int> = 0>
     explicit Optional(U&& value) : m_hasValue(true), m_value(std::forward<U>(value)) {}
 
+    /// From another optional; empty when that is.
     template <class U, std::enable_if_t<std::is_convertible_v<const U&, T>, int> = 0>
     Optional(const std::optional<U>& other) {  // NOLINT: implicit by design
         if (other) *this = Optional(T(*other));
     }
+    /// \overload
     template <class U, std::enable_if_t<std::is_convertible_v<U, T>, int> = 0>
     Optional(std::optional<U>&& other) {  // NOLINT: implicit by design
         if (other) *this = Optional(T(*std::move(other)));
     }
+    /// \overload
     template <class U, std::enable_if_t<!std::is_same_v<T, U> && std::is_convertible_v<const U&, T>, int> = 0>
     Optional(const Optional<U>& other) {  // NOLINT: implicit by design
         if (other) *this = Optional(T(*other));
     }
 
+    /// As `Reset`.
     Optional& operator=(nullopt_t) {
         Reset();
         return *this;
@@ -95,8 +101,11 @@ public:
         return m_hasValue ? std::optional<T>(std::move(m_value)) : std::nullopt;
     }
 
+    /// Whether there is a value.
     [[nodiscard]] bool HasValue() const noexcept { return m_hasValue; }
+    /// \copydoc HasValue
     [[nodiscard]] bool has_value() const noexcept { return m_hasValue; }
+    /// \copydoc HasValue
     explicit operator bool() const noexcept { return m_hasValue; }
 
     /// \throws std::runtime_error "Optional has no value" when empty.

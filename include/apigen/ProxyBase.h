@@ -31,7 +31,9 @@ public:
     std::shared_ptr<IData> InvokeMethod(const std::string& methodId, const std::string& signature,
                                         std::shared_ptr<IData> request) const;
 
+    /// The connection that carries the calls; never empty.
     const std::shared_ptr<IInvoker>& GetInvoker() const noexcept { return m_invoker; }
+    /// The object's number at the service.
     Handle GetHandle() const noexcept { return m_handle; }
 
 private:

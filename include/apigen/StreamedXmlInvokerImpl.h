@@ -70,7 +70,8 @@ protected:
     /// Takes a message that the service sends unasked, in the time of a call.
     std::shared_ptr<IData> Receive();
 
-    /// \overload with a bound of its own; 0 means none
+    /// \overload
+    /// With a bound of its own; 0 means none.
     std::shared_ptr<IData> Receive(std::chrono::milliseconds timeout);
 
     /// Called once, when the stream is given up; never while somebody uses it.

@@ -15,6 +15,7 @@
 
 namespace zamclientlib APIGEN_API {
 
+/// The agent's root object at the other end of an invoker.
 class IZamControl_Proxy final : public IZamControl, public apigen::ProxyBase {
 public:
     using apigen::ProxyBase::ProxyBase;
@@ -30,6 +31,7 @@ public:
     void GrabLogs(std::string path) const override;
 };
 
+/// The agent's product object at the other end of an invoker.
 class IZamProduct_Proxy final : public IZamProduct, public apigen::ProxyBase {
 public:
     using apigen::ProxyBase::ProxyBase;
@@ -48,6 +50,7 @@ public:
     apigen::Guid GetSessionId() const override;
 };
 
+/// A backup job at the other end of an invoker.
 class IBackupJob_Proxy final : public IBackupJob, public apigen::ProxyBase {
 public:
     using apigen::ProxyBase::ProxyBase;
@@ -68,6 +71,7 @@ public:
     std::vector<SRestoreOib> GetOibsForRestore() const override;
 };
 
+/// A session of a backup job at the other end of an invoker.
 class IBackupJobSession_Proxy final : public IBackupJobSession, public apigen::ProxyBase {
 public:
     using apigen::ProxyBase::ProxyBase;
@@ -76,6 +80,7 @@ public:
     bool Stop(std::string message) override;
 };
 
+/// The repositories at the other end of an invoker.
 class IRepositoryManager_Proxy final : public IRepositoryManager, public apigen::ProxyBase {
 public:
     using apigen::ProxyBase::ProxyBase;
@@ -89,6 +94,7 @@ public:
     apigen::Optional<SBackupRepositorySizeInfo> RequestSizeInfo(apigen::Guid repositoryId) const override;
 };
 
+/// The backup servers at the other end of an invoker.
 class IBackupServerManager_Proxy final : public IBackupServerManager, public apigen::ProxyBase {
 public:
     using apigen::ProxyBase::ProxyBase;
@@ -101,6 +107,7 @@ public:
     void UpdateBackupServer(SBackupServerInfo serverInfo) override;
 };
 
+/// The cloud service providers at the other end of an invoker.
 class ICloudServiceProviderManager_Proxy final : public ICloudServiceProviderManager,
                                                  public apigen::ProxyBase {
 public:

@@ -51,7 +51,9 @@ public:
     /// 107 bytes, `ENOENT` for an empty one, `EINVAL` for one with a zero byte, `ETIMEDOUT` when the source
     /// has not let another client in for 5 s
     CEventsStream(const SEventConfig& config, std::shared_ptr<apigen::ILogger> logger);
+    /// For the thread that reads, as said above.
     CEventsStream(CEventsStream&& other) noexcept;
+    /// \copydoc CEventsStream(CEventsStream&&)
     CEventsStream& operator=(CEventsStream&& other) noexcept;
     CEventsStream(const CEventsStream&) = delete;
     CEventsStream& operator=(const CEventsStream&) = delete;
@@ -71,6 +73,7 @@ public:
     /// Ends the stream for good: a blocked read and every later one throws.
     void Stop();
 
+    /// Whether `Stop` has been called.
     [[nodiscard]] bool IsStopped() const;
 
     /// For an event loop: readable (`POLLIN`) when a read would not wait for long. Owned by the stream; -1 when it was
@@ -84,6 +87,7 @@ public:
     /// `for (const SBaseEvent& event : stream)` reads until the stream is stopped. Any other end, the agent's as well,
     /// is thrown as by `Read`: a loop that just ended would hide it.
     [[nodiscard]] CIterator begin();
+    /// The end of every stream: reached when it was stopped.
     [[nodiscard]] CIterator end() noexcept;
 
 private:
@@ -108,9 +112,13 @@ public:
 
     CIterator() = default;
 
+    /// The event that was read last; valid until the next step.
     reference operator*() const noexcept { return m_event; }
+    /// \copydoc operator*
     pointer operator->() const noexcept { return &m_event; }
+    /// Waits for the next event; fails as `Read` does, but ends when the stream is stopped.
     CIterator& operator++();
+    /// \copydoc operator++()
     void operator++(int) { ++*this; }
 
     friend bool operator==(const CIterator& left, const CIterator& right) noexcept {

@@ -35,6 +35,7 @@ constexpr Record Parted(std::chrono::milliseconds total) {
 }
 }  // namespace detail
 
+/// The whole duration, in milliseconds.
 [[nodiscard]] constexpr std::chrono::milliseconds ToMilliseconds(const STimeSpan& span) {
     return detail::Total(span.seconds, span.milliseconds);
 }
@@ -45,6 +46,7 @@ constexpr Record Parted(std::chrono::milliseconds total) {
     return detail::Parted<STimeSpan>(duration);
 }
 
+/// The same point in time on the system's clock.
 [[nodiscard]] constexpr std::chrono::system_clock::time_point ToTimePoint(const SDateTime& time) {
     using std::chrono::milliseconds;
     using Duration = std::chrono::system_clock::duration;

@@ -42,15 +42,15 @@ constexpr std::uint64_t Rank(const SVersion& version) {
 constexpr bool operator<(const SVersion& left, const SVersion& right) {
     return detail::Rank(left) < detail::Rank(right);
 }
-/// \copydoc operator<
+/// As above.
 constexpr bool operator>(const SVersion& left, const SVersion& right) {
     return right < left;
 }
-/// \copydoc operator<
+/// As above.
 constexpr bool operator<=(const SVersion& left, const SVersion& right) {
     return !(right < left);
 }
-/// \copydoc operator<
+/// As above.
 constexpr bool operator>=(const SVersion& left, const SVersion& right) {
     return !(left < right);
 }

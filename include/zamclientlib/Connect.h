@@ -50,11 +50,13 @@ struct SConnectOptions {
 /// The tool speaks another major version of the protocol than this library: one of the two has to be replaced.
 class IncompatibleToolError : public apigen::ApiInternalError {
 public:
+    /// \param toolVersion what the tool said
     IncompatibleToolError(const std::string& message, const SVersion& toolVersion)
         : ApiInternalError(message), m_toolVersion(toolVersion) {
         SetConnectionLost();
     }
 
+    /// The version of the protocol that the tool speaks.
     [[nodiscard]] const SVersion& ToolVersion() const noexcept { return m_toolVersion; }
 
 private:
@@ -92,7 +94,8 @@ template <class Interface>
     return proxy != nullptr ? proxy->GetInvoker()->GetState() : apigen::SConnectionState();
 }
 
-/// \overload; of no object, that there is none
+/// \overload
+/// Of no object it says that there is none.
 template <class Interface>
 [[nodiscard]] apigen::SConnectionState GetConnectionState(const std::shared_ptr<Interface>& object) {
     if (object == nullptr) return {false, "there is no object"};

@@ -26,7 +26,10 @@ public:
     /// The job, or an empty pointer when there is none.
     [[nodiscard]] virtual std::shared_ptr<IBackupJob> FindBackupJob(apigen::Guid jobId) const = 0;
 
+    /// Every job that the agent has.
     [[nodiscard]] virtual std::vector<std::shared_ptr<IBackupJob>> GetBackupJobs() const = 0;
+    /// Makes a job; its id is the agent's to give.
+    /// \throws CGenericException when the agent refuses the definition
     [[nodiscard]] virtual std::shared_ptr<IBackupJob> CreateBackupJob(SBackupJobConfigurationInfo config) = 0;
 
     /// \return whether there was such a job
@@ -40,10 +43,14 @@ public:
     /// Allows or forbids that schedules start jobs.
     virtual void SetSchedulerPermissionToRunJobs(bool isAllowed) = 0;
 
+    /// Whether schedules may start jobs.
     [[nodiscard]] virtual bool IsSchedulerAllowedToRunJobs() = 0;
+    /// The backup servers.
     [[nodiscard]] virtual std::shared_ptr<IBackupServerManager> GetBackupServerManager() const = 0;
+    /// The cloud service providers.
     [[nodiscard]] virtual std::shared_ptr<ICloudServiceProviderManager> GetCloudServiceProviderManager()
         const = 0;
+    /// The repositories.
     [[nodiscard]] virtual std::shared_ptr<IRepositoryManager> GetRepositoryManager() const = 0;
 
     /// What the agent makes of names that a user typed, in their order.
@@ -68,11 +75,13 @@ public:
     /// Gives control back.
     virtual void ReleaseControl(SZamControlOwnerInfo owner) = 0;
 
+    /// What the agent is. Needs no control of it.
     [[nodiscard]] virtual SZamProductInfo GetProductInfo() const = 0;
 
     /// Changes how exclusively the owner holds control.
     virtual void SetOwnerMode(apigen::Guid ownerId, ZAMOwnerMode mode) = 0;
 
+    /// Who controls the agent now; the nil id when nobody does.
     [[nodiscard]] virtual SZamControlOwnerInfo GetCurrentOwner() const = 0;
 
     /// How to reach the event source; for `CEventsStream`.

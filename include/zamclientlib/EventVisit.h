@@ -18,6 +18,7 @@ template <class... Functions>
 struct Overloaded : Functions... {
     using Functions::operator()...;
 };
+/// Deduces the types of the functions.
 template <class... Functions>
 Overloaded(Functions...) -> Overloaded<Functions...>;
 

@@ -36,6 +36,7 @@ public:
 class CIndexingUnmetDependencies : public apigen::ApiException {
 public:
     using apigen::ApiException::ApiException;
+    /// \param missedPackage what is missing
     CIndexingUnmetDependencies(const std::string& message, EIndexingDependency missedPackage)
         : ApiException(message), MissedPackage(missedPackage) {}
     ~CIndexingUnmetDependencies() override = default;

@@ -62,7 +62,9 @@ public:
 /// A service of the host's service manager.
 class IService {
 public:
+    /// The service's name, as the service manager knows it.
     [[nodiscard]] virtual std::string GetName() const = 0;
+    /// What it does at this moment.
     [[nodiscard]] virtual EServiceStatus GetServiceStatus() const = 0;
 
     /// Starts the service and returns once it runs.
@@ -83,12 +85,15 @@ public:
     /// Version of the installed driver; all zeros when none is installed.
     [[nodiscard]] virtual SVersion GetDriverVersion() const = 0;
 
+    /// Whether the index offers something for this host.
+    /// \param packageIndexXmlPath a file on the tool's host
     [[nodiscard]] virtual bool IsSystemSupportedByProduct(std::string packageIndexXmlPath) const = 0;
 
     /// What the index offers this host; its `PackageForInstall` is for `IPackageManager::InstalLocalPackages`.
     /// \param packageIndexXmlPath a file on the tool's host
     [[nodiscard]] virtual SInstallationInfo GetInstallationInfo(std::string packageIndexXmlPath) const = 0;
 
+    /// Whether the product is installed on this host.
     [[nodiscard]] virtual bool IsProductInstalled() const = 0;
 
     /// Removes the product's packages.
@@ -100,12 +105,15 @@ public:
 /// Root of the installer's objects.
 class ITarvoInstaller {
 public:
+    /// What the host is: its name, system, processors and network interfaces.
     [[nodiscard]] virtual SSystemInformation GetSystemInformation() const = 0;
 
     /// Whether the tool can manage this host.
     [[nodiscard]] virtual bool IsSystemSupported() const = 0;
 
+    /// The version of the tool itself.
     [[nodiscard]] virtual SVersion GetToolVersion() const = 0;
+    /// The host's package system.
     [[nodiscard]] virtual std::shared_ptr<IPackageManager> GetPackageManager() = 0;
 
     /// The service called `serviceName`, or an empty pointer when the host has none.
@@ -114,6 +122,7 @@ public:
     /// The agent's own service, or an empty pointer when the host has none.
     [[nodiscard]] virtual std::shared_ptr<IService> GetZAMService() = 0;
 
+    /// The product on this host.
     [[nodiscard]] virtual std::shared_ptr<IZAMDeployer> GetZAMDeployer() = 0;
 
     virtual ~ITarvoInstaller() = default;

@@ -13,6 +13,7 @@
 
 namespace zamclientlib APIGEN_API {
 
+/// The host's package system at the other end of an invoker.
 class IPackageManager_Proxy final : public IPackageManager, public apigen::ProxyBase {
 public:
     using apigen::ProxyBase::ProxyBase;
@@ -24,6 +25,7 @@ public:
     std::string GetPackageNameFromFile(std::string pkgPath) const override;
 };
 
+/// A service of the host at the other end of an invoker.
 class IService_Proxy final : public IService, public apigen::ProxyBase {
 public:
     using apigen::ProxyBase::ProxyBase;
@@ -34,6 +36,7 @@ public:
     void Stop() override;
 };
 
+/// The product on the host at the other end of an invoker.
 class IZAMDeployer_Proxy final : public IZAMDeployer, public apigen::ProxyBase {
 public:
     using apigen::ProxyBase::ProxyBase;
@@ -46,6 +49,7 @@ public:
     void Uninstall() override;
 };
 
+/// The installer's root object at the other end of an invoker.
 class ITarvoInstaller_Proxy final : public ITarvoInstaller, public apigen::ProxyBase {
 public:
     using apigen::ProxyBase::ProxyBase;

@@ -22,6 +22,7 @@ using usn_t = long;
 /// One run of a job.
 class IBackupJobSession {
 public:
+    /// How far the run is, or how it ended.
     [[nodiscard]] virtual SBackupJobSessionInfo GetInfo() const = 0;
 
     /// Asks the run to stop.
@@ -35,7 +36,9 @@ public:
 /// One backup job.
 class IBackupJob {
 public:
+    /// The job in short: id, name, whether it is enabled, and when it last ran.
     [[nodiscard]] virtual SBackupJobInfo GetInfo() const = 0;
+    /// How the job starts when nobody says otherwise; for `Start`, changed or not.
     [[nodiscard]] virtual SJobStartOptions GetDefaultJobStartOptions() const = 0;
 
     /// Starts a run.
@@ -48,6 +51,7 @@ public:
     /// \return what the service answers
     virtual bool Disable() = 0;
 
+    /// The whole definition, for `UpdateConfigurationInfo` after changes.
     [[nodiscard]] virtual SBackupJobConfigurationInfo GetConfigurationInfo() const = 0;
 
     /// Replaces the whole definition.
@@ -57,6 +61,7 @@ public:
     /// The findings of a check of the definition; empty when all is well.
     [[nodiscard]] virtual std::vector<SCheckJobValidityMessage> CheckValidity() const = 0;
 
+    /// The text that `SetUserData` left; empty when there is none.
     [[nodiscard]] virtual std::string GetUserData() const = 0;
 
     /// Keeps a text of the caller's own with the job.

@@ -23,9 +23,14 @@ public:
     /// \return the repository as the service has it now
     virtual SBackupRepositoryInfo UpdateRepository(SBackupRepositoryInfo info) = 0;
 
+    /// Takes the repository out of the list.
+    /// \throws CGenericException when it may not be: a job uses it, for instance
     virtual void DeleteRepository(apigen::Guid repositoryId) = 0;
+    /// Whether `DeleteRepository` would be allowed now.
     [[nodiscard]] virtual bool CanBeDeleted(apigen::Guid repositoryId) const = 0;
+    /// Every repository that the agent knows.
     [[nodiscard]] virtual std::vector<SBackupRepositoryInfo> GetRepositories() const = 0;
+    /// The repository, or empty when there is none.
     [[nodiscard]] virtual apigen::Optional<SBackupRepositoryInfo> FindRepository(
         apigen::Guid repositoryId) const = 0;
 
@@ -48,9 +53,12 @@ public:
     /// Reads the server's list of repositories anew.
     virtual void ResyncBackupServerRepositoriesList(apigen::Guid backupServerId) = 0;
 
+    /// Every backup server that the agent knows.
     [[nodiscard]] virtual std::vector<SBackupServerInfo> GetBackupServers() const = 0;
+    /// The server, or empty when there is none.
     [[nodiscard]] virtual apigen::Optional<SBackupServerInfo> FindBackupServer(
         apigen::Guid backupServerId) const = 0;
+    /// Changes the server that has the record's id.
     virtual void UpdateBackupServer(SBackupServerInfo serverInfo) = 0;
 
     virtual ~IBackupServerManager() = default;
@@ -69,10 +77,14 @@ public:
     /// Reads the provider's list of repositories anew.
     virtual void ResyncCloudRepositoriesList(apigen::Guid cloudServiceProviderId) = 0;
 
+    /// Every provider that the agent knows.
     [[nodiscard]] virtual std::vector<SCloudServiceProviderInfo> GetCloudServiceProviders() const = 0;
+    /// The provider, or empty when there is none.
     [[nodiscard]] virtual apigen::Optional<SCloudServiceProviderInfo> FindCloudServiceProvider(
         apigen::Guid cloudServiceProviderId) const = 0;
+    /// Changes the provider that has the record's id.
     virtual void UpdateCloudServiceProvider(SCloudServiceProviderInfo cloudServiceInfo) = 0;
+    /// The gateways through which the provider is reached.
     [[nodiscard]] virtual std::vector<SGatewayInfo> GetCloudServiceProviderGateways(
         apigen::Guid cloudServiceProviderId) const = 0;
 

@@ -25,6 +25,7 @@ public:
     ~CNotImplemented() override;
 };
 
+/// An agent's product object.
 class CZamProductBase : public zamclientlib::IZamProduct {
 public:
     std::shared_ptr<zamclientlib::IBackupJob> FindBackupJob(apigen::Guid jobId) const override;
@@ -60,6 +61,7 @@ public:
     void GrabLogs(std::string path) const override;
 };
 
+/// A session of a backup job.
 class CBackupJobSessionBase : public zamclientlib::IBackupJobSession {
 public:
     zamclientlib::SBackupJobSessionInfo GetInfo() const override;
@@ -87,6 +89,7 @@ public:
     std::vector<zamclientlib::SRestoreOib> GetOibsForRestore() const override;
 };
 
+/// The repositories of an agent.
 class CRepositoryManagerBase : public zamclientlib::IRepositoryManager {
 public:
     zamclientlib::SBackupRepositoryInfo CreateRepository(zamclientlib::SBackupRepositoryInfo info) override;
@@ -100,6 +103,7 @@ public:
         apigen::Guid repositoryId) const override;
 };
 
+/// The backup servers of an agent.
 class CBackupServerManagerBase : public zamclientlib::IBackupServerManager {
 public:
     zamclientlib::SBackupServerInfo AddBackupServer(zamclientlib::SBackupServerInfo serverInfo) override;
@@ -111,6 +115,7 @@ public:
     void UpdateBackupServer(zamclientlib::SBackupServerInfo serverInfo) override;
 };
 
+/// The cloud service providers of an agent.
 class CCloudServiceProviderManagerBase : public zamclientlib::ICloudServiceProviderManager {
 public:
     zamclientlib::SCloudServiceProviderInfo AddCloudServiceProvider(
@@ -125,6 +130,7 @@ public:
         apigen::Guid cloudServiceProviderId) const override;
 };
 
+/// The package system of an installer's host.
 class CPackageManagerBase : public zamclientlib::IPackageManager {
 public:
     apigen::Optional<zamclientlib::SPackageInfo> FindInstalledPackage(std::string packageName) const override;
@@ -134,6 +140,7 @@ public:
     std::string GetPackageNameFromFile(std::string pkgPath) const override;
 };
 
+/// A service of an installer's host.
 class CServiceBase : public zamclientlib::IService {
 public:
     std::string GetName() const override;
@@ -142,6 +149,7 @@ public:
     void Stop() override;
 };
 
+/// The product on an installer's host.
 class CZAMDeployerBase : public zamclientlib::IZAMDeployer {
 public:
     zamclientlib::SVersion GetAgentVersion() const override;

@@ -43,7 +43,9 @@ struct STool {
     std::string Version = {};      ///< what `--version` prints; without one there is no such option
 };
 
+/// The root of an agent.
 using AgentPtr = std::shared_ptr<zamclientlib::IZamControl>;
+/// The root of an installer.
 using InstallerPtr = std::shared_ptr<zamclientlib::ITarvoInstaller>;
 
 /// Reads the command line and does what it says: serves on the standard streams, as `ServeStandardStreams`, prints

@@ -26,9 +26,13 @@ APIGEN_API void Serve(CService& service, apigen::IIoDev& device);
 /// one of zamclientlib/Exceptions.h, as a `CGenericException` with its text otherwise. One thread at a time.
 class CService {
 public:
+    /// An installer's service; `root` is the object that the greeting names.
     CService(std::shared_ptr<zamclientlib::ITarvoInstaller> root);  // NOLINT: a root is a service
-    CService(std::shared_ptr<zamclientlib::IZamControl> root);      // NOLINT: likewise
+    /// An agent's service.
+    CService(std::shared_ptr<zamclientlib::IZamControl> root);  // NOLINT: likewise
+    /// What was moved from is good for nothing but to be destroyed or assigned to.
     CService(CService&&) noexcept;
+    /// \copydoc CService(CService&&)
     CService& operator=(CService&&) noexcept;
     ~CService();
 
@@ -42,6 +46,7 @@ public:
     /// How many objects the client holds, the root included.
     [[nodiscard]] std::size_t ObjectCount() const noexcept;
 
+    /// The limit unless `SetObjectLimit` says otherwise.
     static constexpr std::size_t DefaultObjectLimit = 2'000'000;
 
     /// How many objects the client may hold, the root included.
@@ -62,11 +67,11 @@ using AnswerFunction = std::function<std::string(CService& service, const std::s
 ///
 /// The device may be a `CInterruptibleIoDev` on a socket, or on two descriptors that somebody has handed over, whose
 /// event ends the serving. Clients that are served at the same time need a service and a thread each.
-/// \param answer when it throws, the serving ends with that
 /// \throws what the device throws for anything but the orderly end of the stream; an end in the middle of a message
 ///         is none
 APIGEN_API void Serve(CService& service, apigen::IIoDev& device);
 /// \overload
+/// \param answer when it throws, the serving ends with that
 APIGEN_API void Serve(CService& service, apigen::IIoDev& device, const AnswerFunction& answer);
 
 /// Serves one client over the standard streams of this process until it closes them. For `main`.
@@ -82,7 +87,8 @@ APIGEN_API void Serve(CService& service, apigen::IIoDev& device, const AnswerFun
 /// connects. For `main`.
 /// \return the exit code
 [[nodiscard]] APIGEN_API int PrintProtocolVersion();
-/// \overload for another version than the kit's own
+/// \overload
+/// For another version than the kit's own.
 [[nodiscard]] APIGEN_API int PrintProtocolVersion(const zamclientlib::SVersion& version);
 
 /// As above, for a service that has a say in its answers: to watch, to delay, to change them.

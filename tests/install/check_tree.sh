@@ -31,6 +31,7 @@ expected_development() {
     echo libexec/zamclientlib/testagent/tarvoconfig
     echo share/zamclientlib/wire.json
     (cd "$source" && find examples/python -name '*.py' -printf 'share/zamclientlib/%p\n')
+    (cd "$source" && find examples/programs -type f -printf 'share/zamclientlib/%p\n')
     echo "$libdir/pkgconfig/zamclientlib.pc"
     echo "$libdir/pkgconfig/zamservicelib.pc"
     for name in Config ConfigVersion Targets; do
