@@ -55,8 +55,6 @@ public:
             response.Close(apigen::RootName, opened);
             const std::size_t size = response.Text().size();
             if (size <= apigen::IIoDev::MaxMessageBytes) {
-                // A large answer leaves no large buffer behind.
-                if (answer.capacity() > KeptAnswer) std::string().swap(answer);
                 answer = response.Text();
                 return;
             }
@@ -75,8 +73,6 @@ public:
     }
 
 private:
-    static constexpr std::size_t KeptAnswer = 64 * 1024;
-
     /// Objects that the client never hears of.
     void RemoveSince(std::uint64_t handle) noexcept {
         while (m_lastHandle != handle)

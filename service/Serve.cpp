@@ -61,6 +61,9 @@ std::unique_ptr<CDescriptorDevice> TakeOverStandardStreams() {
     return CDescriptorDevice::OfStandardStreams(std::move(input), std::move(output));
 }
 
+// Memory for the next answer that is worth keeping.
+constexpr std::size_t KeptAnswer = 64 * 1024;
+
 /// \param answer puts the answer to a request into a text
 template <class Answer>
 void ServeWith(const Answer& answer, CService& service, apigen::IIoDev& device) {
@@ -81,6 +84,7 @@ void ServeWith(const Answer& answer, CService& service, apigen::IIoDev& device) 
             // Either may have held a password.
             ::explicit_bzero(room.data(), room.size());
             ::explicit_bzero(text.data(), text.size());
+            if (text.capacity() > KeptAnswer) std::string().swap(text);
         }
     } catch (const apigen::PeerGoneError& error) {
         // The client may leave without waiting for the answers of its last releases, but not in mid-request.

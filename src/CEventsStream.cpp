@@ -214,7 +214,9 @@ SBaseEvent CEventsStream::ReadNext(std::chrono::steady_clock::time_point deadlin
         error.Append(m_source->Name());
         if (!m_stop->Process.IsHere() || !m_source->IsAlive()) throw;
         throw EventsLostError(
-            std::string("The agent lives, and has disconnected a reader that fell behind. ") + error.what(),
+            std::string(
+                "The agent lives and has disconnected this reader, as it does with one that falls behind. ") +
+                error.what(),
             error.IsOrderly());
     } catch (apigen::ApiException& error) {
         error.Append(m_source->Name());

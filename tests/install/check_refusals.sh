@@ -6,9 +6,11 @@ set -euo pipefail
 cd "$1"
 compiler=$2
 failed=0
+limits=(-fmax-errors=0)
+if [[ $compiler == clang* ]]; then limits=(-ferror-limit=0); fi
 
 compile() {
-    "$compiler" "-std=c++$1" -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I . -x c++ - 2>&1
+    "$compiler" "-std=c++$1" -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I . "${limits[@]}" -x c++ - 2>&1
 }
 
 prelude='#include <zamclientlib/ZamClientLib.h>
@@ -26,25 +28,45 @@ const std::shared_ptr<apigen::IData> data;
 IZamControl& control();
 '
 
-# fine STANDARD STATEMENTS
-fine() {
-    local output
-    if ! output=$(compile "$1" <<<"$prelude void f() { $2 }"); then
-        printf 'refused: %s\n%s\n' "$2" "$output" >&2
-        failed=1
-    fi
+# Each compilation reads all headers, so what belongs together is compiled together, each statement in a function and
+# on a line of its own.
+statements=() words=()
+
+# refused WORDS STATEMENT
+refused() {
+    words+=("$1")
+    statements+=("$2")
 }
 
-# refused WORDS STATEMENTS
-refused() {
-    local output
-    if output=$(compile 17 <<<"$prelude void f() { $2 }"); then
-        printf 'not refused: %s\n' "$2" >&2
-        failed=1
-    elif ! grep -qF -e "$1" <<<"$output"; then
-        printf 'not refused with "%s": %s\n%s\n' "$1" "$2" "$output" >&2
-        failed=1
-    fi
+check_refusals() {
+    local source=$prelude output i
+    for i in "${!statements[@]}"; do
+        source+=$'\n'"#line $((1000 + i))"$'\n'"void f$i() { ${statements[i]} }"
+    done
+    output=$(compile 17 <<<"$source") || true
+    for i in "${!statements[@]}"; do
+        if ! grep -q ":$((1000 + i)):" <<<"$output"; then
+            printf 'not refused: %s\n' "${statements[i]}" >&2
+            failed=1
+        fi
+    done
+    local expected text
+    while read -r expected text; do
+        if (($(grep -cE "error: .*$text" <<<"$output") < expected)); then
+            printf 'fewer than %s refusals with "%s":\n%s\n' "$expected" "$text" "$output" >&2
+            failed=1
+        fi
+    done < <(printf '%s\n' "${words[@]}" | sort | uniq -c)
+}
+
+# fine STANDARD STATEMENTS...
+fine() {
+    local source=$prelude standard=$1 i
+    shift
+    for ((i = 1; i <= $#; ++i)); do
+        source+=$'\n'"void f$i() { ${!i} }"
+    done
+    compile "$standard" <<<"$source" >&2 || failed=1
 }
 
 refused 'NameOf: not an enumeration' '(void)NameOf(Mine::None);'
@@ -79,13 +101,16 @@ fi
 refused 'unused' 'apigen::Guid::Random();'
 refused 'unused' 'apigen::Optional<int>().value_or(1);'
 
-fine 17 'static_assert(apigen::IsRecord<SMine> && apigen::IsRecord<const SVersion> && !apigen::IsRecord<SOther> &&
-    !apigen::IsRecord<int>);'
-fine 17 '(void)ToText(SMine{});'
-fine 17 'SCredentials c; c.Password = "x"; apigen::Serialize(*data, "k", c); apigen::Serialize(*data, "k", c.Password);'
-fine 17 'apigen::Serialize(*data, "k", CJobIsRunning("x")); apigen::Serialize(*data, "k", apigen::ApiException("x"));'
-fine 17 'SCalendarInfo c; c.Days = DaysOfWeek::Monday | DaysOfWeek::Friday; c.Months |= MonthType::May; (void)c;'
-fine 17 'std::unordered_map<apigen::Guid, int> m; m[apigen::Guid{}] = 1;'
+check_refusals
+
+fine 17 \
+    'static_assert(apigen::IsRecord<SMine> && apigen::IsRecord<const SVersion> && !apigen::IsRecord<SOther> &&
+    !apigen::IsRecord<int>);' \
+    '(void)ToText(SMine{});' \
+    'SCredentials c; c.Password = "x"; apigen::Serialize(*data, "k", c); apigen::Serialize(*data, "k", c.Password);' \
+    'apigen::Serialize(*data, "k", CJobIsRunning("x")); apigen::Serialize(*data, "k", apigen::ApiException("x"));' \
+    'SCalendarInfo c; c.Days = DaysOfWeek::Monday | DaysOfWeek::Friday; c.Months |= MonthType::May; (void)c;' \
+    'std::unordered_map<apigen::Guid, int> m; m[apigen::Guid{}] = 1;'
 # Designated initialisers, where some fields are left out.
 fine 20 '(void)SCredentials{.Login = "backup"}; (void)SBackupJobConfigurationInfo{.JobName = "nightly"};
     (void)SJobStartOptions{.Priority = EJobStartPriorityMode::High}; (void)SBaseEvent{.Id = 1};

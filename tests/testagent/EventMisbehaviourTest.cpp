@@ -46,7 +46,7 @@ TEST_F(AMisbehavingEventSocket, DiesInTheMiddleOfAnEventAndServesWhoComesBack) {
     const auto first = Next();
     EXPECT_EQ(first.Type, EEventType::BackupJobModified);
     Change();
-    EXPECT_FALSE(Thrown<apigen::PeerGoneError>([&] { Next(); }).IsOrderly());
+    EXPECT_FALSE(Thrown<zamclientlib::EventsLostError>([&] { Next(); }).IsOrderly());
     Subscribe();
     Change();
     EXPECT_EQ(Next().Id, first.Id + 2) << "one was lost";
@@ -57,7 +57,7 @@ TEST_F(AMisbehavingEventSocket, DisconnectsBetweenTwoEventsAndServesWhoComesBack
     Change();
     const auto first = Next();
     Change();
-    EXPECT_TRUE(Thrown<apigen::PeerGoneError>([&] { Next(); }).IsOrderly());
+    EXPECT_TRUE(Thrown<zamclientlib::EventsLostError>([&] { Next(); }).IsOrderly());
     EXPECT_EQ(m_control->GetProductInfo().Name, "Test agent");
     Subscribe();
     Change();
@@ -146,7 +146,7 @@ TEST_F(AMisbehavingEventSocket, CarriesOutTheFirstRuleThatIsDue) {
     Change();
     EXPECT_THROW(Next(), apigen::ApiInternalError);
     Change();
-    Thrown<apigen::PeerGoneError>([&] { Next(); });
+    Thrown<zamclientlib::EventsLostError>([&] { Next(); });
 }
 
 TEST_F(AMisbehavingEventSocket, DisconnectsAReaderThatDoesNotRead) {

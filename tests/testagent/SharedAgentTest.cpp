@@ -199,7 +199,7 @@ TEST_F(ASharedAgent, LetsAnEventStreamThatWasCutBeginAgain) {
     const auto product = Control(control);
     auto stream = std::make_unique<CEventsStream>(control->GetEventConfig(), nullptr);
     MakeJob(*product, "first");
-    EXPECT_FALSE(Thrown<apigen::PeerGoneError>([&] { stream->Read(); }).IsOrderly());
+    EXPECT_FALSE(Thrown<zamclientlib::EventsLostError>([&] { stream->Read(); }).IsOrderly());
     const auto again = Connect();
     stream = std::make_unique<CEventsStream>(again->GetEventConfig(), nullptr);
     MakeJob(*product, "second");
