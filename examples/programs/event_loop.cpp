@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Prints the agent's events until standard input ends or the agent does: an event loop with poll.
+#include <zamclientlib/EventVisit.h>
 #include <zamclientlib/RecordText.h>
 #include <zamclientlib/ZamClientLib.h>
 

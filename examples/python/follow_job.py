@@ -57,4 +57,4 @@ def main(name, seconds):
 
 
 if __name__ == "__main__":
-    sys.exit(main(*sys.argv[1:]))
+    sys.exit(main(*sys.argv[1:]) if len(sys.argv) == 3 else __doc__)

@@ -188,6 +188,13 @@ class Guide(unittest.TestCase):
                 self.assertNotIn(status, (0, -signal.SIGKILL), out)
                 self.assertIn("follow_job", errors)
 
+    def test_missing_words_are_asked_for(self):
+        for words in self.all_followers():
+            status, _, errors = self.run_program(*words, "nightly")
+            self.assertNotEqual(status, 0)
+            self.assertIn("JOB SECONDS <PASSWORD_FILE", errors)
+            self.assertNotIn("Traceback", errors)
+
     def test_refusal_is_not_tried_again(self):
         for words in self.all_followers():
             for job, rules in (("nonsense", []), ("nightly", [{"method": "Start", "action": "throw"}]),
