@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/host/SFolders.h"
+#include "agent/host/Folders.h"
 
 #include <fcntl.h>
 #include <pwd.h>
