@@ -9,39 +9,32 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tarvo {
 
-/// A path that the job names, and what the host says of it.
-struct SPathFact {
-    std::string Path;
-    bool IsThere = false;
-    bool IsFolder = false;
-    bool CanRun = false;  ///< may be executed
-};
-
-/// An object of the source (a volume, a disk), and the mounted folder that it was found to be.
-struct SObjectFact {
-    std::string Object;
-    std::optional<std::string> MountPoint;
-};
-
+/// What the host says of the job's definition.
 struct SHostFacts {
-    std::vector<SPathFact> IncludeDirs;
-    std::vector<SObjectFact> Objects;
-    std::vector<SPathFact> Scripts;
+    std::vector<std::string> MissingDirs;  ///< of the folders to back up, those that aren't there
+
+    /// Objects of the source that can't be read as files, and why.
+    std::vector<std::pair<std::string, std::string>> UnreadableObjects;
+
+    std::string PreJobScriptFault;  ///< why it can't be run; empty when it can
+    std::string PostJobScriptFault;
 
     /// What the repository is; none when there is no such one.
     std::optional<zamclientlib::SBackupRepositoryInfo> Repository;
-    std::string RepositoryFault;  ///< why its folder can't be written to now; empty when it can
-    bool IsFolderMounted = true;  ///< of a shared folder
+    std::string RepositoryFault;  ///< why nothing can be written to its folder now; empty when it can
 
-    std::string EngineFault;                  ///< why the engine can't be used; empty when it can
-    std::vector<std::string> EngineWarnings;  ///< what that version does less well than said
-    std::vector<std::string> EngineNotes;     ///< what it does otherwise
+    bool HasPassword = false;   ///< the agent has the job's password
+    std::string PasswordFault;  ///< why it can't be used
 
-    bool HasPassword = false;  ///< the agent has the job's password
+    std::string EngineFault;  ///< why the engine can't be used; empty when it can
+    std::vector<std::string>
+        SourceWarnings;  ///< what was seen in the source that comes back otherwise, or not at all
+    std::vector<std::string> SourceNotes;  ///< likewise, of less weight
 };
 
 /// Findings in the order of the definition. Error: a run can't succeed. Warning: a run will do less than was said.
