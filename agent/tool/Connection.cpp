@@ -117,6 +117,9 @@ bool StartDaemon(Clock::time_point deadline) {
     start.Arguments = {handover::ReadinessOption, std::to_string(ReadyDescriptor)};
     start.Environment = apigen::common::EnvironmentWith(start.Program, {});
     start.Folder = "/";
+    // Not a session of its own: the kernel schedules sessions as groups, and a call then takes a quarter longer. A
+    // terminal's Ctrl-C and hang-up reach no group in its background.
+    start.Group = apigen::common::SChildStart::EGroup::OwnGroup;
     const CDescriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!null) FailByErrno("/dev/null can't be opened");
     auto pipe = apigen::common::MakePipeToRead(start.Program);
