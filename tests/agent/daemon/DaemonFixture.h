@@ -183,7 +183,7 @@ private:
 class CDaemonTest : public testing::Test {
 protected:
     CDaemonTest() {
-        ::setenv("PATH", (std::string(STAND_IN_FOLDER) + ":" + m_path).c_str(), 1);
+        ::setenv("PATH", (std::string(PROGRAMS_FOLDER) + ":" + m_path).c_str(), 1);
         ::setenv("TARVO_HOME", Home().c_str(), 1);
         std::filesystem::create_directory(Home());
     }
@@ -210,10 +210,10 @@ protected:
         return zamclientlib::GetZamControl(timeout, false, nullptr);
     }
     static std::vector<std::string> ToolWords() {
-        return {std::string(STAND_IN_FOLDER) + "/tarvoconfig", "extended", "startCommandInvoker",
+        return {std::string(PROGRAMS_FOLDER) + "/tarvoconfig", "extended", "startCommandInvoker",
                 "--logFileName", "tool.log"};
     }
-    static std::string Daemon() { return std::string(STAND_IN_FOLDER) + "/tarvod"; }
+    static std::string Daemon() { return std::string(PROGRAMS_FOLDER) + "/tarvod"; }
 
     /// That of the daemon that has the lock; 0 when none has.
     pid_t DaemonPid() const {

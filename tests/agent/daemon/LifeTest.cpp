@@ -249,7 +249,7 @@ protected:
         if (::geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
         // The build's folders may be closed to others.
         for (const char* const program : {"tarvoconfig", "tarvod"}) {
-            std::filesystem::copy(std::string(STAND_IN_FOLDER) + "/" + program, m_folder.Path(program));
+            std::filesystem::copy(std::string(PROGRAMS_FOLDER) + "/" + program, m_folder.Path(program));
         }
     }
 
