@@ -164,8 +164,9 @@ public:
     std::vector<zamclientlib::SGatewayInfo> GatewaysOf(const Guid& provider) const;
     /// @}
 
+    class Impl;  ///< the inside, for the files of this room
+
 private:
-    class Impl;
     std::unique_ptr<Impl> m_impl;
 };
 
