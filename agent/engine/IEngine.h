@@ -145,10 +145,11 @@ struct SBackupRequest {
 struct SBackupResult {
     std::string Snapshot;  ///< what the other operations know the point by
     std::uint64_t FilesTotal = 0;
-    std::uint64_t BytesTotal = 0;  ///< the point's whole source
-    std::uint64_t BytesRead = 0;   ///< of the files that were read
-    std::int64_t StoreGrowth = 0;  ///< bytes that the store has grown by
-    std::uint64_t Warnings = 0;    ///< how many there were, reported or not
+    std::uint64_t BytesTotal = 0;            ///< the point's whole source
+    std::uint64_t FilesRead = 0;             ///< those that are new or have changed
+    std::optional<std::uint64_t> BytesRead;  ///< of these; empty when the engine does not tell: the walk does
+    std::int64_t StoreGrowth = 0;            ///< bytes that the store has grown by
+    std::uint64_t Warnings = 0;              ///< how many there were, reported or not
 };
 
 struct SSnapshot {
