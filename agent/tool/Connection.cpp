@@ -127,8 +127,9 @@ bool StartDaemon(Clock::time_point deadline) {
                          {STDOUT_FILENO, null.Get()},
                          {STDERR_FILENO, null.Get()},
                          {ReadyDescriptor, pipe.Theirs.Get()}};
-    // Left behind on purpose: the daemon outlives us.
-    auto* const daemon = new CChildProcess(start);  // NOLINT(cppcoreguidelines-owning-memory)
+    // Never deleted: the daemon outlives us.
+    static CChildProcess* daemon = nullptr;
+    daemon = new CChildProcess(start);  // NOLINT(cppcoreguidelines-owning-memory)
     pipe.Theirs.Close();
     const std::string report = ReadReport(pipe.Ours, *daemon, deadline);
     if (report == handover::Ready) return true;

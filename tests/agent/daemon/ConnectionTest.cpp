@@ -122,7 +122,7 @@ TEST_F(CDaemonTest, AClientThatDiesTakesItsToolAndItsConnectionAlong) {
     EXPECT_NE(tool.Read(), "");
     EXPECT_TRUE(Eventually([&] { return Threads() == 2; }));
     tool.Leave();
-    EXPECT_EQ(tool.Ended(), 0);
+    EXPECT_EQ(tool.Ended(), 0) << tool.ReadErrors();
     EXPECT_TRUE(Eventually([&] { return Threads() == 1; }));
 }
 
@@ -134,7 +134,7 @@ TEST_F(CDaemonTest, AClientThatClosesItsInputEarlyStillGetsItsAnswers) {
     EXPECT_THAT(tool.Read(), HasSubstr("__result"));
     EXPECT_GT(tool.Read().size(), 200'000U);
     EXPECT_EQ(tool.Read(), "");
-    EXPECT_EQ(tool.Ended(), 0);
+    EXPECT_EQ(tool.Ended(), 0) << tool.ReadErrors();
 }
 
 TEST_F(CDaemonTest, AToolKilledInTheMiddleOfACallTouchesNobodyElse) {
@@ -214,7 +214,7 @@ TEST_F(CDaemonTest, StreamsOfOtherKindsAreServedAsWell) {
     EXPECT_THAT(ReadMessage(both[0]), HasSubstr("<__handle>1<"));
     EXPECT_THAT(ReadMessage(both[0]), HasSubstr("__result"));
     ::close(both[0]);
-    EXPECT_EQ(tool.Ended(), 0);
+    EXPECT_EQ(tool.Ended(), 0) << tool.ReadErrors();
     EXPECT_TRUE(Eventually([&] { return Threads() == 1; }));
 }
 

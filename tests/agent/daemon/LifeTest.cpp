@@ -57,8 +57,8 @@ TEST_F(CDaemonLifeTest, SigtermEndsTheDaemonInOrder) {
 
 TEST_F(CDaemonLifeTest, SigintEndsTheDaemonInOrder) {
     CChild daemon({Daemon()});
+    ASSERT_TRUE(Eventually([&] { return DaemonPid() == daemon.Pid(); }));
     EXPECT_NE(Connect()->GetSessionId(), apigen::Guid{});
-    EXPECT_EQ(DaemonPid(), daemon.Pid());
     daemon.Kill(SIGINT);
     EXPECT_EQ(daemon.Ended(), 0);
 }
