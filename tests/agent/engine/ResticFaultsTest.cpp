@@ -133,7 +133,7 @@ TEST_F(ResticFaults, DeathAtAnyLineOfItsOutputIsAFailureUntilTheLast) {
 TEST_F(ResticFaults, ExitStatusThreeIsASuccessWithWarnings) {
     const auto result = BackUp(
         std::string(
-            "echo "
+            "printf '%s\\n' "
             "'{\"message_type\":\"error\",\"error\":{\"Op\":\"open\",\"Err\":13},\"during\":\"archival\","
             "\"item\":\"/a\\nb\"}' >&2\n") +
         Summary + "echo 'Warning: at least one source file could not be read' >&2\nexit 3");
@@ -210,7 +210,7 @@ TEST_F(ResticFaults, ThePasswordStandsNeitherInArgumentsNorInTheEnvironment) {
     auto request = Request();
     request.Store.Password = "s3cret-word";
     Engine(std::string(Version) + "cat $RESTIC_PASSWORD_FILE > " + (m_folder / "password") + "; env > " +
-           (m_folder / "env") + "; echo \"$@\" > " + (m_folder / "args") + "; cat $RESTIC_PASSWORD_FILE\n" +
+           (m_folder / "env") + "; echo \"$@\" > " + (m_folder / "args") + "; cat $RESTIC_PASSWORD_FILE; echo\n" +
            Summary)
         ->BackUp(request, {});
     ::unsetenv("RESTIC_REPOSITORY");
