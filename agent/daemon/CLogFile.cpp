@@ -42,7 +42,6 @@ std::string TimeText() {
 }
 
 void WriteOnce(int descriptor, std::string_view line) {
-    apigen::common::CNoCancellation uncancelled;
     while (::write(descriptor, line.data(), line.size()) < 0 && errno == EINTR) {
     }
 }

@@ -233,7 +233,8 @@ protected:
         return static_cast<std::size_t>(
             std::distance(std::filesystem::directory_iterator(folder, ignored), {}));
     }
-    std::size_t Threads() const { return CountOf("task"); }
+    /// The thread sanitizer has one of its own.
+    std::size_t Threads() const { return CountOf("task") - (IsThreadSanitized ? 1 : 0); }
     std::size_t Descriptors() const { return CountOf("fd"); }
 
     /// A connection to the control socket without a tool.
