@@ -113,7 +113,7 @@ TEST_F(CAgentCrashTest, NoPointIsLostThatWasReportedDoneWhoeverIsKilledWhenever)
         points.insert(TextOfId(point.Id));
     EXPECT_TRUE(std::includes(points.begin(), points.end(), done.begin(), done.end()));
     ExpectRestorable(id, job->GetOibsForRestore().back().Id);
-    EXPECT_EQ(Shell("RESTIC_PASSWORD=tarvo-without-password restic --no-cache -r " +
+    EXPECT_EQ(Shell("RESTIC_PASSWORD=tarvo-without-password restic --no-cache --no-lock -r " +
                     Home("repo/tarvo/" + TextOfId(id) + "/1") + " check --read-data"),
               0)
         << TextOf(Home("shell.log"));
