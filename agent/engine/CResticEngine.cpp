@@ -122,6 +122,18 @@ bool HasConfig(const std::string& store) {
     return ::access((store + "/config").c_str(), F_OK) == 0;
 }
 
+bool IsFolder(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+/// Of a store that isn't there: it makes a difference whether its whole location is away.
+[[noreturn]] void ThrowNoStore(const SEngineStore& store, const std::string& message) {
+    const std::string location = LocationOf(store.Folder);
+    if (IsFolder(location)) throw CNoStore(message);
+    throw CNoLocation(message + ": the folder " + Quoted(location) + " is not there; is its disk mounted?");
+}
+
 /// Of all files below a folder; empty when it can't be looked through.
 std::optional<std::uint64_t> SizeBelow(const std::string& folder) {
     std::error_code error;
@@ -372,9 +384,14 @@ std::string Failed(const SRun& run, const SOutcome& outcome) {
            (outcome.LastWords.empty() ? "" : ": " + outcome.LastWords);
 }
 
+[[noreturn]] void ThrowFailure(EFailure failure, const SRun& run, const SOutcome& outcome) {
+    if (failure == EFailure::NoStore) ThrowNoStore(*run.Store, Failed(run, outcome));
+    restic::Throw(failure, Failed(run, outcome));
+}
+
 void CResticEngine::RunWell(const SRun& run, const std::stop_token& stop) {
     const auto outcome = Run(run, stop);
-    if (outcome.Failure != EFailure::None) restic::Throw(outcome.Failure, Failed(run, outcome));
+    if (outcome.Failure != EFailure::None) ThrowFailure(outcome.Failure, run, outcome);
 }
 
 void MakeFolder(const std::string& path, mode_t mode) {
@@ -458,7 +475,7 @@ SBackupResult CResticEngine::BackUp(const SBackupRequest& request, const std::st
                                     const std::stop_token& stop) {
     const auto& store = request.Store;
     // A run makes no store and no location: its disk may only be away.
-    if (!HasConfig(store.Folder)) throw CNoStore("There is no store in " + Quoted(store.Folder));
+    if (!HasConfig(store.Folder)) ThrowNoStore(store, "There is no store in " + Quoted(store.Folder));
 
     SBackupResult result;
     CWarnings warnings(request.OnWarning);
@@ -513,7 +530,7 @@ SBackupResult CResticEngine::BackUp(const SBackupRequest& request, const std::st
     const auto before = SizeBelow(store.Folder);
     const auto outcome = Run(run, stop);
     const bool isPartial = outcome.ExitStatus == PartialBackup;
-    if (outcome.Failure != EFailure::None && !isPartial) restic::Throw(outcome.Failure, Failed(run, outcome));
+    if (outcome.Failure != EFailure::None && !isPartial) ThrowFailure(outcome.Failure, run, outcome);
     if (!summary || summary->Snapshot.empty()) {
         throw CEngineFailed(run.What + " failed: restic " + outcome.Ending +
                             " without telling of a snapshot" +
@@ -538,7 +555,7 @@ struct SCloseFile {
 };
 
 std::vector<SSnapshot> CResticEngine::Snapshots(const SEngineStore& store, std::stop_token stop) {
-    if (!HasConfig(store.Folder)) throw CNoStore("There is no store in " + Quoted(store.Folder));
+    if (!HasConfig(store.Folder)) ThrowNoStore(store, "There is no store in " + Quoted(store.Folder));
     // To a file: one line, which may hold the paths of very many entries.
     const std::unique_ptr<std::FILE, SCloseFile> file(std::tmpfile());
     if (file == nullptr) throw CEngineFailed("No temporary file: " + apigen::common::ErrorText(errno));
@@ -565,7 +582,7 @@ void CResticEngine::Unlock(const SEngineStore& store, std::stop_token stop) {
 void CResticEngine::Forget(const SEngineStore& store, const std::vector<std::string>& snapshots,
                            std::stop_token stop) {
     if (snapshots.empty()) return;
-    if (!HasConfig(store.Folder)) throw CNoStore("There is no store in " + Quoted(store.Folder));
+    if (!HasConfig(store.Folder)) ThrowNoStore(store, "There is no store in " + Quoted(store.Folder));
     Unlock(store, stop);
     SRun run{.What = "Removing points from " + Quoted(store.Folder),
              .Store = &store,
@@ -574,7 +591,7 @@ void CResticEngine::Forget(const SEngineStore& store, const std::vector<std::str
     const auto outcome = Run(run, stop);
     // Those that are gone already it tells of, and goes on.
     if (outcome.Failure != EFailure::None && outcome.Failure != EFailure::NoSuchPoint)
-        restic::Throw(outcome.Failure, Failed(run, outcome));
+        ThrowFailure(outcome.Failure, run, outcome);
 }
 
 /// Gives paths of a JSON listing, in which each byte that is no valid UTF-8 has become a replacement character, their
@@ -617,7 +634,7 @@ private:
 
 void CResticEngine::List(const SEngineStore& store, const std::string& snapshot, const std::string& path,
                          const std::function<void(const SEntry&)>& entry, std::stop_token stop) {
-    if (!HasConfig(store.Folder)) throw CNoStore("There is no store in " + Quoted(store.Folder));
+    if (!HasConfig(store.Folder)) ThrowNoStore(store, "There is no store in " + Quoted(store.Folder));
     SRun run{.What = "Listing the point " + Quoted(snapshot) + " of " + Quoted(store.Folder),
              .Store = &store,
              .Arguments = {"ls", "--json", "--no-lock", snapshot}};
@@ -638,7 +655,7 @@ void CResticEngine::List(const SEngineStore& store, const std::string& snapshot,
         // It finds nothing, says so, and is content.
         if (failure == EFailure::None && restic::FailureIn(outcome.LastWords) == EFailure::NoSuchPoint)
             failure = EFailure::NoSuchPoint;
-        if (failure != EFailure::None) restic::Throw(failure, Failed(run, outcome));
+        if (failure != EFailure::None) ThrowFailure(failure, run, outcome);
     };
     check(Run(run, stop));
     if (std::fflush(lines.get()) != 0)
@@ -673,7 +690,7 @@ void CResticEngine::List(const SEngineStore& store, const std::string& snapshot,
 
 SRestoreResult CResticEngine::Restore(const SRestoreRequest& request, std::stop_token stop) {
     const auto& store = request.Store;
-    if (!HasConfig(store.Folder)) throw CNoStore("There is no store in " + Quoted(store.Folder));
+    if (!HasConfig(store.Folder)) ThrowNoStore(store, "There is no store in " + Quoted(store.Folder));
     CWarnings warnings(request.OnWarning);
     SRun run{.What = "Restoring the point " + Quoted(request.Snapshot) + " of " + Quoted(store.Folder),
              .Store = &store,
@@ -691,14 +708,13 @@ SRestoreResult CResticEngine::Restore(const SRestoreRequest& request, std::stop_
     const auto outcome = Run(run, stop);
     const bool isIncomplete =
         outcome.Failure == EFailure::Other && outcome.ExitStatus == 1 && warnings.Count() != 0;
-    if (outcome.Failure != EFailure::None && !isIncomplete)
-        restic::Throw(outcome.Failure, Failed(run, outcome));
+    if (outcome.Failure != EFailure::None && !isIncomplete) ThrowFailure(outcome.Failure, run, outcome);
     return {warnings.Count()};
 }
 
 SVerifyResult CResticEngine::Verify(const SVerifyRequest& request, std::stop_token stop) {
     const auto& store = request.Store;
-    if (!HasConfig(store.Folder)) throw CNoStore("There is no store in " + Quoted(store.Folder));
+    if (!HasConfig(store.Folder)) ThrowNoStore(store, "There is no store in " + Quoted(store.Folder));
     // Its cache for a check would stay when it is killed; on a disk of this host it would gain little.
     SRun run{
         .What = "Verifying " + Quoted(store.Folder), .Store = &store, .Arguments = {"check", "--no-cache"}};
@@ -730,7 +746,7 @@ SVerifyResult CResticEngine::Verify(const SVerifyRequest& request, std::stop_tok
         result.Findings.clear();  // hints
         return result;
     }
-    if (outcome.Failure != EFailure::Damaged) restic::Throw(outcome.Failure, Failed(run, outcome));
+    if (outcome.Failure != EFailure::Damaged) ThrowFailure(outcome.Failure, run, outcome);
     result.IsDamaged = true;
     if (result.Findings.empty()) result.Findings.push_back(Failed(run, outcome));
     return result;

@@ -17,6 +17,7 @@
 #include "agent/host/RunChild.h"
 #include "agent/host/Walk.h"
 #include "support/common/CChildProcess.h"
+#include "tests/MessageOf.h"
 #include "tests/agent/CTemporaryFolder.h"
 #include "tests/agent/TreeText.h"
 
@@ -247,10 +248,13 @@ TEST_F(ResticEngine, ALocationThatIsGoneIsNeverMadeByARun) {
     m_folder.Write("source/a", "1");
     const SEngineStore store{StoreFolder(m_folder / "unmounted", Job, 1), {}};
     EXPECT_THROW(m_engine->Prepare({store, "job"}, {}), CNoLocation);
-    EXPECT_THROW(BackUp(store, "point-1"), CNoStore);
+    EXPECT_THROW(BackUp(store, "point-1"), CNoLocation);
     EXPECT_THROW(m_engine->Snapshots(store, {}), CNoStore);
     EXPECT_THROW(m_engine->Verify({store, {}}, {}), CNoStore);
     EXPECT_FALSE(fs::exists(m_folder / "unmounted"));
+    // With the location back and empty, the chain is lost.
+    m_folder.Folder("unmounted");
+    tests::MessageOf<CNoStore>([&] { BackUp(store, "point-1"); });
     EXPECT_FALSE(m_engine->Exists(store));
 }
 

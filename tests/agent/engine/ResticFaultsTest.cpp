@@ -210,8 +210,8 @@ TEST_F(ResticFaults, ThePasswordStandsNeitherInArgumentsNorInTheEnvironment) {
     auto request = Request();
     request.Store.Password = "s3cret-word";
     Engine(std::string(Version) + "cat $RESTIC_PASSWORD_FILE > " + (m_folder / "password") + "; env > " +
-           (m_folder / "env") + "; echo \"$@\" > " + (m_folder / "args") + "; cat $RESTIC_PASSWORD_FILE; echo\n" +
-           Summary)
+           (m_folder / "env") + "; echo \"$@\" > " + (m_folder / "args") +
+           "; cat $RESTIC_PASSWORD_FILE; echo\n" + Summary)
         ->BackUp(request, {});
     ::unsetenv("RESTIC_REPOSITORY");
     EXPECT_EQ(ContentOf(m_folder / "password"), "s3cret-word");
