@@ -52,6 +52,9 @@ constexpr std::size_t MaxDescriptors = 8;
 /// Clients' objects are small, and so are the stacks that answering needs.
 constexpr std::size_t StackBytes = 1024UL * 1024;
 
+/// Of one client. All share our memory, which must not become large by one client's mistake.
+constexpr std::size_t ObjectLimit = 100'000;
+
 SPeer PeerOf(int control) {
     ucred peer{};
     socklen_t size = sizeof peer;
@@ -257,6 +260,7 @@ void CConnections::Serve(SConnection& connection) noexcept {
         std::optional<zamservice::CService> service;
         try {
             service.emplace(m_makeControl(connection.Peer));
+            service->SetObjectLimit(ObjectLimit);
         } catch (const std::exception& error) {
             m_log.Error("A client (" + who + ") can't be served: " + error.what());
             device->WriteString(apigen::CXmlData::Serialize(*zamservice::Failure(error)));
