@@ -26,8 +26,8 @@ std::vector<SRetentionChoice> ChooseKept(const zamclientlib::SBackupJobRetention
                                          std::vector<SPoint> points, const std::vector<SChain>& chains,
                                          Moment now) {
     constexpr unsigned long MostDays = 365UL * 1000;
-    std::stable_sort(points.begin(), points.end(),
-                     [](const SPoint& left, const SPoint& right) { return left.Created > right.Created; });
+    // Their order is that of their making: by their times, a clock that was set back would make the newest an old one.
+    std::reverse(points.begin(), points.end());
     const auto wanted =
         static_cast<std::size_t>(retention.RestorePointsCount > 0 ? retention.RestorePointsCount : 0);
     const unsigned long days = retention.RetainDays ? std::min(*retention.RetainDays, MostDays) : 0;

@@ -19,6 +19,7 @@ struct SRetentionChoice {
 };
 
 /// The job's points, newest first, each with what becomes of it.
+/// \param points oldest first, in the order of their making
 ///
 /// The newest `RestorePointsCount` are kept, and so is what is younger than `RetainDays`; where neither is asked for,
 /// everything. The newest stays whatever is asked for. Points of a chain that is damaged or lost don't count, and go

@@ -163,7 +163,7 @@ bool IsActiveFullDue(const zamclientlib::SActiveFullScheduleInfo& schedule, std:
                      Moment now, const IClock& zone) {
     if (!schedule.IsEnabled || !Fault(schedule.Calendar).empty()) return false;
     const local_days today = DayOf(now, zone);
-    if (!last) return HasDay(schedule.Calendar, year_month_day(today));
+    if (!last || GoesOnFrom(*last, now) != *last) return HasDay(schedule.Calendar, year_month_day(today));
     const local_days stop = std::max(DayOf(*last, zone), today - SearchedAhead);
     for (local_days day = today; day > stop; day -= days(1)) {
         if (HasDay(schedule.Calendar, year_month_day(day))) return true;

@@ -80,6 +80,7 @@ public:
 
     /// \name Sessions
     /// @{
+    ActivePtr FindInMemory(const Guid& id) const;  ///< with m_state held
     bool HasSession(const Guid& id);
     zamclientlib::SBackupJobSessionInfo SessionInfo(const Guid& id);
     bool StopSession(const SCaller& caller, const Guid& id, const std::string& message);
@@ -224,6 +225,7 @@ private:
 
     mutable std::mutex m_state;
     std::map<Guid, ActivePtr> m_active;  ///< by job
+    std::vector<ActivePtr> m_unkept;     ///< ended, but their end could not be written down
     std::set<Guid> m_busyRepositories;
     unsigned m_working = 0;
     std::condition_variable_any m_slotFree;

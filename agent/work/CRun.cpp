@@ -265,11 +265,21 @@ void CRun::FindRepository() {
     });
 }
 
-void CRun::MarkChain(EChainState state, const std::string& damage) {
-    m_chain.State = state;
-    m_chain.Damage = damage;
+void CRun::AmendChain(const std::function<void(SChain&)>& change) {
+    change(m_chain);
     const std::lock_guard changes(m_agent.m_changes);
-    m_agent.m_store.SaveChain(m_chain);
+    // As it is now: a command beside us may have found it damaged.
+    auto chain = m_agent.m_store.FindChain(m_job.Id, m_chain.Number);
+    if (!chain) return;
+    change(*chain);
+    m_agent.m_store.SaveChain(*chain);
+}
+
+void CRun::MarkChain(EChainState state, const std::string& damage) {
+    AmendChain([&](SChain& chain) {
+        chain.State = state;
+        chain.Damage = damage;
+    });
 }
 
 void CRun::ChooseChain() {
@@ -586,11 +596,8 @@ void CRun::VerifyNextPart() {
     Tell();
     const auto result =
         m_agent.m_engine->Verify({Store(), SVerifyPart{part, parts}}, m_active->Stop.get_token());
-    m_chain.Verified = {part, parts, m_agent.m_clock.Now()};
-    if (!result.IsDamaged) {
-        MarkChain(m_chain.State, {});
-        return;
-    }
+    AmendChain([&](SChain& chain) { chain.Verified = {part, parts, m_agent.m_clock.Now()}; });
+    if (!result.IsDamaged) return;
     std::string damage;
     for (const auto& finding : result.Findings) {
         Say(Type::Warning, "Chain " + std::to_string(m_chain.Number) + " is damaged: " + finding);

@@ -37,6 +37,7 @@ private:
     void FindRepository();
     void ChooseChain();
     void BeginChain(const std::vector<SChain>& chains, ENewChain reason, Type weight);
+    void AmendChain(const std::function<void(SChain&)>& change);
     void MarkChain(EChainState state, const std::string& damage);
     void BackUp();
     void KeepPoint(const SBackupResult& result, std::uint64_t bytesRead, Moment began);

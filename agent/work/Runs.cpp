@@ -36,12 +36,20 @@ SLogDetail StartLine(const SOrigin& origin, Moment now) {
 
 // Questions
 
+ActivePtr CAgent::Impl::FindInMemory(const Guid& id) const {
+    for (const auto& [job, active] : m_active) {
+        if (active->Session.Info.Uid == id) return active;
+    }
+    for (const auto& active : m_unkept) {
+        if (active->Session.Info.Uid == id) return active;
+    }
+    return nullptr;
+}
+
 bool CAgent::Impl::HasSession(const Guid& id) {
     {
         const auto lock = LockState();
-        for (const auto& [job, active] : m_active) {
-            if (active->Session.Info.Uid == id) return true;
-        }
+        if (FindInMemory(id) != nullptr) return true;
     }
     return Read([&](const CStore& past) { return past.FindSession(id).has_value(); });
 }
@@ -49,8 +57,7 @@ bool CAgent::Impl::HasSession(const Guid& id) {
 SBackupJobSessionInfo CAgent::Impl::SessionInfo(const Guid& id) {
     {
         const auto lock = LockState();
-        for (const auto& [job, active] : m_active) {
-            if (active->Session.Info.Uid != id) continue;
+        if (const auto active = FindInMemory(id)) {
             auto info = active->Session.Info;
             info.JobDetails = active->Lines;
             return info;
@@ -206,6 +213,8 @@ void CAgent::Impl::EndLocked(const ActivePtr& active, JobSessionTaskStatus statu
         session.Info.Usn = ++m_usn;
     };
     finish(status);
+    const auto mode = job ? job->Config.Source.BackupMode : JobBackupMode::Unknown;
+    bool isKept = true;
     if (isInterrupted && job && session.Origin.Kind == SOrigin::EKind::Scheduler) {
         job->CatchUp = session.Origin.Promise;
     }
@@ -225,8 +234,10 @@ void CAgent::Impl::EndLocked(const ActivePtr& active, JobSessionTaskStatus statu
         // The next start takes up what was done: its session is still under way there.
         m_log.Error("The end of a session of " + Quoted(session.Info.JobName) +
                     " can't be kept: " + Escaped(error.what()));
+        lines.push_back(LogLine(ELogDetailType::Error, error.what()));
         session = active->Session;
         job.reset();
+        isKept = false;
         status = JobSessionTaskStatus::Failed;
         finish(status);
         session.RetryAt.reset();
@@ -242,11 +253,11 @@ void CAgent::Impl::EndLocked(const ActivePtr& active, JobSessionTaskStatus statu
         std::move(lines.begin(), lines.end(), std::back_inserter(active->Lines));
         const auto found = m_active.find(id);
         if (isOver && found != m_active.end() && found->second == active) m_active.erase(found);
+        if (!isKept) m_unkept.push_back(active);
     }
     auto event =
         NewEvent(EEventType::BackupJobFinished, EEventSourceType::Service, session.Origin.ControlSession);
-    event.eventBackupJobFinished = SEventBackupJobFinished{
-        id, session.Info.Uid, status, job ? job->Config.Source.BackupMode : JobBackupMode::Unknown};
+    event.eventBackupJobFinished = SEventBackupJobFinished{id, session.Info.Uid, status, mode};
     Publish(event);
 }
 

@@ -36,11 +36,13 @@ SChain ChainOf(int number, EChainState state) {
     return chain;
 }
 
-std::vector<bool> Kept(int count, std::optional<unsigned long> retainDays, const std::vector<SPoint>& points,
+/// Of points given newest first.
+std::vector<bool> Kept(int count, std::optional<unsigned long> retainDays, std::vector<SPoint> points,
                        const std::vector<SChain>& chains = {}) {
     SBackupJobRetentionInfo retention;
     retention.RestorePointsCount = count;
     if (retainDays) retention.RetainDays = *retainDays;
+    std::reverse(points.begin(), points.end());
     std::vector<bool> kept;
     for (const auto& choice : ChooseKept(retention, points, chains, Now)) {
         EXPECT_NE(choice.Reason, "");
@@ -89,16 +91,21 @@ constexpr auto Note = ELogDetailType::Info;
 // Retention
 
 TEST(RetentionTest, EverythingIsKeptWhereNothingIsAsked) {
-    const std::vector points{PointOf(days(900)), PointOf(days(1))};
+    const std::vector points{PointOf(days(1)), PointOf(days(900))};
     EXPECT_EQ(Kept(0, {}, points), (Flags{true, true}));
     EXPECT_EQ(Kept(-3, {}, points), (Flags{true, true}));
     EXPECT_EQ(Kept(0, 0, points), (Flags{true, true}));
 }
 
-TEST(RetentionTest, TheNewestSoManyAreKeptInWhateverOrderTheyAreGiven) {
-    std::vector points{PointOf(days(1)), PointOf(days(4)), PointOf(days(2)), PointOf(days(3))};
+TEST(RetentionTest, TheNewestSoManyAreKept) {
+    const std::vector points{PointOf(days(1)), PointOf(days(2)), PointOf(days(3)), PointOf(days(4))};
     EXPECT_EQ(Kept(2, {}, points), (Flags{true, true, false, false}));
     EXPECT_EQ(Kept(9, {}, points), (Flags{true, true, true, true}));
+}
+
+TEST(RetentionTest, APointThatWasMadeAfterTheClockWasSetBackIsStillTheNewest) {
+    EXPECT_EQ(Kept(1, {}, {PointOf(days(30)), PointOf(days(1))}), (Flags{true, false}));
+    EXPECT_EQ(Kept(1, {}, {PointOf(days(1)), PointOf(days(1))}), (Flags{true, false}));
 }
 
 TEST(RetentionTest, CountAndDaysEachKeepWhatTheyAskFor) {
@@ -133,9 +140,7 @@ TEST(RetentionTest, GeneratedPointsAreKeptByThePlainRule) {
         const int wanted = static_cast<int>(random() % 6);
         const unsigned long retain = random() % 10;
         const auto kept = Kept(wanted, retain, points);
-        auto ages = points;
-        std::sort(ages.begin(), ages.end(),
-                  [](const auto& left, const auto& right) { return left.Created > right.Created; });
+        const auto& ages = points;
         for (std::size_t i = 0; i < ages.size(); ++i) {
             const bool isExpected = (wanted == 0 && retain == 0) || i < static_cast<std::size_t>(wanted) ||
                                     i == 0 || (retain != 0 && Now - ages[i].Created < days(retain));

@@ -242,6 +242,7 @@ TEST(ScheduleTest, AnActiveFullBackupIsDueOnItsDayAndMadeUpForLater) {
     EXPECT_FALSE(IsActiveFullDue(sundays, sunday, sunday + days(6), clock));
     EXPECT_TRUE(IsActiveFullDue(sundays, sunday, sunday + days(7), clock));
     EXPECT_TRUE(IsActiveFullDue(sundays, sunday, sunday + days(9), clock));  // the host was off on that day
+    EXPECT_TRUE(IsActiveFullDue(sundays, sunday + days(5000), sunday, clock));  // the clock was wrong then
     EXPECT_FALSE(IsActiveFullDue({false, sundays.Calendar}, std::nullopt, sunday, clock));
 }
 

@@ -2,6 +2,7 @@
 // Control, jobs, places, events, and what an end without a farewell leaves.
 #include <archive.h>
 #include <archive_entry.h>
+#include <sys/mount.h>
 
 #include <map>
 
@@ -451,6 +452,32 @@ TEST_F(AgentTest, APointThatWasBeingForgottenWhenTheAgentWasKilledIsNotOffered) 
     const auto points = Agent->PointsForRestore(job);
     ASSERT_EQ(points.size(), 1U);
     EXPECT_EQ(points[0].Id, second.OibId);
+}
+
+TEST_F(AgentTest, APointThatAFullDiskKeptFromBeingNotedIsAdoptedLater) {
+    if (::mount("none", Folders.State.c_str(), "tmpfs", 0, "size=2m") != 0) GTEST_SKIP() << "may not mount";
+    Start();
+    const Guid job = MakeJob();
+    Engine->m_afterBackup = [&] {
+        std::ofstream filling(Folders.State + "/filling");
+        const std::string block(4096, 'x');
+        while (filling.write(block.data(), static_cast<std::streamsize>(block.size())).flush()) {
+        }
+    };
+    const auto info = RunJob(job);
+    Engine->m_afterBackup = {};
+    EXPECT_EQ(info.Result, JobResult::Failed) << Lines(info);
+    EXPECT_TRUE(Says(info, "make room")) << Lines(info);
+    EXPECT_TRUE(Agent->PointsForRestore(job).empty());
+    EXPECT_THROW(Agent->SetUserData(Caller, job, std::string(100000, 'x')), CStateError);
+    EXPECT_EQ(Agent->UserData(job), "");
+    std::filesystem::remove(Folders.State + "/filling");
+    Agent->SetUserData(Caller, job, "there is room again");
+    Restart();
+    EXPECT_TRUE(Await([&] { return Agent->PointsForRestore(job).size() == 1; }));
+    EXPECT_EQ(AwaitEnd(info.Uid).Result, JobResult::Warning);
+    Agent.reset();
+    ::umount2(Folders.State.c_str(), MNT_DETACH);
 }
 
 TEST_F(AgentTest, AStateOfALaterVersionIsRefused) {
