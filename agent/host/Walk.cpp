@@ -92,10 +92,10 @@ std::string EntryPath(const std::string& path) {
     return folder.empty() ? std::string() : Joined(folder, name);
 }
 
-/// Where a folder really is, or would be.
+/// Where a folder is, or would be. A link is itself: who excludes it means that name, not what it leads to.
 std::string FolderPath(const std::string& path) {
-    std::string real = RealPath(path);
-    return real.empty() ? WithoutSlashes(path) : real;
+    std::string entry = EntryPath(path);
+    return entry.empty() ? WithoutSlashes(path) : entry;
 }
 
 [[noreturn]] void FailToWrite(const std::string& path) {

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <stop_token>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "agent/engine/CResticEngine.h"
@@ -183,6 +184,84 @@ TEST_F(ResticEngine, PointsOfAJobAreForgottenOneByOneAndTheOthersStay) {
     EXPECT_THROW(m_engine->List(store, first.Snapshot, "/", [](const SEntry&) {}, {}), CNoSuchPoint);
     const std::string readMe = ContentOf(m_folder / "location/tarvo/" + Job + "/README.txt");
     EXPECT_EQ(readMe.find("RESTIC_PASSWORD="), std::string::npos) << readMe;
+}
+
+TEST_F(ResticEngine, WhatTheWalkLeavesOutStaysOutAndEmptyFoldersStay) {
+    const std::string source = m_folder / "source";
+    for (const char* name :
+         {"keep/f", "out [1]*?\\$HOME/f", "out 1/f", "new\nline/f", "end /f", "cache/f", "mask/x.tmp",
+          "mask2/x.tmp", "mask2/y", "sub[/z.tmp", "deep/a/b/c.tmp", "deep/a/b/d"})
+        m_folder.Write("source/" + std::string(name), name);
+    m_folder.Folder("source/memory/below");
+    const bool isMounted = ::mount("none", (source + "/memory").c_str(), "tmpfs", 0, "size=1m") == 0;
+    if (isMounted) m_folder.Write("source/memory/f", "1");
+    SWalkRequest walk;
+    walk.Roots = {source};
+    walk.ExcludeDirs = {source + "/out [1]*?\\$HOME", source + "/new\nline", source + "/end "};
+    walk.ExcludeMasks = {"*.tmp"};
+    walk.Never = {source + "/cache"};
+    const auto store = Store();
+    m_engine->Prepare({store, "job"}, {});
+    const auto result = BackUp(store, "point-1", "", walk);
+    EXPECT_EQ(result.Warnings, 0U);
+    const std::string restored = Restored(store, result.Snapshot) + source;
+    std::vector<std::string> names;
+    for (const auto& entry : fs::recursive_directory_iterator(restored))
+        names.push_back(entry.path().string().substr(restored.size() + 1));
+    std::sort(names.begin(), names.end());
+    std::vector<std::string> expected{"cache",  "deep",   "deep/a",  "deep/a/b", "deep/a/b/d",
+                                      "keep",   "keep/f", "mask",    "mask2",    "mask2/y",
+                                      "memory", "out 1",  "out 1/f", "sub["};
+    if (!isMounted) expected.insert(expected.begin() + 11, "memory/below");
+    EXPECT_EQ(names, expected);
+    if (isMounted) ::umount2((source + "/memory").c_str(), MNT_DETACH);
+}
+
+TEST_F(ResticEngine, ALockOfAKilledProcessIsRemovedAndTheStoreGoesOn) {
+    m_folder.Write("source/a", "1");
+    const auto store = Store();
+    m_engine->Prepare({store, "job"}, {});
+    m_folder.Write("list", m_folder / "source/a" + '\0');
+    // A backup from a pipe that never ends, killed while it holds its lock.
+    SChildTask task;
+    task.Start.Program = "sh";
+    task.Start.Arguments = {"-c", "exec sleep 1000 | restic -r " + store.Folder + " backup --stdin"};
+    task.Start.Environment = {"PATH=/usr/local/bin:/usr/bin:/bin", "HOME=" + m_folder.Path(),
+                              "RESTIC_PASSWORD=" + std::string(ConstantKey)};
+    task.StopPatience = std::chrono::milliseconds(0);
+    task.Start.EndSignal = SIGKILL;
+    std::stop_source source;
+    std::jthread killer([&] {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (fs::is_empty(store.Folder + "/locks") && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+        source.request_stop();
+    });
+    RunChild(task, source.get_token());
+    killer.join();
+    ASSERT_FALSE(fs::is_empty(store.Folder + "/locks"));
+    EXPECT_THROW(m_engine->Verify({store, {}}, {}), CStoreLocked);
+    m_engine->Unlock(store, {});
+    EXPECT_TRUE(fs::is_empty(store.Folder + "/locks"));
+    EXPECT_FALSE(m_engine->Verify({store, {}}, {}).IsDamaged);
+}
+
+TEST_F(ResticEngine, AFolderThatIsClosedToUsIsAWarningThatSaysWhy) {
+    if (::geteuid() == 0) GTEST_SKIP() << "root may read everything";
+    m_folder.Write("source/closed/f", "1");
+    m_folder.Write("source/secret", "1", 0);
+    m_folder.Write("source/open", "1");
+    ::chmod((m_folder / "source/closed").c_str(), 0);
+    const auto store = Store();
+    m_engine->Prepare({store, "job"}, {});
+    const auto result = BackUp(store, "point-1");
+    ::chmod((m_folder / "source/closed").c_str(), 0700);
+    EXPECT_EQ(result.Warnings, 2U);
+    std::sort(m_warnings.begin(), m_warnings.end());
+    EXPECT_EQ(m_warnings,
+              (std::vector<std::string>{m_folder / "source/closed: can't be read: Permission denied",
+                                        m_folder / "source/secret: can't be read: Permission denied"}));
+    EXPECT_EQ(result.FilesTotal, 1U);
 }
 
 TEST_F(ResticEngine, AnotherPasswordOpensWhatIsThereAndTheOldOneNoMore) {
