@@ -169,14 +169,14 @@ void CRun::EnterState(JobState state) {
 }
 
 void CRun::Work() {
-    const auto session = [&] {
+    {
         const std::lock_guard changes(m_agent.m_changes);
-        m_job = m_agent.JobForChange(m_active->Session.Info.JobUid);
+        m_session = m_active->Session;
+        m_job = m_agent.JobForChange(m_session.Info.JobUid);
         m_secrets = m_agent.m_store.JobSecrets(m_job.Id);
-        return m_active->Session;
-    }();
+    }
     const auto priority =
-        session.Options.Priority ? *session.Options.Priority : EJobStartPriorityMode::Default;
+        m_session.Options.Priority ? *m_session.Options.Priority : EJobStartPriorityMode::Default;
     const bool isLow = priority == EJobStartPriorityMode::Low;
     const int nice = isLow                                     ? LowPriorityNice
                      : priority == EJobStartPriorityMode::High ? 0
@@ -219,7 +219,7 @@ bool CRun::RunOneScript(const std::string& path, const char* name, milliseconds 
     script.Limit = limit;
     script.Environment = {{"TARVO_JOB_ID", PlainText(m_job.Id)},
                           {"TARVO_JOB_NAME", m_job.Config.JobName},
-                          {"TARVO_SESSION_ID", PlainText(m_active->Session.Info.Uid)}};
+                          {"TARVO_SESSION_ID", PlainText(m_session.Info.Uid)}};
     if (!outcome.empty()) script.Environment.emplace_back("TARVO_RESULT", outcome);
     script.OnLine = [&](const std::string& line) { Say(Type::Info, std::string(name) + " script: " + line); };
     const auto result = RunScript(script, stop);
@@ -320,8 +320,7 @@ void CRun::ChooseChain() {
         m_agent.m_store.SaveChain(chain);
     }
 
-    const auto& session = m_active->Session;
-    const auto wish = session.Options.ActiveFull;
+    const auto wish = m_session.Options.ActiveFull;
     bool isActiveFull = wish && *wish == EJobStartActiveFullMode::Enabled;
     if (!wish || *wish == EJobStartActiveFullMode::Default) {
         isActiveFull = IsActiveFullDue(m_job.Config.ScheduleInfo.ActiveFullSchedule, m_job.LastActiveFull,
@@ -411,7 +410,7 @@ void CRun::BackUp() {
     for (const auto& [object, why] : roots.Unreadable) {
         Say(Type::Warning, Quoted(object) + " can't be backed up: " + why);
     }
-    const Guid session = m_active->Session.Info.Uid;
+    const Guid session = m_session.Info.Uid;
     const CListFiles lists(m_agent.m_folders.Lists(), session);
     SWalkRequest walk;
     walk.Roots = std::move(roots.Roots);
@@ -441,7 +440,7 @@ void CRun::BackUp() {
     SBackupRequest request;
     request.Store = Store();
     request.Job = PlainText(m_job.Id);
-    request.Point = PlainText(m_active->Session.Info.PointId);
+    request.Point = PlainText(m_session.Info.PointId);
     request.ListFile = lists.List;
     std::error_code error;
     if (std::filesystem::file_size(lists.Exclude, error) != 0 && !error) request.ExcludeFile = lists.Exclude;
@@ -482,10 +481,10 @@ void CRun::KeepPoint(const SBackupResult& result, std::uint64_t bytesRead, Momen
     const auto elapsed = std::chrono::duration_cast<milliseconds>(steady_clock::now() - m_workBegan);
     const Moment now = m_agent.m_clock.Now();
     SPoint point;
-    point.Id = m_active->Session.Info.PointId;
+    point.Id = m_session.Info.PointId;
     point.Job = m_job.Id;
     point.Chain = m_chain.Number;
-    point.Session = m_active->Session.Info.Uid;
+    point.Session = m_session.Info.Uid;
     point.Created = began;
     point.Type = m_isFirst ? RestorePointType::Full : RestorePointType::Increment;
     point.SourceBytes = result.BytesTotal;
@@ -589,7 +588,7 @@ void CRun::Forget(const SChain& chain, const std::vector<SPoint>& points, bool i
 
 void CRun::VerifyNextPart() {
     const unsigned parts = m_agent.Settings().VerifyParts;
-    if (parts == 0 || m_active->Session.Origin.Kind != SOrigin::EKind::Scheduler) return;
+    if (parts == 0 || m_session.Origin.Kind != SOrigin::EKind::Scheduler) return;
     const auto before = m_chain.Verified;
     const unsigned part = before.Parts == parts ? before.Part % parts + 1 : 1;
     Say(Type::Info, "Reads part " + std::to_string(part) + " of " + std::to_string(parts) + " of the chain");

@@ -58,6 +58,7 @@ private:
     CAgent::Impl& m_agent;
     const ActivePtr m_active;
     const bool m_isChecked;
+    SSession m_session;  ///< as it was when the work began, for what doesn't change
     SJob m_job;
     Secrets m_secrets;
     zamclientlib::SBackupRepositoryInfo m_repository;

@@ -429,7 +429,11 @@ void CAgent::Impl::Adopt(const std::vector<ActivePtr>& left) {
 }
 
 void CAgent::Impl::Adopt(const ActivePtr& active) {
-    const SSession session = active->Session;
+    SSession session;
+    {
+        const auto lock = LockState();
+        session = active->Session;
+    }
     const Guid job = session.Info.JobUid;
     std::vector<SLogDetail> lines;
     std::optional<SPoint> adopted;
