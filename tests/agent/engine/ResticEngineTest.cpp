@@ -221,11 +221,12 @@ TEST_F(ResticEngine, ALockOfAKilledProcessIsRemovedAndTheStoreGoesOn) {
     m_folder.Write("source/a", "1");
     const auto store = Store();
     m_engine->Prepare({store, "job"}, {});
-    m_folder.Write("list", m_folder / "source/a" + '\0');
+    ::mkfifo((m_folder / "pipe").c_str(), 0600);
     // A backup from a pipe that never ends, killed while it holds its lock.
     SChildTask task;
     task.Start.Program = "sh";
-    task.Start.Arguments = {"-c", "exec sleep 1000 | restic -r " + store.Folder + " backup --stdin"};
+    task.Start.Arguments = {"-c",
+                            "exec restic -r " + store.Folder + " backup --stdin <> " + (m_folder / "pipe")};
     task.Start.Environment = {"PATH=/usr/local/bin:/usr/bin:/bin", "HOME=" + m_folder.Path(),
                               "RESTIC_PASSWORD=" + std::string(ConstantKey)};
     task.StopPatience = std::chrono::milliseconds(0);
