@@ -30,20 +30,29 @@ std::set<std::uint64_t> ConstantChains(const std::string& path) {
     return chains;
 }
 
-std::string Text(const std::string& jobName, const std::set<std::uint64_t>& constant) {
+/// The path as a shell takes it for one word.
+std::string ShellWord(const std::string& path) {
+    std::string word = "'";
+    for (const char c : path)
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
+}
+
+std::string Text(const SPrepareRequest& request, const std::set<std::uint64_t>& constant) {
+    const std::string folder = ShellWord(request.Store.Folder);
     std::ostringstream text;
     text
-        << "Backups of the job " << apigen::common::Quoted(jobName) << "\n\n"
-        << "Each numbered folder here is a repository of restic (https://restic.net), the greatest number "
+        << "Backups of the job " << apigen::common::Quoted(request.JobName)
+        << "\n\n"
+           "Each numbered folder here is a repository of restic (https://restic.net), the greatest number "
            "the\n"
-           "newest. The stock program restores from it without anything else; FOLDER stands for the path of "
-           "a\n"
-           "numbered folder, TARGET for an empty folder:\n\n"
-           "    restic -r FOLDER snapshots\n"
-           "    restic -r FOLDER ls latest\n"
-           "    restic -r FOLDER restore latest --target TARGET\n"
-           "    restic -r FOLDER restore latest --target TARGET --include /PATH/OF/AN/ENTRY\n"
-           "    restic -r FOLDER check --read-data\n\n"
+           "newest. The stock program restores from it without anything else. TARGET stands for an empty "
+           "folder:\n\n"
+           "    restic -r "
+        << folder << " snapshots\n    restic -r " << folder << " ls latest\n    restic -r " << folder
+        << " restore latest --target TARGET\n    restic -r " << folder
+        << " restore latest --target TARGET --include /PATH/OF/AN/ENTRY\n    restic -r " << folder
+        << " check --read-data\n\n"
            "Each entry lands below TARGET with its whole original path. Instead of \"latest\", name a "
            "snapshot\n"
            "by its id; its tags name the job and the point.\n\n"
@@ -74,7 +83,7 @@ void WriteReadMe(const SPrepareRequest& request) {
     } else {
         constant.insert(number);
     }
-    WriteSecretFile(path, Text(request.JobName, constant));
+    WriteSecretFile(path, Text(request, constant));
 }
 
 }  // namespace tarvo
