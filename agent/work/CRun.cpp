@@ -46,6 +46,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// A chain can't be reached now: its disk may be away.
+class CAway : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 /// The session was stopped.
 class CStop : public std::exception {};
 
@@ -186,6 +192,9 @@ void CRun::Work() {
     if (!m_agent.TakeSlot(*m_active, m_job.Config.RepositoryId)) throw CStop();
     m_hasSlot = true;
     m_repository.Id = m_job.Config.RepositoryId;
+    if (m_session.Options.SnapshotMode == apigen::Optional(EJobStartSnapshotMode::Enabled)) {
+        Say(Type::Info, "No snapshot is taken: files are read as they stand while the job runs");
+    }
     EnterState(JobState::Working);
     m_workBegan = steady_clock::now();
 
@@ -547,6 +556,9 @@ void CRun::Prune() {
             Forget(chain, found != dropped.end() ? found->second : std::vector<SPoint>(), isEmpty);
         } catch (const CEngineStopped&) {
             throw;
+        } catch (const CAway& away) {
+            Say(Type::Info,
+                "Chain " + std::to_string(chain.Number) + " keeps its old points for now: " + away.what());
         } catch (const std::exception& error) {
             Say(Type::Warning, "Chain " + std::to_string(chain.Number) +
                                    " can't be rid of old points; the next run tries again: " + error.what());
@@ -564,15 +576,16 @@ void CRun::Forget(const SChain& chain, const std::vector<SPoint>& points, bool i
     const auto store = m_agent.StoreOf(chain, password);
     if (isWhole) {
         if (::access(chain.Location.c_str(), F_OK) != 0) {
-            throw CFailure(Quoted(chain.Location) + " is not there");
+            if (!points.empty()) throw CAway(Quoted(chain.Location) + " is not there");
+        } else {
+            m_agent.m_engine->Remove(store);
         }
-        m_agent.m_engine->Remove(store);
         Say(Type::Info, "Chain " + std::to_string(chain.Number) + " held nothing else and is removed");
         const std::lock_guard changes(m_agent.m_changes);
         m_agent.m_store.RemoveChain(m_job.Id, chain.Number);
         return;
     }
-    if (chain.State == EChainState::Lost) throw CFailure("it is not where it was");
+    if (!m_agent.m_engine->Exists(store)) throw CAway("it is not where it was");
     std::vector<std::string> snapshots;
     for (const auto& point : points) {
         snapshots.push_back(point.EngineId);

@@ -22,6 +22,30 @@ TEST_F(AgentTest, ASchedulesTimeStartsTheJobOnceADay) {
     EXPECT_EQ(Agent->SessionsOf(job).size(), 2U);
 }
 
+TEST_F(AgentTest, AScheduledRunBeginsLaterOnlyWhereTheSettingsAskForIt) {
+    Settings.Jitter = 600s;
+    Start();
+    std::vector<Guid> jobs;
+    for (int i = 0; i < 8; ++i) {
+        auto config = Config(std::to_string(i));
+        config.ScheduleInfo = EveryDayAt(13);
+        jobs.push_back(Agent->CreateJob(Caller, config));
+    }
+    std::size_t early = 0;
+    MoveClock(1h);
+    MoveClock(1s);
+    MoveClock(299s);
+    for (const auto& job : jobs) {
+        if (!Agent->SessionsOf(job).empty()) ++early;
+    }
+    EXPECT_LT(early, jobs.size());
+    MoveClock(301s);
+    for (const auto& job : jobs) {
+        AwaitSession(job, 1);
+        EXPECT_EQ(Agent->SessionsOf(job).size(), 1U);
+    }
+}
+
 TEST_F(AgentTest, RunsMissedWhileTheHostSleptAreCaughtUpOnce) {
     Start();
     auto config = Config();

@@ -404,6 +404,24 @@ TEST_F(AgentTest, OldPointsGoAfterASuccessAndAChainWithoutPointsWithThem) {
     EXPECT_FALSE(std::filesystem::exists(Home + "/location/tarvo/" + PlainText(job) + "/1"));
 }
 
+TEST_F(AgentTest, OldPointsOnADiskThatIsAwayMakeNoWarningAndGoWhenItIsBack) {
+    Start();
+    auto config = Config();
+    config.RetentionInfo.RestorePointsCount = 1;
+    const Guid job = Agent->CreateJob(Caller, config);
+    RunJob(job);
+    config.RepositoryId = MakeRepository("other", "other");
+    Agent->UpdateJob(Caller, job, config);
+    std::filesystem::rename(Home + "/location", Home + "/away");
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_TRUE(Says(info, "for now")) << Lines(info);
+    std::filesystem::rename(Home + "/away", Home + "/location");
+    RunJob(job);
+    EXPECT_FALSE(std::filesystem::exists(Home + "/location/tarvo/" + PlainText(job) + "/1"));
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
+}
+
 // Passwords
 
 TEST_F(AgentTest, AnotherPasswordChangesTheKeysOfTheJobsChains) {
@@ -451,6 +469,51 @@ TEST_F(AgentTest, APasswordChangeThatWasCutShortIsFinishedByTheNextRun) {
     ASSERT_TRUE(Await([&] { return Log.Has("can't be changed in its chains yet"); }));
     Engine->m_afterPassword = {};
     EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+}
+
+// Many at once
+
+TEST_F(AgentTest, ClientsThatChangeAndLookAtOnceDisturbNobody) {
+    Settings.AtOnce = 4;
+    Start();
+    std::vector<Guid> jobs;
+    for (int i = 0; i < 4; ++i) {
+        const std::string name = std::to_string(i);
+        auto config = Config(name);
+        config.RepositoryId = MakeRepository(name, "location" + name);
+        config.RetentionInfo.RestorePointsCount = 2;
+        jobs.push_back(Agent->CreateJob(Caller, config));
+    }
+    std::vector<std::thread> clients;
+    for (unsigned client = 0; client < 4; ++client) {
+        clients.emplace_back([&, client] {
+            for (unsigned round = 0; round < 12; ++round) {
+                const Guid& job = jobs[(client + round) % jobs.size()];
+                try {
+                    const Guid session = Agent->StartJob(Caller, job, {});
+                    if (round % 4 == 3) Agent->StopSession(Caller, session, "enough");
+                    Agent->SessionInfo(session);
+                } catch (const CJobIsRunning&) {
+                }
+                Agent->SetUserData(Caller, job, std::to_string(round));
+                Agent->SetEnabled(Caller, job, round % 2 == 0);
+                for (const auto& session : Agent->SessionsOf(job)) {
+                    Agent->SessionInfo(session);
+                }
+                Agent->PointsForRestore(job);
+                Agent->ClockChanged();
+                Agent->JobInfo(job);
+            }
+        });
+    }
+    for (auto& client : clients) {
+        client.join();
+    }
+    for (const auto& job : jobs) {
+        for (const auto& session : Agent->SessionsOf(job)) {
+            EXPECT_NE(AwaitEnd(session).Result, JobResult::None);
+        }
+    }
 }
 
 // The end of the agent
