@@ -706,8 +706,9 @@ SRestoreResult CResticEngine::Restore(const SRestoreRequest& request, std::stop_
         warnings.Add({Escaped(line.substr(0, colon)), Escaped(line)});
     };
     const auto outcome = Run(run, stop);
-    const bool isIncomplete =
-        outcome.Failure == EFailure::Other && outcome.ExitStatus == 1 && warnings.Count() != 0;
+    // It restores what it can of a damaged store.
+    const bool isIncomplete = (outcome.Failure == EFailure::Other || outcome.Failure == EFailure::Damaged) &&
+                              outcome.ExitStatus == 1 && warnings.Count() != 0;
     if (outcome.Failure != EFailure::None && !isIncomplete) ThrowFailure(outcome.Failure, run, outcome);
     return {warnings.Count()};
 }

@@ -73,13 +73,16 @@ void CDatabase::Open(const SStoreOptions& options) {
         throw CStateError(FaultOf(code), "The folder " + Quoted(m_folder) +
                                              " can't be made: " + apigen::common::ErrorText(code.value()));
     }
-    // The database makes its files as open to others as the first one is.
-    const CDescriptor file(::open(m_file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!file) {
+    // The database makes its files as open to others as the first one is. One that is there is not opened here: closing
+    // it would drop the locks that connections of this process hold, and others would take the log away from them.
+    CDescriptor made(::open(m_file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    struct stat status {};
+    if (!made && (errno != EEXIST || ::lstat(m_file.c_str(), &status) != 0 || !S_ISREG(status.st_mode))) {
         const std::error_code code(errno, std::system_category());
         throw CStateError(FaultOf(code), "The state " + Quoted(m_file) +
                                              " can't be opened: " + apigen::common::ErrorText(code.value()));
     }
+    made.Close();
     try {
         m_database.emplace(m_file, SQLite::OPEN_READWRITE, static_cast<int>(options.BusyLimit.count()));
         m_database->exec("PRAGMA journal_mode=WAL");
