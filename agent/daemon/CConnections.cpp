@@ -167,8 +167,9 @@ void CConnections::Add(CDescriptor control) {
                                                " connections already, and no more; close others first"));
         return;
     }
-    auto& connection =
-        *m_all.emplace_back(std::make_unique<SConnection>(*this, std::move(control), std::move(peer)));
+    // NOLINTNEXTLINE(modernize-make-unique): clang 14 makes no aggregates that way
+    m_all.emplace_back(new SConnection{*this, std::move(control), std::move(peer)});
+    auto& connection = *m_all.back();
     sd_event_source* source = nullptr;
     const auto onEvent = [](sd_event_source*, int, std::uint32_t, void* data) {
         auto& self = *static_cast<SConnection*>(data);
