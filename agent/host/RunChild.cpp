@@ -186,7 +186,8 @@ SChildOutcome RunChild(const SChildTask& task, const std::stop_token& stop) {
         auto deadline = isEnding ? kill : std::min(limit, silence);
         if (isKilled) deadline = DeadlineAfter(KillPatience);
         child.AwaitNews(set.data(), set.size(), deadline);
-        const bool hasSpoken = outputLines.Read() | errorLines.Read();
+        const bool hasOutput = outputLines.Read();
+        const bool hasSpoken = errorLines.Read() || hasOutput;
         if (hasSpoken) silence = nextSilence();
         if (stop.stop_requested()) end(EChildEnd::Stopped, true);
         if (hasSpoken && task.ShouldEnd && task.ShouldEnd()) end(EChildEnd::GivenUp, true);
