@@ -206,9 +206,13 @@ void CAgent::Impl::EndLocked(const ActivePtr& active, JobSessionTaskStatus statu
                              const std::function<void(SSession&, SJob*)>& also) {
     SSession session = active->Session;
     std::optional<SJob> job;
-    if (const SJob* const known = FindById(m_jobs, session.Info.JobUid)) job = *known;
+    milliseconds retryAfter(0);
+    if (const SJob* const known = FindById(m_jobs, session.Info.JobUid)) {
+        job = *known;
+        retryAfter = RetryAfter(*known);
+    }
     const auto finish = [&](JobSessionTaskStatus ending) {
-        Finish(session, ending, m_clock.Now(), job ? RetryAfter(*job) : milliseconds(0));
+        Finish(session, ending, m_clock.Now(), retryAfter);
         session.IsInterrupted = isInterrupted;
         session.Info.Usn = ++m_usn;
     };
