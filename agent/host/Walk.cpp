@@ -83,7 +83,7 @@ std::string WithoutSlashes(std::string path) {
 
 /// The path of the entry itself, without links on the way to it.
 std::string EntryPath(const std::string& path) {
-    const std::string plain = WithoutSlashes(path);
+    std::string plain = WithoutSlashes(path);
     const auto slash = plain.rfind('/');
     if (plain == "/" || slash == std::string::npos) return plain;
     const std::string name = plain.substr(slash + 1);

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -187,6 +189,29 @@ TEST_F(ResticFaults, AStopIsObeyedByAProgramThatIgnoresIt) {
     EXPECT_THROW(engine->BackUp(Request(), source.get_token()), CEngineStopped);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 15s);
     EXPECT_THROW(engine->BackUp(Request(), source.get_token()), CEngineStopped);
+}
+
+TEST_F(ResticFaults, AProgramEndsWithTheAgentHoweverThatEnds) {
+    const auto request = Request();
+    const auto engine = Engine(std::string(Version) + "echo $$ > " + (m_folder / "pid.new") + "; mv " +
+                               (m_folder / "pid.new") + " " + (m_folder / "pid") + "\nexec sleep 1000");
+    const pid_t agent = ::fork();
+    if (agent == 0) {
+        try {
+            engine->BackUp(request, {});
+        } catch (...) {  // it has only to be there
+        }
+        ::_exit(0);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!std::filesystem::exists(m_folder / "pid") && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    ::kill(agent, SIGKILL);
+    ::waitpid(agent, nullptr, 0);
+    const auto program = std::stoi(ContentOf(m_folder / "pid"));
+    while (::kill(program, 0) == 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    EXPECT_NE(::kill(program, 0), 0);
 }
 
 TEST_F(ResticFaults, ADiskThatIsFullEndsTheTryingAgain) {
