@@ -521,10 +521,15 @@ SBackupResult CResticEngine::BackUp(const SBackupRequest& request, const std::st
     run.OnOutput = take;
     run.OnErrors = [&](std::string_view line) {
         constexpr std::string_view Gone = " does not exist, skipping";
+        constexpr std::size_t LongestTold = 1000;
         if (line.ends_with(Gone)) {
             warnings.Add(line.substr(0, line.size() - Gone.size()), "is gone since it was listed");
-        } else {
+        } else if (line.starts_with('{')) {
             take(line);
+        } else if (!restic::IsRetry(line) && !line.starts_with("Warning: at least one source file") &&
+                   !line.starts_with("Fatal: ")) {
+            // What it finds worth telling is worth reading: an attribute that can't be read, for one.
+            warnings.Add("", Escaped(line.substr(0, LongestTold)));
         }
     };
     const auto before = SizeBelow(store.Folder);

@@ -146,6 +146,15 @@ TEST_F(ResticFaults, ExitStatusThreeIsASuccessWithWarnings) {
     EXPECT_EQ(m_warnings.size(), 2U);
 }
 
+TEST_F(ResticFaults, WhatElseItTellsIsAWarningButThatItTriedAgainIsNot) {
+    const auto result = BackUp(
+        "echo 'Save(<data/ab>) returned error, retrying after 1s: timeout' >&2\n"
+        "echo 'cannot read attribute of /a' >&2\n" +
+        std::string(Summary));
+    EXPECT_EQ(result.Warnings, 1U);
+    EXPECT_EQ(m_warnings, std::vector<std::string>{"cannot read attribute of /a"});
+}
+
 TEST_F(ResticFaults, AFloodOfNonsenseCostsNeitherMemoryNorTheResult) {
     const auto result =
         BackUp("head -c 30000000 /dev/urandom; head -c 30000000 /dev/zero >&2; echo; echo >&2\n" +
