@@ -270,6 +270,35 @@ TEST_F(ResticEngine, AFolderThatIsClosedToUsIsAWarningThatSaysWhy) {
     EXPECT_EQ(result.FilesTotal, 1U);
 }
 
+TEST_F(ResticEngine, FilesThatGrowShrinkAndVanishWhileTheyAreReadHurtNobodyElse) {
+    m_folder.Write("source/quiet", std::string(100'000, 'q'));
+    for (int i = 0; i < 50; ++i)
+        m_folder.Write("source/busy" + std::to_string(i),
+                       std::string(400'000, static_cast<char>('a' + i % 26)));
+    const auto store = Store();
+    m_engine->Prepare({store, "job"}, {});
+    std::jthread meddler([&](const std::stop_token& stop) {
+        for (int i = 0; !stop.stop_requested(); i = (i + 1) % 50) {
+            const std::string path = m_folder / "source/busy" + std::to_string(i);
+            std::error_code ignored;
+            if (i % 3 == 0) {
+                fs::remove(path, ignored);
+            } else if (i % 3 == 1) {
+                std::ofstream(path, std::ios::app) << std::string(1000, 'z');
+            } else {
+                fs::resize_file(path, 10, ignored);
+            }
+        }
+    });
+    const auto result = BackUp(store, "point-1");
+    meddler.request_stop();
+    meddler.join();
+    EXPECT_EQ(result.Warnings, m_warnings.size());
+    EXPECT_EQ(ContentOf(Restored(store, result.Snapshot) + (m_folder / "source/quiet")),
+              std::string(100'000, 'q'));
+    EXPECT_FALSE(m_engine->Verify({store, {}}, {}).IsDamaged);
+}
+
 TEST_F(ResticEngine, AnotherPasswordOpensWhatIsThereAndTheOldOneNoMore) {
     m_folder.Write("source/a", "1");
     const auto store = Store(1, "old");
