@@ -17,7 +17,7 @@ unsigned short PercentOf(const SEngineProgress& progress, unsigned short before)
 long RateOf(std::uint64_t bytes, std::chrono::milliseconds elapsed) {
     if (elapsed.count() <= 0) return 0;
     const double rate = static_cast<double>(bytes) * 1000 / static_cast<double>(elapsed.count());
-    constexpr auto Most = static_cast<double>(std::numeric_limits<long>::max() / 2);
+    constexpr auto Most = static_cast<double>(std::numeric_limits<long>::max()) / 2;
     return static_cast<long>(std::min(rate, Most));
 }
 

@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <fnmatch.h>
+#include <locale.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -157,6 +158,26 @@ private:
     CDescriptor m_file;
     std::string m_buffer;
     std::uint64_t m_flushed = 0;
+};
+
+/// While it lives, the thread's names are UTF-8, whatever the process is started with: "?" stands for a letter, not for
+/// half of one. In a name that is none, it stands for a byte.
+class CUtf8Names {
+public:
+    CUtf8Names() noexcept
+        : m_locale(::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)),
+          m_before(m_locale != nullptr ? ::uselocale(m_locale) : nullptr) {}
+    CUtf8Names(const CUtf8Names&) = delete;
+    CUtf8Names& operator=(const CUtf8Names&) = delete;
+    ~CUtf8Names() {
+        if (m_locale == nullptr) return;
+        ::uselocale(m_before);
+        ::freelocale(m_locale);
+    }
+
+private:
+    locale_t m_locale;
+    locale_t m_before;
 };
 
 class CWalker {
@@ -454,6 +475,7 @@ private:
         WriteAll(file, text, m_request.ExcludeFile);
     }
 
+    const CUtf8Names m_names;
     const SWalkRequest& m_request;
     const std::uint64_t m_limit;
     const std::stop_token& m_stop;

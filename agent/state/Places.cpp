@@ -5,9 +5,7 @@
 
 namespace tarvo {
 
-using zamclientlib::SBackupRepositoryInfo;
-using zamclientlib::SBackupServerInfo;
-using zamclientlib::SCloudServiceProviderInfo;
+using namespace zamclientlib;  // NOLINT: this file speaks of little else
 
 namespace {
 

@@ -587,6 +587,7 @@ void CRun::Forget(const SChain& chain, const std::vector<SPoint>& points, bool i
     }
     if (!m_agent.m_engine->Exists(store)) throw CAway("it is not where it was");
     std::vector<std::string> snapshots;
+    snapshots.reserve(points.size());
     for (const auto& point : points) {
         snapshots.push_back(point.EngineId);
     }

@@ -85,7 +85,11 @@ void CAgent::Impl::DoDue() {
     }
     const Moment now = m_clock.Now();
     for (const auto& active : waiting) {
-        RetryDue(active, now);
+        try {
+            RetryDue(active, now);
+        } catch (const std::exception& error) {
+            m_log.Error("A retry can't be started: " + Escaped(error.what()));
+        }
     }
     for (const auto& job : jobs) {
         if (!job.IsEnabled) continue;

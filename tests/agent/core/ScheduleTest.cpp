@@ -283,17 +283,17 @@ TEST(ScheduleTest, GeneratedSchedulesKeepTheirPromises) {
             expected.push_back(MomentOf(day + seconds(schedule.TimeOfDay.seconds) + 0ms, clock));
         }
         std::vector<Moment> got;
-        Moment last = MomentOf(local_days(Day(2026, 1, 3)) + 0ms, clock) - 1ms;
-        while (const auto next = FirstAfter(schedule, last, clock)) {
-            ASSERT_GT(*next, last);
+        Moment latest = MomentOf(local_days(Day(2026, 1, 3)) + 0ms, clock) - 1ms;
+        while (const auto next = FirstAfter(schedule, latest, clock)) {
+            ASSERT_GT(*next, latest);
             if (*next >= MomentOf(local_days(Day(2026, 12, 29)) + 0ms, clock)) break;
             got.push_back(*next);
-            EXPECT_EQ(LastUpTo(schedule, last, *next, clock), *next);
-            EXPECT_EQ(LastUpTo(schedule, last, *next - 1ms, clock), std::nullopt);
-            const auto promise = PromiseOf(schedule, last, *next + 1min, clock);
+            EXPECT_EQ(LastUpTo(schedule, latest, *next, clock), *next);
+            EXPECT_EQ(LastUpTo(schedule, latest, *next - 1ms, clock), std::nullopt);
+            const auto promise = PromiseOf(schedule, latest, *next + 1min, clock);
             EXPECT_EQ(promise.Due, *next);
             EXPECT_EQ(promise.Next, FirstAfter(schedule, *next + 1min, clock));
-            last = *next;
+            latest = *next;
         }
         EXPECT_EQ(got, expected) << "round " << round;
         if (HasFailure()) return;
