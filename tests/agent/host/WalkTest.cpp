@@ -109,6 +109,18 @@ TEST_F(WalkOf, MasksChooseByTheBaseNamesOfEverythingButFolders) {
     EXPECT_EQ(Listed(), Names{""});
 }
 
+TEST_F(WalkOf, AMaskKnowsLettersAndCopesWithNamesThatHaveNone) {
+    for (const char* name : {"\xc3\xa4.x", "ab.x", "b\xff.x", "\xff\xfe.tmp", "\xe4.x", "c.\xff"})
+        m_folder.Write("s/" + std::string(name), "");
+    m_request.IncludeMasks = {"?.x"};
+    EXPECT_EQ(Listed(), (Names{"/\xc3\xa4.x", "/\xe4.x"}));
+    m_request.IncludeMasks = {"[\xc3\xa0-\xc3\xa9]*", "c.\xff"};
+    EXPECT_EQ(Listed(), (Names{"/c.\xff", "/\xc3\xa4.x"}));
+    m_request.IncludeMasks.clear();
+    m_request.ExcludeMasks = {"*.tmp", "*.x"};
+    EXPECT_EQ(Listed(), Names{"/c.\xff"});
+}
+
 TEST_F(WalkOf, AnEmptiedFolderThatNoPatternCanNameIsCounted) {
     m_folder.Write("s/new\nline/x.tmp", "");
     m_folder.Write("s/f", "");
