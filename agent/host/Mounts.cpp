@@ -133,6 +133,12 @@ std::vector<std::string> NamesIn(const std::string& folder) {
     return names;
 }
 
+std::string In(std::string_view folder, std::string_view name) {
+    std::string path(folder);
+    path += '/';
+    return path += name;
+}
+
 /// As udev writes names of links: everything unusual as \xNN.
 std::string UdevName(std::string_view text) {
     static constexpr char Digits[] = "0123456789abcdef";
@@ -198,7 +204,7 @@ public:
     std::string NameBy(std::string_view kind, const SDevice& device) const {
         const std::string folder = m_places.Dev + "/disk/by-" + std::string(kind);
         for (const auto& name : NamesIn(folder))
-            if (RealPath(folder + "/" + name) == device.Path) return name;
+            if (RealPath(In(folder, name)) == device.Path) return name;
         return {};
     }
 
@@ -272,12 +278,14 @@ private:
         if (!numbers.insert(number).second) return;
         const std::string facts = m_places.Sys + "/dev/block/" + number;
         for (const auto& name : NamesIn(facts)) {
-            const auto part = FirstLine(facts + "/" + name + "/dev");
-            if (!part.empty() && ::access((facts + "/" + name + "/partition").c_str(), F_OK) == 0)
+            const auto inside = In(facts, name);
+            const auto part = FirstLine(In(inside, "dev"));
+            if (!part.empty() && ::access(In(inside, "partition").c_str(), F_OK) == 0)
                 AddParts(part, numbers);
         }
-        for (const auto& name : NamesIn(facts + "/holders")) {
-            const auto holder = FirstLine(facts + "/holders/" + name + "/dev");
+        const auto holders = In(facts, "holders");
+        for (const auto& name : NamesIn(holders)) {
+            const auto holder = FirstLine(In(In(holders, name), "dev"));
             if (!holder.empty()) AddParts(holder, numbers);
         }
     }
