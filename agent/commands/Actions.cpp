@@ -20,16 +20,6 @@ std::string ChainText(const CLookup& lookup, const SChain& chain) {
     return "chain " + std::to_string(chain.Number) + " of the job \"" + lookup.JobName(chain.Job) + "\"";
 }
 
-/// Says which of the paths the point does not hold.
-void RequirePaths(IEngine& engine, const SEngineStore& store, const SPoint& point,
-                  const std::vector<std::string>& paths) {
-    std::set<std::string, std::less<>> missing(paths.begin(), paths.end());
-    engine.List(store, point.EngineId, "/", [&](const SEntry& entry) { missing.erase(entry.Path); }, {});
-    if (missing.empty()) return;
-    throw CCommandError(NotFound,
-                        "The point " + PlainText(point.Id) + " does not hold " + Quoted(*missing.begin()));
-}
-
 /// What was found is told to the daemon by way of the state: its next run begins a new chain.
 void Mark(CLookup& lookup, const SChain& verified, EChainState state, const std::string& damage,
           const std::optional<SVerifyProgress>& progress) {
@@ -131,44 +121,30 @@ int Restore(const SPlace& place, const SOptions& options) {
     const std::string root = target == "/"           ? ""
                              : target.ends_with('/') ? target.substr(0, target.size() - 1)
                                                      : target;
+    CPathFilter filter(options.Paths);
     if (options.IsDryRun) {
         std::uint64_t count = 0, bytes = 0;
-        std::set<std::string> found;
-        const auto isWanted = [&](const std::string& path) {
-            if (options.Paths.empty()) return true;
-            const auto holds = [&](const std::string& wanted) {
-                return path == wanted || wanted == "/" || path.starts_with(wanted + "/");
-            };
-            return std::any_of(options.Paths.begin(), options.Paths.end(), holds);
-        };
-        engine->List(
-            store, point.EngineId, "/",
-            [&](const SEntry& entry) {
-                if (!isWanted(entry.Path)) return;
-                if (std::find(options.Paths.begin(), options.Paths.end(), entry.Path) != options.Paths.end())
-                    found.insert(entry.Path);
-                ++count;
-                bytes += entry.Size;
-                place.Out << Escaped(root + entry.Path) << '\n';
-            },
-            {});
-        for (const auto& path : options.Paths) {
-            if (path != "/" && found.count(path) == 0)
-                throw CCommandError(NotFound,
-                                    "The point " + PlainText(point.Id) + " does not hold " + Quoted(path));
-        }
+        engine->List(store, point.EngineId, "/",
+                     [&](const SEntry& entry) {
+                         if (!filter.Takes(entry.Path)) return;
+                         ++count;
+                         bytes += entry.Size;
+                         place.Out << Escaped(root + entry.Path) << '\n';
+                     },
+                     {});
+        filter.RequireAll(point);
         place.Errors << "Would restore " << count << " entries, " << SizeText(bytes) << '\n';
         return Done;
     }
-    std::vector<std::string> paths = options.Paths;
-    std::erase(paths, "/");
-    if (paths.size() != options.Paths.size()) paths.clear();  // everything
-    if (!paths.empty()) RequirePaths(*engine, store, point, paths);
+    if (!filter.IsAll()) {
+        engine->List(store, point.EngineId, "/", [&](const SEntry& entry) { filter.Takes(entry.Path); }, {});
+        filter.RequireAll(point);
+    }
     SRestoreRequest request;
     request.Store = store;
     request.Snapshot = point.EngineId;
     request.Target = target;
-    request.Paths = paths;
+    request.Paths = filter.Paths();
     request.OnWarning = [&](const SEngineWarning& warning) { place.Errors << warning.Message << '\n'; };
     const auto result = engine->Restore(request, {});
     if (result.Warnings != 0) {

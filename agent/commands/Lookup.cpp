@@ -7,6 +7,7 @@
 #include <cctype>
 #include <fstream>
 #include <set>
+#include <utility>
 
 #include "support/common/Text.h"
 
@@ -43,6 +44,26 @@ std::string PasswordIn(const std::string& path) {
 }
 
 }  // namespace
+
+CPathFilter::CPathFilter(std::vector<std::string> paths) : m_paths(std::move(paths)) {
+    if (std::find(m_paths.begin(), m_paths.end(), "/") != m_paths.end()) m_paths.clear();
+    m_missing.insert(m_paths.begin(), m_paths.end());
+}
+
+bool CPathFilter::Takes(const std::string& path) {
+    if (IsAll()) return true;
+    m_missing.erase(path);
+    const auto holds = [&](const std::string& wanted) {
+        return path.starts_with(wanted) && (path.size() == wanted.size() || path[wanted.size()] == '/');
+    };
+    return std::any_of(m_paths.begin(), m_paths.end(), holds);
+}
+
+void CPathFilter::RequireAll(const SPoint& point) const {
+    if (m_missing.empty()) return;
+    throw CCommandError(NotFound,
+                        "The point " + PlainText(point.Id) + " does not hold " + Quoted(*m_missing.begin()));
+}
 
 CLookup::CLookup(const SFolders& folders, bool isReadOnly) {
     if (::access(folders.Database().c_str(), F_OK) != 0) {

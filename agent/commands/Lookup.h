@@ -3,8 +3,9 @@
 /// Finding what a command names: jobs, points, chains, passwords.
 #pragma once
 
-#include <map>
+#include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -23,6 +24,26 @@ public:
 
 private:
     int m_status;
+};
+
+/// The parts of a point that are asked for, and which of them it holds.
+class CPathFilter {
+public:
+    /// Without paths, or with "/", everything.
+    explicit CPathFilter(std::vector<std::string> paths);
+
+    bool IsAll() const noexcept { return m_paths.empty(); }
+    const std::vector<std::string>& Paths() const noexcept { return m_paths; }
+
+    /// True of the paths themselves and of what is below them.
+    bool Takes(const std::string& path);
+
+    /// \throws CCommandError NotFound that names one that has not come by
+    void RequireAll(const SPoint& point) const;
+
+private:
+    std::vector<std::string> m_paths;
+    std::set<std::string> m_missing;
 };
 
 /// The state, as far as there is one: before the first start of the daemon there are no jobs and no points.

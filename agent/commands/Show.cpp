@@ -15,7 +15,6 @@ namespace tarvo::commands {
 namespace {
 
 using apigen::common::Escaped;
-using apigen::common::Quoted;
 
 const char* StateText(EChainState state) {
     switch (state) {
@@ -134,13 +133,12 @@ int ShowFiles(const SPlace& place, const SOptions& options) {
     const CLookup lookup(place.Folders, true);
     const auto point = lookup.Point(options.Point, options.Job);
     const auto store = lookup.StoreOf(lookup.ChainOf(point), options.PasswordFile);
-    const std::string path = options.Paths.empty() ? "/" : options.Paths.front();
-    bool isFound = false;
+    CPathFilter filter(options.Paths);
     // As they come: there may be millions, which no table would hold.
     place.MakeEngine()->List(
-        store, point.EngineId, path,
+        store, point.EngineId, "/",
         [&](const SEntry& entry) {
-            isFound = true;
+            if (!filter.Takes(entry.Path)) return;
             const auto changed = std::chrono::floor<std::chrono::milliseconds>(entry.Changed);
             if (options.IsJson) {
                 SCell shown{"path", "", entry.Path};
@@ -158,9 +156,7 @@ int ShowFiles(const SPlace& place, const SOptions& options) {
             place.Out << facts.data() << Escaped(entry.Path) << '\n';
         },
         {});
-    if (!isFound && path != "/") {
-        throw CCommandError(NotFound, "The point " + PlainText(point.Id) + " does not hold " + Quoted(path));
-    }
+    filter.RequireAll(point);
     return Done;
 }
 

@@ -263,6 +263,8 @@ TEST_F(Commands, APathThatThePointDoesNotHoldIsNotFound) {
     EXPECT_NE(m_out.find("0644       1       2         5 B  1970-01-01T00:00:00Z  /a/b\\xff\n"),
               std::string::npos)
         << m_out;
+    EXPECT_EQ(Run({"files", "aaaa1", "--path", "/a/b\xff", "--path", "/c"}), commands::NotFound);
+    EXPECT_EQ(Run({"files", "aaaa1", "--path", "/a", "--path", "/"}), commands::Done);
     EXPECT_EQ(Run({"files", "aaaa1", "--json"}), commands::Done);
     EXPECT_NE(m_out.find(R"("escaped":"/a/b\\xff","type":"file","size":5,"mode":"0644")"), std::string::npos)
         << m_out;
