@@ -82,7 +82,7 @@ std::string DaemonProgram() {
         const std::string_view tool(link.data(), static_cast<std::size_t>(size));
         const std::string folder(tool.substr(0, tool.rfind('/')));
         for (const char* const place : {"/tarvod", "/../sbin/tarvod"}) {
-            const std::string program = folder + place;
+            std::string program = folder + place;
             if (::access(program.c_str(), X_OK) == 0) return program;
         }
     }
