@@ -536,68 +536,70 @@ void CRun::Prune() {
         chains = m_agent.m_store.ChainsOf(m_job.Id);
         points = m_agent.m_store.PointsOf(m_job.Id);
     }
-    std::map<int, std::vector<SPoint>> dropped;
+    std::map<int, std::vector<SRetentionChoice>> dropped;
     std::map<int, std::size_t> kept;
     for (auto& choice :
          ChooseKept(m_job.Config.RetentionInfo, std::move(points), chains, m_agent.m_clock.Now())) {
         if (choice.IsKept) {
             ++kept[choice.Point.Chain];
-            continue;
+        } else {
+            dropped[choice.Point.Chain].push_back(std::move(choice));
         }
-        Say(Type::Info, "The point " + PlainText(choice.Point.Id) + " goes: " + choice.Reason);
-        dropped[choice.Point.Chain].push_back(std::move(choice.Point));
     }
     for (const auto& chain : chains) {
-        const auto found = dropped.find(chain.Number);
-        const bool isCurrent = chain.Number == m_chain.Number;
-        const bool isEmpty = kept[chain.Number] == 0 && !isCurrent;
-        if (found == dropped.end() && !isEmpty) continue;
+        const auto& choices = dropped[chain.Number];
+        const bool isWhole = kept[chain.Number] == 0 && chain.Number != m_chain.Number;
+        // In a damaged chain nothing can be tidied up: it goes as a whole or not yet.
+        const bool isStuck = chain.State == EChainState::Damaged && !isWhole;
+        if (isStuck || (choices.empty() && !isWhole)) continue;
+        const std::string name = "Chain " + std::to_string(chain.Number);
         try {
-            Forget(chain, found != dropped.end() ? found->second : std::vector<SPoint>(), isEmpty);
+            Forget(chain, choices, isWhole);
         } catch (const CEngineStopped&) {
             throw;
         } catch (const CAway& away) {
-            Say(Type::Info,
-                "Chain " + std::to_string(chain.Number) + " keeps its old points for now: " + away.what());
+            Say(Type::Info, name + " keeps its old points for now: " + away.what());
         } catch (const std::exception& error) {
-            Say(Type::Warning, "Chain " + std::to_string(chain.Number) +
-                                   " can't be rid of old points; the next run tries again: " + error.what());
+            Say(Type::Warning,
+                name + " can't be rid of old points; the next run tries again: " + error.what());
         }
         RequireGoingOn();
     }
 }
 
-void CRun::Forget(const SChain& chain, const std::vector<SPoint>& points, bool isWhole) {
+void CRun::Forget(const SChain& chain, const std::vector<SRetentionChoice>& choices, bool isWhole) {
     std::optional<std::string> password;
     {
         const std::lock_guard changes(m_agent.m_changes);
         password = m_agent.m_store.ChainPassword(m_job.Id, chain.Number);
     }
     const auto store = m_agent.StoreOf(chain, password);
+    const bool isAway = ::access(chain.Location.c_str(), F_OK) != 0;
     if (isWhole) {
-        if (::access(chain.Location.c_str(), F_OK) != 0) {
-            if (!points.empty()) throw CAway(Quoted(chain.Location) + " is not there");
-        } else {
-            m_agent.m_engine->Remove(store);
+        if (isAway && !choices.empty()) throw CAway(Quoted(chain.Location) + " is not there");
+        if (!isAway) m_agent.m_engine->Remove(store);
+    } else {
+        if (!m_agent.m_engine->Exists(store)) throw CAway("it is not where it was");
+        std::vector<std::string> snapshots;
+        snapshots.reserve(choices.size());
+        for (const auto& choice : choices) {
+            snapshots.push_back(choice.Point.EngineId);
         }
-        Say(Type::Info, "Chain " + std::to_string(chain.Number) + " held nothing else and is removed");
+        m_agent.m_engine->Forget(store, snapshots, m_active->Stop.get_token());
+    }
+    {
         const std::lock_guard changes(m_agent.m_changes);
-        m_agent.m_store.RemoveChain(m_job.Id, chain.Number);
-        return;
+        CStore::CTransaction transaction(m_agent.m_store);
+        for (const auto& choice : choices) {
+            m_agent.m_store.RemovePoint(choice.Point.Id);
+        }
+        if (isWhole) m_agent.m_store.RemoveChain(m_job.Id, chain.Number);
+        transaction.Commit();
     }
-    if (!m_agent.m_engine->Exists(store)) throw CAway("it is not where it was");
-    std::vector<std::string> snapshots;
-    snapshots.reserve(points.size());
-    for (const auto& point : points) {
-        snapshots.push_back(point.EngineId);
+    for (const auto& choice : choices) {
+        Say(Type::Info, "The point " + PlainText(choice.Point.Id) + " is gone: " + choice.Reason);
     }
-    m_agent.m_engine->Forget(store, snapshots, m_active->Stop.get_token());
-    const std::lock_guard changes(m_agent.m_changes);
-    CStore::CTransaction transaction(m_agent.m_store);
-    for (const auto& point : points) {
-        m_agent.m_store.RemovePoint(point.Id);
-    }
-    transaction.Commit();
+    if (isWhole) Say(Type::Info, "Chain " + std::to_string(chain.Number) + " held no other and is removed");
 }
 
 void CRun::VerifyNextPart() {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "agent/core/Progress.h"
+#include "agent/core/Retention.h"
 #include "agent/core/Sessions.h"
 #include "agent/work/CAgentImpl.h"
 
@@ -42,7 +43,7 @@ private:
     void BackUp();
     void KeepPoint(const SBackupResult& result, std::uint64_t bytesRead, Moment began);
     void Prune();
-    void Forget(const SChain& chain, const std::vector<SPoint>& points, bool isWhole);
+    void Forget(const SChain& chain, const std::vector<SRetentionChoice>& choices, bool isWhole);
     void VerifyNextPart();
 
     SEngineStore Store() const { return m_agent.StoreOf(m_chain, m_password); }

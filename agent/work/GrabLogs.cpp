@@ -9,11 +9,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <sstream>
+#include <vector>
 
 #include "agent/work/CAgentImpl.h"
 #include "support/common/CDescriptor.h"
@@ -30,6 +31,9 @@ namespace {
 /// How many of each job's sessions are told.
 constexpr std::size_t SessionsTold = 50;
 
+/// How many of each session's lines, its last ones.
+constexpr std::size_t LinesTold = 200;
+
 /// Of a log that is longer, the end.
 constexpr std::uintmax_t MostOfALog = 64UL * 1024 * 1024;
 
@@ -43,20 +47,47 @@ public:
     }
 
     void Add(const std::string& name, const std::string& text) {
-        const std::unique_ptr<archive_entry, void (*)(archive_entry*)> entry(::archive_entry_new(),
-                                                                             ::archive_entry_free);
-        ::archive_entry_set_pathname(entry.get(), name.c_str());
-        ::archive_entry_set_size(entry.get(), static_cast<la_int64_t>(text.size()));
-        ::archive_entry_set_filetype(entry.get(), AE_IFREG);
-        ::archive_entry_set_perm(entry.get(), 0600);
-        ::archive_entry_set_mtime(entry.get(), ToRecord(m_now).seconds, 0);
-        Check(::archive_write_header(m_archive.get(), entry.get()));
-        if (!text.empty() && ::archive_write_data(m_archive.get(), text.data(), text.size()) < 0) Fail();
+        Begin(name, static_cast<std::int64_t>(text.size()));
+        Write(text.data(), text.size());
+    }
+
+    /// The end of a file. One that shrinks meanwhile is filled up.
+    void AddEndOf(const std::string& name, const std::filesystem::path& path) {
+        std::ifstream file(path, std::ios::binary);
+        std::error_code error;
+        std::uintmax_t size = std::filesystem::file_size(path, error);
+        if (!file || error) return;
+        if (size > MostOfALog) file.seekg(static_cast<std::streamoff>(size - MostOfALog));
+        std::uintmax_t left = std::min(size, MostOfALog);
+        Begin(name, static_cast<std::int64_t>(left));
+        std::vector<char> block(64UL * 1024);
+        while (left != 0) {
+            const auto wanted = std::min<std::uintmax_t>(left, block.size());
+            file.read(block.data(), static_cast<std::streamsize>(wanted));
+            if (file.gcount() <= 0) break;
+            Write(block.data(), static_cast<std::size_t>(file.gcount()));
+            left -= static_cast<std::uintmax_t>(file.gcount());
+        }
     }
 
     void Close() { Check(::archive_write_close(m_archive.get())); }
 
 private:
+    void Begin(const std::string& name, std::int64_t size) {
+        const std::unique_ptr<archive_entry, void (*)(archive_entry*)> entry(::archive_entry_new(),
+                                                                             ::archive_entry_free);
+        ::archive_entry_set_pathname(entry.get(), name.c_str());
+        ::archive_entry_set_size(entry.get(), size);
+        ::archive_entry_set_filetype(entry.get(), AE_IFREG);
+        ::archive_entry_set_perm(entry.get(), 0600);
+        ::archive_entry_set_mtime(entry.get(), ToRecord(m_now).seconds, 0);
+        Check(::archive_write_header(m_archive.get(), entry.get()));
+    }
+
+    void Write(const char* data, std::size_t size) {
+        if (size != 0 && ::archive_write_data(m_archive.get(), data, size) < 0) Fail();
+    }
+
     void Check(int result) {
         if (result < ARCHIVE_WARN) Fail();
     }
@@ -69,23 +100,15 @@ private:
     std::unique_ptr<archive, int (*)(archive*)> m_archive;
 };
 
-std::string EndOf(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::error_code error;
-    const auto size = std::filesystem::file_size(path, error);
-    if (!error && size > MostOfALog) file.seekg(static_cast<std::streamoff>(size - MostOfALog));
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 std::string Told(const SSession& session, const std::vector<SLogDetail>& lines) {
     const auto& info = session.Info;
     std::string text = "session " + PlainText(info.Uid) + " of " + Quoted(info.JobName) + ": " +
                        std::string(NameOf(info.State)) + ", " + std::string(NameOf(info.Result)) + ", from " +
                        std::to_string(info.StartTimeUtc.seconds) + " to " +
                        std::to_string(info.EndTimeUtc.seconds) + "\n";
-    for (const auto& line : lines) {
+    const std::size_t first = lines.size() > LinesTold ? lines.size() - LinesTold : 0;
+    for (std::size_t i = first; i < lines.size(); ++i) {
+        const auto& line = lines[i];
         text += "  " + std::string(NameOf(line.Type)) + ": " + Escaped(line.Message) + "\n";
     }
     return text;
@@ -114,7 +137,7 @@ void CAgent::Impl::GrabLogs(const SPeer& peer, const std::string& path) {
         for (const auto& entry : std::filesystem::directory_iterator(m_folders.Log, ignored)) {
             if (!entry.is_regular_file(ignored) || entry.is_symlink(ignored)) continue;
             if (std::filesystem::equivalent(entry.path(), path, ignored)) continue;
-            archive.Add("log/" + entry.path().filename().string(), EndOf(entry.path()));
+            archive.AddEndOf("log/" + entry.path().filename().string(), entry.path());
         }
         std::vector<SJob> jobs;
         {

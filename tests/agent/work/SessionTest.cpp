@@ -422,6 +422,24 @@ TEST_F(AgentTest, OldPointsOnADiskThatIsAwayMakeNoWarningAndGoWhenItIsBack) {
     EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
 }
 
+TEST_F(AgentTest, OldPointsOfADamagedChainGoWithItAsAWhole) {
+    Start();
+    auto config = Config();
+    config.RetentionInfo.RestorePointsCount = 2;
+    const Guid job = Agent->CreateJob(Caller, config);
+    RunJob(job);
+    RunJob(job);
+    Engine->FailNext<CStoreDamaged>("pack 17");
+    RunJob(job);
+    RunJob(job);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 3U);  // one sound point is too few
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 2U);
+    EXPECT_EQ(Engine->CountOf("forget"), 0U);
+    EXPECT_EQ(Engine->CountOf("remove"), 1U);
+}
+
 // Passwords
 
 TEST_F(AgentTest, AnotherPasswordChangesTheKeysOfTheJobsChains) {
