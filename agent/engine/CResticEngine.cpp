@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -49,6 +50,7 @@ constexpr const char* HostName = "tarvo";
 constexpr std::uint64_t MostWarnings = 1000;
 constexpr std::size_t MostFindings = 100;
 constexpr int PartialBackup = 3;
+constexpr auto LockRound = std::chrono::milliseconds(500);
 
 constexpr const char* UsualPath = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
@@ -207,6 +209,8 @@ private:
     void RunWell(const SRun& run, const std::stop_token& stop);
     SBackupResult BackUp(const SBackupRequest& request, const std::string& parent,
                          const std::stop_token& stop);
+    template <class F>
+    auto WhenUnlocked(const SEngineStore& store, const std::stop_token& stop, const F& operation);
     void ClearUnfinished(const SEngineStore& store);
 
     const SResticOptions m_options;
@@ -461,14 +465,42 @@ std::string WholeId(const SEngineStore& store, const std::string& shortId) {
     return whole.empty() ? shortId : whole;
 }
 
-SBackupResult CResticEngine::BackUp(const SBackupRequest& request, std::stop_token stop) {
-    if (!request.Parent.empty()) {
+bool HasLocks(const SEngineStore& store) {
+    std::error_code error;
+    return !fs::is_empty(store.Folder + "/locks", error) && !error;
+}
+
+template <class F>
+auto CResticEngine::WhenUnlocked(const SEngineStore& store, const std::stop_token& stop, const F& operation) {
+    const auto deadline = apigen::common::DeadlineAfter(m_options.LockPatience);
+    std::mutex mutex;
+    std::condition_variable_any never;
+    for (;;) {
         try {
-            return BackUp(request, request.Parent, stop);
-        } catch (const CNoSuchPoint&) {  // then everything is read
+            return operation();
+        } catch (const CStoreLocked&) {
+            Unlock(store, stop);
+            if (apigen::common::IsPast(deadline)) throw;
         }
+        // Somebody at work. To look at the folder costs nothing, unlike another try.
+        std::unique_lock lock(mutex);
+        while (HasLocks(store) && !apigen::common::IsPast(deadline) && !stop.stop_requested())
+            never.wait_for(lock, stop, LockRound, [] { return false; });
+        if (stop.stop_requested())
+            throw CEngineStopped("Waiting for " + Quoted(store.Folder) + " was stopped");
     }
-    return BackUp(request, "", stop);
+}
+
+SBackupResult CResticEngine::BackUp(const SBackupRequest& request, std::stop_token stop) {
+    return WhenUnlocked(request.Store, stop, [&] {
+        if (!request.Parent.empty()) {
+            try {
+                return BackUp(request, request.Parent, stop);
+            } catch (const CNoSuchPoint&) {  // then everything is read
+            }
+        }
+        return BackUp(request, "", stop);
+    });
 }
 
 SBackupResult CResticEngine::BackUp(const SBackupRequest& request, const std::string& parent,
@@ -588,15 +620,16 @@ void CResticEngine::Forget(const SEngineStore& store, const std::vector<std::str
                            std::stop_token stop) {
     if (snapshots.empty()) return;
     if (!HasConfig(store.Folder)) ThrowNoStore(store, "There is no store in " + Quoted(store.Folder));
-    Unlock(store, stop);
     SRun run{.What = "Removing points from " + Quoted(store.Folder),
              .Store = &store,
              .Arguments = {"forget", "--prune", "--cleanup-cache"}};
     run.Arguments.insert(run.Arguments.end(), snapshots.begin(), snapshots.end());
-    const auto outcome = Run(run, stop);
-    // Those that are gone already it tells of, and goes on.
-    if (outcome.Failure != EFailure::None && outcome.Failure != EFailure::NoSuchPoint)
-        ThrowFailure(outcome.Failure, run, outcome);
+    WhenUnlocked(store, stop, [&] {
+        const auto outcome = Run(run, stop);
+        // Those that are gone already it tells of, and goes on.
+        if (outcome.Failure != EFailure::None && outcome.Failure != EFailure::NoSuchPoint)
+            ThrowFailure(outcome.Failure, run, outcome);
+    });
 }
 
 /// Gives paths of a JSON listing, in which each byte that is no valid UTF-8 has become a replacement character, their

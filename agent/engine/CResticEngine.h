@@ -16,6 +16,9 @@ struct SResticOptions {
     std::string CacheFolder;
     std::chrono::milliseconds SilenceLimit = std::chrono::minutes(15);  ///< then it hangs
     std::chrono::milliseconds StopPatience = std::chrono::seconds(3);   ///< from SIGINT to SIGKILL
+
+    /// How long a backup, and freeing space, wait for somebody else who works on the store: a restore or a verification.
+    std::chrono::milliseconds LockPatience = std::chrono::minutes(15);
 };
 
 /// Threads may use it at the same time. The child runs as long as its thread: when the process dies, so does it.

@@ -219,12 +219,13 @@ public:
     /// Whether something stands there that looks like a store; asks the file system only.
     virtual bool Exists(const SEngineStore& store) = 0;
 
+    /// Removes a lock whose owner is gone, and waits for a while for one who lives; so does `Forget`.
     virtual SBackupResult BackUp(const SBackupRequest& request, std::stop_token stop) = 0;
 
     /// All of the agent's snapshots there, oldest first; those of others (without tags) are left out.
     virtual std::vector<SSnapshot> Snapshots(const SEngineStore& store, std::stop_token stop) = 0;
 
-    /// Forgets these and frees what only they needed; unlocks first. Those that are gone already are no failure.
+    /// Forgets these and frees what only they needed. Those that are gone already are no failure.
     virtual void Forget(const SEngineStore& store, const std::vector<std::string>& snapshots,
                         std::stop_token stop) = 0;
 

@@ -200,6 +200,42 @@ TEST_F(ResticFaults, AStopIsObeyedByAProgramThatIgnoresIt) {
     EXPECT_THROW(engine->BackUp(Request(), source.get_token()), CEngineStopped);
 }
 
+constexpr const char* Locked =
+    "echo 'unable to create lock in backend: repository is already locked by PID 7 on h' >&2; exit 1\n";
+
+TEST_F(ResticFaults, ALivingLockIsWaitedForAndNotBeyondPatience) {
+    auto request = Request();
+    const std::string lock = m_folder.Write("l/tarvo/j/1/locks/0123", "");
+    const std::string script = std::string(Version) + "if [ \"$1\" = unlock ]; then touch " +
+                               (m_folder / "tried") + "; exit 0; fi\nif [ -e " + lock + " ]; then " + Locked +
+                               "fi\n" + Summary;
+    const auto program = m_folder.Write("restic", "#!/bin/sh\n" + script, 0755);
+    SResticOptions options{.Program = program, .CacheFolder = m_folder / "cache"};
+    options.LockPatience = 0ms;
+    EXPECT_THROW(MakeResticEngine(options)->BackUp(request, {}), CStoreLocked);
+    std::filesystem::remove(m_folder / "tried");
+    options.LockPatience = 60s;
+    std::jthread worker([&] {
+        const auto deadline = std::chrono::steady_clock::now() + 20s;
+        while (!std::filesystem::exists(m_folder / "tried") && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+        std::filesystem::remove(lock);
+    });
+    EXPECT_EQ(MakeResticEngine(options)->BackUp(request, {}).Snapshot, "abcd");
+    worker.join();
+
+    m_folder.Write("l/tarvo/j/1/locks/0123", "");
+    std::stop_source source;
+    std::filesystem::remove(m_folder / "tried");
+    std::jthread stopper([&] {
+        const auto deadline = std::chrono::steady_clock::now() + 20s;
+        while (!std::filesystem::exists(m_folder / "tried") && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+        source.request_stop();
+    });
+    EXPECT_THROW(MakeResticEngine(options)->BackUp(request, source.get_token()), CEngineStopped);
+}
+
 TEST_F(ResticFaults, AProgramEndsWithTheAgentHoweverThatEnds) {
     const auto request = Request();
     const auto engine = Engine(std::string(Version) + "echo $$ > " + (m_folder / "pid.new") + "; mv " +
