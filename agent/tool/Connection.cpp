@@ -32,6 +32,7 @@ using apigen::common::RetryInterrupted;
 /// A daemon may have to bring its database up to date first.
 constexpr auto StartLimit = 60s;
 constexpr int PauseMilliseconds = 5;
+constexpr int LongPauseMilliseconds = 50;
 
 [[noreturn]] void Fail(const std::string& what) {
     throw std::runtime_error("The agent can't be reached: " + what);
@@ -159,8 +160,12 @@ CDescriptor ConnectToDaemon(const SFolders& folders) {
         // Asked again once the lock is ours: whoever held it has started one.
         isOurs = isOurs || ::flock(lock.Get(), LOCK_EX | LOCK_NB) == 0;
         if (auto control = TryToConnect(path)) return std::move(*control);
-        if (isOurs && StartDaemon(deadline)) {
-            if (auto control = TryToConnect(path)) return std::move(*control);
+        if (!isOurs) continue;
+        if (!StartDaemon(deadline)) {
+            // The other one is about to listen, or about to end, which may take seconds.
+            ::poll(nullptr, 0, LongPauseMilliseconds);
+        } else if (auto control = TryToConnect(path)) {
+            return std::move(*control);
         }
     }
     Fail("no daemon answered on " + path + " in " + std::to_string(StartLimit.count()) + " s");

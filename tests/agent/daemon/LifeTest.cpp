@@ -82,6 +82,20 @@ TEST_F(CDaemonLifeTest, AToolFindsADaemonThatSomebodyElseStartsInTheSameMoment) 
     EXPECT_EQ(DaemonPid(), daemon.Pid());
 }
 
+TEST_F(CDaemonLifeTest, AClientThatComesWhileADaemonEndsGetsTheNextOne) {
+    const auto control = Connect();
+    const auto run = control->GetSessionId();
+    // A call that does not return holds the end up for a while.
+    std::thread caller([&] { EXPECT_THROW(control->GrabLogs(Home("never")), apigen::PeerGoneError); });
+    EXPECT_TRUE(Eventually([&] { return std::filesystem::exists(Home("never.begun")); }));
+    const pid_t pid = DaemonPid();
+    ::kill(pid, SIGTERM);
+    EXPECT_TRUE(Eventually([&] { return !std::filesystem::exists(Socket()); }));
+    EXPECT_EQ(DaemonPid(), pid) << "it ends still";
+    EXPECT_NE(Connect()->GetSessionId(), run);
+    caller.join();
+}
+
 TEST_F(CDaemonLifeTest, SocketsOfTheDeadAreReplaced) {
     std::filesystem::create_directory(Home("run"));
     const int dead = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
