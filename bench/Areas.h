@@ -15,5 +15,6 @@ void MeasureObjects(const CBench& bench);
 void MeasureEvents(const CBench& bench);
 void MeasureConnect(const CBench& bench);
 void MeasureGrowth(const CBench& bench);
+void MeasureAgent(const CBench& bench);
 
 }  // namespace zambench

@@ -28,7 +28,8 @@ struct SArea {
 constexpr SArea Areas[] = {{"memory", zambench::MeasureMemory},   {"calls", zambench::MeasureCalls},
                            {"codec", zambench::MeasureCodec},     {"lists", zambench::MeasureReceivedLists},
                            {"objects", zambench::MeasureObjects}, {"events", zambench::MeasureEvents},
-                           {"connect", zambench::MeasureConnect}, {"growth", zambench::MeasureGrowth}};
+                           {"connect", zambench::MeasureConnect}, {"growth", zambench::MeasureGrowth},
+                           {"agent", zambench::MeasureAgent}};
 
 void PrintUsage() {
     std::fprintf(stderr, "zam_bench [%s] [AREA...] [--benchmark_...]; areas:", Once);

@@ -19,7 +19,12 @@ expected_runtime() {
         echo "$libdir/lib$name.so.$major"
         echo "$libdir/lib$name.so.$version"
     done
-    echo bin/tarvoinstaller
+    for name in tarvoinstaller tarvoconfig tarvod; do
+        echo "bin/$name"
+    done
+    echo lib/systemd/system/tarvod.service
+    echo lib/systemd/system/tarvod.socket
+    echo share/tarvo/tarvod.conf
 }
 
 expected_development() {
@@ -48,7 +53,8 @@ done
 
 diff <(files_of "$prefix") <({ files_of "$parts/runtime" && files_of "$parts/development"; } | sort)
 
-if grep -rIl -e "$build" -e "$source" "$prefix"; then
+# The prefix, which the unit names, may stand in the build's folder; the parts don't.
+if grep -rIl -e "$build" -e "$source" "$parts"; then
     echo "these installed files name a folder of the build" >&2
     exit 1
 fi

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "agent/work/Source.h"
+
+#include <sys/stat.h>
+
+#include "agent/host/Mounts.h"
+
+namespace tarvo {
+
+using namespace zamclientlib;  // NOLINT: this file speaks of nothing else
+
+namespace {
+
+bool Exists(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0;
+}
+
+void AddFileLevel(const SBackupSourceInfo& source, SRoots& roots) {
+    for (const auto& folder : source.IncludeDirs) {
+        if (folder.rfind('/', 0) != 0) continue;  // a finding of its own
+        (Exists(folder) ? roots.Roots : roots.Missing).push_back(folder);
+    }
+    for (const auto& object : source.Objects) {
+        if (object.Object.rfind('/', 0) != 0 || object.Object.rfind("/dev/", 0) == 0) {
+            roots.Unreadable.emplace_back(object.Object,
+                                          "among files, an object has to be the path of a folder or a file");
+        } else if (!Exists(object.Object)) {
+            roots.Unreadable.emplace_back(object.Object, "it does not exist");
+        } else {
+            roots.Roots.push_back(object.Object);
+        }
+    }
+}
+
+std::string Told(const SSighting& sighting, const std::string& text) {
+    std::string told = std::to_string(sighting.Count) + " " + text + ": ";
+    for (const auto& example : sighting.Examples) {
+        if (&example != &sighting.Examples.front()) told += ", ";
+        told += example;
+    }
+    if (sighting.Examples.size() < sighting.Count) told += ", …";
+    return told;
+}
+
+}  // namespace
+
+SRoots RootsOf(const SBackupSourceInfo& source) {
+    SRoots roots;
+    switch (source.BackupMode) {
+        case JobBackupMode::FileLevel:
+            AddFileLevel(source, roots);
+            break;
+        case JobBackupMode::EntireMachine:
+            roots.Roots = RealMountPoints();
+            roots.StaysOnFileSystems = true;
+            break;
+        case JobBackupMode::VolumeLevel:
+            roots.StaysOnFileSystems = true;
+            for (const auto& object : source.Objects) {
+                std::string why;
+                const auto points = MountPointsOf(object, why);
+                if (points.empty()) roots.Unreadable.emplace_back(object.Object, why);
+                roots.Roots.insert(roots.Roots.end(), points.begin(), points.end());
+            }
+            break;
+        case JobBackupMode::Unknown:
+            break;
+    }
+    return roots;
+}
+
+std::vector<std::pair<ELogDetailType, std::string>> SightingsOf(const SWalkResult& walk,
+                                                                const SEngineInfo& engine) {
+    std::vector<std::pair<ELogDetailType, std::string>> told;
+    const auto add = [&](ELogDetailType type, const SSighting& sighting, const char* text) {
+        if (sighting.Count != 0) told.emplace_back(type, Told(sighting, text));
+    };
+    add(ELogDetailType::Warning, walk.Unreadable, "folders can't be read");
+    add(ELogDetailType::Warning, walk.Unsayable,
+        "folders are left out, since the engine can't be told their names");
+    add(ELogDetailType::Warning, walk.TooLong, "paths are left out, since they are too long");
+    if (!engine.KeepsOddLinkTargets) {
+        add(ELogDetailType::Warning, walk.OddLinkTargets,
+            "links whose targets are no valid UTF-8 are altered by this version of the engine");
+    }
+    if (!engine.KeepsSparseFiles) {
+        add(ELogDetailType::Info, walk.SparseFiles,
+            "files with holes come back without them with this version of the engine");
+    }
+    return told;
+}
+
+}  // namespace tarvo

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command line of the daemon, as far as it is about the daemon itself.
+#include <sstream>
+
+#include "tests/agent/api/ApiFixture.h"
+
+namespace tests {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class CProgramTest : public CAgentApiTest {
+protected:
+    struct SRun {
+        int Status;
+        std::string Output;
+        std::string Errors;
+    };
+    static SRun Run(std::vector<std::string> words) {
+        words.insert(words.begin(), Daemon());
+        CChild child(words);
+        std::string output = ReadBytes(child.Out, 100'000);
+        std::string errors = child.ReadErrors();
+        return {child.Ended(), std::move(output), std::move(errors)};
+    }
+};
+
+TEST_F(CProgramTest, SettingsAreCheckedWithoutADaemon) {
+    Write("tarvod.conf", "[sessions]\nat_once = 3\n");
+    auto run = Run({"--check-config"});
+    EXPECT_EQ(run.Status, 0) << run.Errors;
+    EXPECT_THAT(run.Output, HasSubstr(Home("tarvod.conf")));
+    Write("other.conf", "[session]\nat_once = 3\n");
+    run = Run({"--check-config", Home("other.conf")});
+    EXPECT_EQ(run.Status, 1);
+    EXPECT_THAT(run.Errors, AllOf(StartsWith(Home("other.conf:1:")), HasSubstr("session")));
+    EXPECT_EQ(DaemonPid(), 0);
+}
+
+TEST_F(CProgramTest, TheShippedSettingsAreTheDefaultsAndWithoutAMistake) {
+    EXPECT_EQ(Run({"--check-config", SHIPPED_SETTINGS}).Status, 0);
+    // As they are when somebody takes the signs of comment away.
+    std::string text = TextOf(SHIPPED_SETTINGS);
+    std::string active;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        active += (line.size() > 1 && line[0] == '#' && line[1] != ' ' ? line.substr(1) : line) + '\n';
+    Write("active.conf", active);
+    const auto run = Run({"--check-config", Home("active.conf")});
+    EXPECT_EQ(run.Status, 0) << run.Errors;
+    EXPECT_THAT(active, HasSubstr("\nat_once = 2\n"));
+}
+
+TEST_F(CProgramTest, VersionAndHelpAreToldAndAnythingElseIsAUsageError) {
+    EXPECT_THAT(Run({"--version"}).Output, StartsWith("tarvod "));
+    const auto help = Run({"--help"});
+    EXPECT_EQ(help.Status, 0);
+    EXPECT_THAT(help.Output, HasSubstr("--check-config"));
+    for (const char* const odd : {"--chek-config", "nonsense", "--version=1"}) {
+        const auto run = Run({odd});
+        EXPECT_EQ(run.Status, 2) << odd;
+        EXPECT_EQ(run.Output, "") << odd;
+        EXPECT_NE(run.Errors, "") << odd;
+    }
+}
+
+TEST_F(CProgramTest, AMissingEngineIsAFindingAndItsPathIsTakenUpOnSighup) {
+    Write("tarvod.conf", "[engine]\nrestic = \"" + Home("nowhere/restic") + "\"\n");
+    const auto product = Product(Connect());
+    const auto job = Job(*product);
+    const auto textsOf = [&] {
+        std::string texts;
+        for (const auto& finding : job->CheckValidity())
+            texts += finding.Message + '\n';
+        return texts;
+    };
+    EXPECT_THAT(textsOf(), HasSubstr("restic"));
+    EXPECT_NE(FailureOf([&] { job->Start({}); }), "");
+    Write("tarvod.conf");
+    ::kill(DaemonPid(), SIGHUP);
+    EXPECT_TRUE(Eventually([&] { return textsOf().empty(); })) << textsOf();
+    EXPECT_EQ(Finished(*job->Start({})).Result, JobResult::Success);
+}
+
+TEST_F(CProgramTest, ADatabaseOfALaterVersionIsRefusedWithAWordOnIt) {
+    Connect();
+    ::kill(DaemonPid(), SIGTERM);
+    ASSERT_TRUE(AwaitNoDaemon());
+    {
+        // Where SQLite's file format has PRAGMA user_version.
+        constexpr std::streamoff Place = 60;
+        std::fstream database(Home("state/state.db"), std::ios::in | std::ios::out | std::ios::binary);
+        database.seekp(Place);
+        database.write("\0\0\x27\x0f", 4);  // 9999
+        ASSERT_TRUE(database.good());
+    }
+    EXPECT_THAT(FailureOf([] { Connect(); }), HasSubstr("9999"));
+}
+
+}  // namespace
+}  // namespace tests

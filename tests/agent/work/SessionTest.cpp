@@ -1,0 +1,558 @@
+// SPDX-License-Identifier: Apache-2.0
+// Sessions: how they go, end, are stopped and tried again.
+#include <sys/stat.h>
+
+#include "tests/agent/work/Fixture.h"
+
+namespace tarvo::tests {
+
+namespace {
+
+void WriteScript(const std::string& path, const std::string& text) {
+    std::ofstream(path) << "#!/bin/sh\n" << text << "\n";
+    ::chmod(path.c_str(), 0700);
+}
+
+std::string Contents(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+}  // namespace
+
+TEST_F(AgentTest, ARunMakesAPointAndTellsWhatItDid) {
+    Start();
+    const Guid job = MakeJob();
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_EQ(info.PercentCompleted, 100);
+    EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Full);
+    EXPECT_EQ(info.ReadSizeBytes, 2000U);
+    EXPECT_EQ(info.BackedUpSizeBytes, 3000);
+    EXPECT_EQ(info.TransferredSizeBytes, 700);
+    EXPECT_EQ(info.BackupDestination, Home + "/location");
+    EXPECT_TRUE(info.RepositorySizeInfo);
+    EXPECT_EQ(info.TypeOfJob, JobType::Backup);
+    EXPECT_TRUE(Says(info, "Started by tester")) << Lines(info);
+
+    const auto points = Agent->PointsForRestore(job);
+    ASSERT_EQ(points.size(), 1U);
+    EXPECT_EQ(points[0].Id, info.OibId);
+    EXPECT_EQ(points[0].ApproxSize, 3000U);
+    EXPECT_EQ(points[0].StorageSize, 700U);
+    EXPECT_EQ(points[0].Type, RestorePointType::Full);
+    EXPECT_TRUE(Agent->JobInfo(job).LastBackupTimeUtc);
+
+    const auto second = RunJob(job);
+    EXPECT_EQ(second.SessionAlgorithm, JobSessionAlgorithm::Increment);
+    EXPECT_EQ(Agent->PointsForRestore(job).at(1).Type, RestorePointType::Increment);
+    EXPECT_EQ(Engine->m_parents, (std::vector<std::string>{"", "snapshot1"}));
+}
+
+TEST_F(AgentTest, WhatASessionSaidIsThereAfterARestart) {
+    Start();
+    const Guid job = MakeJob();
+    const auto before = RunJob(job);
+    const auto usn = Agent->SessionsSince(job, before.Usn - 1);
+    Restart();
+    EXPECT_EQ(Agent->Jobs(), std::vector{job});
+    const auto after = Agent->SessionInfo(before.Uid);
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(Agent->SessionsOf(job), std::vector{before.Uid});
+    EXPECT_EQ(Agent->LastSessionOf(job), before.Uid);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
+    EXPECT_EQ(usn, std::vector{before.Uid});
+    EXPECT_TRUE(Agent->SessionsSince(job, before.Usn).empty());
+}
+
+TEST_F(AgentTest, ProgressIsToldWhileItRuns) {
+    Engine->m_progress = {{0, 250, 1000}, {0, 500, 1000}};
+    Engine->Hold(true);
+    Start();
+    const Guid job = MakeJob();
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Engine->AwaitRunning(1));
+    const auto working = Agent->SessionInfo(session);
+    EXPECT_EQ(working.State, JobState::Working);
+    EXPECT_EQ(working.Result, JobResult::None);
+    EXPECT_LE(working.PercentCompleted, 99);
+    Engine->Hold(false);
+    const auto ended = AwaitEnd(session);
+    EXPECT_GT(ended.Usn, working.Usn);
+}
+
+TEST_F(AgentTest, AJobThatRunsRefusesWhatWouldDisturbIt) {
+    Engine->Hold(true);
+    Start();
+    const Guid job = MakeJob();
+    const Guid session = Agent->StartJob(Caller, job, {});
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CJobIsRunning);
+    EXPECT_THROW(Agent->UpdateJob(Caller, job, Config()), CJobIsRunning);
+    EXPECT_THROW(Agent->DeleteJob(Caller, job), CJobIsRunning);
+    EXPECT_TRUE(Agent->SetEnabled(Caller, job, false));
+    EXPECT_FALSE(Agent->SetEnabled(Caller, job, false));
+    Agent->SetUserData(Caller, job, "mine");
+    EXPECT_EQ(Agent->UserData(job), "mine");
+    Engine->Hold(false);
+    EXPECT_EQ(AwaitEnd(session).Result, JobResult::Success);
+    EXPECT_EQ(Agent->UserData(job), "mine");
+    EXPECT_NO_THROW(RunJob(job));  // by hand, though it is disabled
+}
+
+TEST_F(AgentTest, AStopEndsTheSessionAndIsNotRepeated) {
+    Engine->Hold(true);
+    Start();
+    auto config = Config();
+    config.RetriesInfo = SRetriesInfo{3, 1};
+    const Guid job = Agent->CreateJob(Caller, config);
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Engine->AwaitRunning(1));
+    EXPECT_TRUE(Agent->StopSession(Caller, session, "lunch"));
+    EXPECT_FALSE(Agent->StopSession(Caller, session, "again"));
+    const auto info = AwaitEnd(session);
+    EXPECT_EQ(info.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(info, "lunch")) << Lines(info);
+    EXPECT_TRUE(Says(info, "Canceled")) << Lines(info);
+    EXPECT_FALSE(Agent->StopSession(Caller, session, ""));
+    EXPECT_FALSE(Agent->StopSession(Caller, NewGuid(), ""));
+    EXPECT_EQ(Agent->SessionsOf(job).size(), 1U);
+    EXPECT_TRUE(Agent->PointsForRestore(job).empty());
+}
+
+TEST_F(AgentTest, AFailedRunIsTriedAgainAfterItsTime) {
+    Engine->FailNext<CEngineFailed>("first fault");
+    Engine->FailNext<CEngineFailed>("second fault");
+    Start();
+    auto config = Config();
+    config.RetriesInfo = SRetriesInfo{2, 60000};
+    const Guid job = Agent->CreateJob(Caller, config);
+    const Guid first = Agent->StartJob(Caller, job, {});
+    const auto failed = AwaitEnd(first);
+    EXPECT_EQ(failed.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(failed, "first fault"));
+    EXPECT_TRUE(failed.RetriesInfo->IsJobAwaitingForRetry);
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CJobIsRunning);
+    MoveClock(59s);
+    EXPECT_EQ(Agent->SessionsOf(job).size(), 1U);
+    MoveClock(2s);
+    const auto second = AwaitSession(job, 2);
+    EXPECT_EQ(second.OriginalSessionId, first);
+    EXPECT_EQ(second.RetriesInfo->CurrentAttemptNumber, 1U);
+    EXPECT_FALSE(Agent->SessionInfo(first).RetriesInfo->IsJobAwaitingForRetry);
+    MoveClock(61s);
+    const auto third = AwaitSession(job, 3);
+    EXPECT_EQ(third.Result, JobResult::Success) << Lines(third);
+    EXPECT_EQ(third.OriginalSessionId, first);
+    EXPECT_EQ(Engine->CountOf("prepare"), 1U);  // attempts share the chain
+}
+
+TEST_F(AgentTest, AnAwaitedRetryIsStillAwaitedAfterARestart) {
+    Engine->FailNext<CEngineFailed>("fault");
+    Start();
+    auto config = Config();
+    config.RetriesInfo = SRetriesInfo{1, 60000};
+    const Guid job = Agent->CreateJob(Caller, config);
+    AwaitEnd(Agent->StartJob(Caller, job, {}));
+    Restart();
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CJobIsRunning);
+    EXPECT_EQ(Agent->SessionsOf(job).size(), 1U);
+    MoveClock(61s);
+    EXPECT_EQ(AwaitSession(job, 2).Result, JobResult::Success);
+}
+
+TEST_F(AgentTest, AStopCallsAnAwaitedRetryOff) {
+    Engine->FailNext<CEngineFailed>("fault");
+    Start();
+    auto config = Config();
+    config.RetriesInfo = SRetriesInfo{1, 60000};
+    const Guid job = Agent->CreateJob(Caller, config);
+    const Guid first = Agent->StartJob(Caller, job, {});
+    AwaitEnd(first);
+    EXPECT_TRUE(Agent->StopSession(Caller, first, "enough"));
+    EXPECT_FALSE(Agent->SessionInfo(first).RetriesInfo->IsJobAwaitingForRetry);
+    MoveClock(61s);
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+    EXPECT_EQ(Agent->SessionsOf(job).size(), 2U);
+}
+
+TEST_F(AgentTest, UnreadableFilesMakeAWarningWithTheirPaths) {
+    Engine->m_warnings = {"/a: denied", "/b: denied"};
+    Start();
+    const auto info = RunJob(MakeJob());
+    EXPECT_EQ(info.Result, JobResult::Warning);
+    EXPECT_TRUE(Says(info, "/a: denied"));
+    EXPECT_TRUE(Says(info, "/b: denied"));
+}
+
+TEST_F(AgentTest, OneRepositoryHasOneWriterAndTheOthersWait) {
+    Engine->Hold(true);
+    Settings.AtOnce = 5;
+    Start();
+    const Guid one = Agent->CreateJob(Caller, Config("one"));
+    const Guid two = Agent->CreateJob(Caller, Config("two"));
+    const Guid first = Agent->StartJob(Caller, one, {});
+    ASSERT_TRUE(Engine->AwaitRunning(1));
+    const Guid second = Agent->StartJob(Caller, two, {});
+    EXPECT_TRUE(Await([&] { return Agent->SessionInfo(second).State == JobState::Pending; }));
+    Engine->Hold(false);
+    EXPECT_EQ(AwaitEnd(first).Result, JobResult::Success);
+    EXPECT_EQ(AwaitEnd(second).Result, JobResult::Success);
+    EXPECT_EQ(Engine->Most(), 1U);
+}
+
+TEST_F(AgentTest, SoManySessionsWorkAtOnceAndNoMore) {
+    Engine->Hold(true);
+    Settings.AtOnce = 2;
+    Start();
+    std::vector<Guid> sessions;
+    for (int i = 0; i < 4; ++i) {
+        const std::string name = std::to_string(i);
+        auto config = Config(name);
+        config.RepositoryId = MakeRepository(name, "location" + name);
+        sessions.push_back(Agent->StartJob(Caller, Agent->CreateJob(Caller, config), {}));
+    }
+    ASSERT_TRUE(Engine->AwaitRunning(2));
+    EXPECT_TRUE(Agent->StopSession(Caller, sessions[3], "while it waits"));
+    Engine->Hold(false);
+    for (const auto& session : sessions) {
+        AwaitEnd(session);
+    }
+    EXPECT_EQ(Engine->Most(), 2U);
+}
+
+TEST_F(AgentTest, MoreSessionsAtOnceAreTakenFromNewSettings) {
+    Engine->Hold(true);
+    Settings.AtOnce = 1;
+    Start();
+    auto other = Config("other");
+    other.RepositoryId = MakeRepository("other", "other");
+    const Guid first = Agent->StartJob(Caller, MakeJob(), {});
+    const Guid second = Agent->StartJob(Caller, Agent->CreateJob(Caller, other), {});
+    ASSERT_TRUE(Engine->AwaitRunning(1));
+    Settings.AtOnce = 2;
+    Agent->Reload(Settings);
+    EXPECT_TRUE(Engine->AwaitRunning(2));
+    Engine->Hold(false);
+    AwaitEnd(first);
+    AwaitEnd(second);
+}
+
+// Scripts
+
+TEST_F(AgentTest, ScriptsRunAroundTheSessionAndLearnHowItEnded) {
+    Start();
+    WriteScript(Home + "/pre", "echo before; echo pre >>" + Home + "/told");
+    WriteScript(Home + "/post", "echo \"$TARVO_RESULT $TARVO_JOB_NAME\" >>" + Home + "/told");
+    auto config = Config();
+    config.ScriptInfo = SBackupJobScriptInfo{};
+    config.ScriptInfo->PreJobScript = Home + "/pre";
+    config.ScriptInfo->PostJobScript = Home + "/post";
+    const Guid job = Agent->CreateJob(Caller, config);
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_TRUE(Says(info, "before"));
+    EXPECT_EQ(Contents(Home + "/told"), "pre\nSuccess nightly\n");
+    Engine->FailNext<CEngineFailed>("fault");
+    RunJob(job);
+    EXPECT_EQ(Contents(Home + "/told"), "pre\nSuccess nightly\npre\nFailed nightly\n");
+}
+
+TEST_F(AgentTest, AFailedPreJobScriptFailsTheRunAndIsTriedAgain) {
+    Start();
+    WriteScript(Home + "/pre", "exit 3");
+    auto config = Config();
+    config.ScriptInfo = SBackupJobScriptInfo{};
+    config.ScriptInfo->PreJobScript = Home + "/pre";
+    config.RetriesInfo = SRetriesInfo{1, 1000};
+    const Guid job = Agent->CreateJob(Caller, config);
+    const auto info = AwaitEnd(Agent->StartJob(Caller, job, {}));
+    EXPECT_EQ(info.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(info, "status 3")) << Lines(info);
+    EXPECT_EQ(Engine->CountOf("back up"), 0U);
+    WriteScript(Home + "/pre", "exit 0");
+    MoveClock(2s);
+    EXPECT_EQ(AwaitSession(job, 2).Result, JobResult::Success);
+}
+
+TEST_F(AgentTest, AFailedPostJobScriptMakesAWarning) {
+    Start();
+    WriteScript(Home + "/post", "exit 1");
+    auto config = Config();
+    config.ScriptInfo = SBackupJobScriptInfo{};
+    config.ScriptInfo->PostJobScript = Home + "/post";
+    const auto info = RunJob(Agent->CreateJob(Caller, config));
+    EXPECT_EQ(info.Result, JobResult::Warning) << Lines(info);
+}
+
+TEST_F(AgentTest, AScriptThatTakesTooLongIsEnded) {
+    Start();
+    WriteScript(Home + "/pre", "sleep 100");
+    auto config = Config();
+    config.ScriptInfo = SBackupJobScriptInfo{};
+    config.ScriptInfo->PreJobScript = Home + "/pre";
+    config.ScriptInfo->ExecutionTimeout = {0, 200};
+    const auto info = RunJob(Agent->CreateJob(Caller, config));
+    EXPECT_EQ(info.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(info, "pre-job script failed")) << Lines(info);
+}
+
+TEST_F(AgentTest, AStopEndsAScriptAndThePostJobScriptIsNotWaitedForLong) {
+    Start();
+    WriteScript(Home + "/pre", "touch " + Home + "/runs; sleep 100");
+    WriteScript(Home + "/post", "touch " + Home + "/posted; sleep 100");
+    auto config = Config();
+    config.ScriptInfo = SBackupJobScriptInfo{};
+    config.ScriptInfo->PreJobScript = Home + "/pre";
+    config.ScriptInfo->PostJobScript = Home + "/post";
+    const Guid session = Agent->StartJob(Caller, Agent->CreateJob(Caller, config), {});
+    ASSERT_TRUE(Await([&] { return std::filesystem::exists(Home + "/runs"); }));
+    const auto began = std::chrono::steady_clock::now();
+    Agent->StopSession(Caller, session, "");
+    const auto info = AwaitEnd(session);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, 5s);
+    EXPECT_TRUE(Says(info, "Canceled")) << Lines(info);
+    EXPECT_TRUE(std::filesystem::exists(Home + "/posted"));
+}
+
+// Places that go and come
+
+TEST_F(AgentTest, ALocationThatIsAwayFailsTheRunAndIsNotMade) {
+    Start();
+    const Guid job = MakeJob();
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+    std::filesystem::rename(Home + "/location", Home + "/away");
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+    EXPECT_FALSE(std::filesystem::exists(Home + "/location"));
+    std::filesystem::rename(Home + "/away", Home + "/location");
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Increment) << Lines(info);
+}
+
+TEST_F(AgentTest, ALostChainIsFollowedByANewOneAndComesBackWithItsDisk) {
+    Start();
+    const Guid job = MakeJob();
+    RunJob(job);
+    std::filesystem::rename(Home + "/location", Home + "/away");
+    std::filesystem::create_directory(Home + "/location");
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Full);
+    EXPECT_TRUE(Says(info, "no longer where it was")) << Lines(info);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
+    std::filesystem::rename(Home + "/away/tarvo/" + PlainText(job) + "/1",
+                            Home + "/location/tarvo/" + PlainText(job) + "/1");
+    RunJob(job);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 3U);
+}
+
+TEST_F(AgentTest, ADamagedChainIsNamedAndFollowedByANewOne) {
+    Start();
+    const Guid job = MakeJob();
+    RunJob(job);
+    Engine->FailNext<CStoreDamaged>("pack 17 is damaged");
+    const auto failed = RunJob(job);
+    EXPECT_EQ(failed.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(failed, "pack 17"));
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Full);
+    EXPECT_EQ(info.Result, JobResult::Warning);
+    EXPECT_TRUE(Says(info, "damaged")) << Lines(info);
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
+}
+
+TEST_F(AgentTest, AnActiveFullBackupBeginsANewChain) {
+    Start();
+    const Guid job = MakeJob();
+    RunJob(job);
+    SJobStartOptions options;
+    options.ActiveFull = EJobStartActiveFullMode::Enabled;
+    EXPECT_EQ(RunJob(job, options).SessionAlgorithm, JobSessionAlgorithm::Full);
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
+    EXPECT_TRUE(std::filesystem::exists(Home + "/location/tarvo/" + PlainText(job) + "/2/config"));
+}
+
+TEST_F(AgentTest, ALockThatAKilledProcessLeftIsRemoved) {
+    Start();
+    const Guid job = MakeJob();
+    Engine->FailNext<CStoreLocked>("locked");
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+    EXPECT_EQ(Engine->CountOf("unlock"), 1U);
+}
+
+// Retention
+
+TEST_F(AgentTest, OldPointsGoAfterASuccessAndAChainWithoutPointsWithThem) {
+    Start();
+    auto config = Config();
+    config.RetentionInfo.RestorePointsCount = 2;
+    const Guid job = Agent->CreateJob(Caller, config);
+    RunJob(job);
+    Clock.Advance(1h);
+    RunJob(job);
+    Clock.Advance(1h);
+    const auto third = RunJob(job);
+    EXPECT_TRUE(Says(third, "not one of the newest 2")) << Lines(third);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 2U);
+    EXPECT_EQ(Engine->CountOf("forget"), 1U);
+    SJobStartOptions options;
+    options.ActiveFull = EJobStartActiveFullMode::Enabled;
+    Clock.Advance(1h);
+    RunJob(job, options);
+    Clock.Advance(1h);
+    RunJob(job);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 2U);
+    EXPECT_EQ(Engine->CountOf("remove"), 1U);
+    EXPECT_FALSE(std::filesystem::exists(Home + "/location/tarvo/" + PlainText(job) + "/1"));
+}
+
+TEST_F(AgentTest, OldPointsOnADiskThatIsAwayMakeNoWarningAndGoWhenItIsBack) {
+    Start();
+    auto config = Config();
+    config.RetentionInfo.RestorePointsCount = 1;
+    const Guid job = Agent->CreateJob(Caller, config);
+    RunJob(job);
+    config.RepositoryId = MakeRepository("other", "other");
+    Agent->UpdateJob(Caller, job, config);
+    std::filesystem::rename(Home + "/location", Home + "/away");
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_TRUE(Says(info, "for now")) << Lines(info);
+    std::filesystem::rename(Home + "/away", Home + "/location");
+    RunJob(job);
+    EXPECT_FALSE(std::filesystem::exists(Home + "/location/tarvo/" + PlainText(job) + "/1"));
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
+}
+
+TEST_F(AgentTest, OldPointsOfADamagedChainGoWithItAsAWhole) {
+    Start();
+    auto config = Config();
+    config.RetentionInfo.RestorePointsCount = 2;
+    const Guid job = Agent->CreateJob(Caller, config);
+    RunJob(job);
+    RunJob(job);
+    Engine->FailNext<CStoreDamaged>("pack 17");
+    RunJob(job);
+    RunJob(job);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 3U);  // one sound point is too few
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 2U);
+    EXPECT_EQ(Engine->CountOf("forget"), 0U);
+    EXPECT_EQ(Engine->CountOf("remove"), 1U);
+}
+
+// Passwords
+
+TEST_F(AgentTest, AnotherPasswordChangesTheKeysOfTheJobsChains) {
+    Start();
+    auto config = Config();
+    config.StorageInfo.EncryptionSettings = SEncryptionSettings{std::string("old secret"), "hint"};
+    const Guid job = Agent->CreateJob(Caller, config);
+    EXPECT_FALSE(Agent->Configuration(job).StorageInfo.EncryptionSettings->Password);
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+    auto kept = Agent->Configuration(job);
+    kept.UserData = "x";
+    Agent->UpdateJob(Caller, job, kept);  // says no password
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
+    EXPECT_EQ(Engine->CountOf("change password"), 0U);
+    config.StorageInfo.EncryptionSettings->Password = std::string("new secret");
+    Agent->UpdateJob(Caller, job, config);
+    EXPECT_TRUE(Await([&] { return Engine->Stores().begin()->second.Password == "new secret"; }));
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
+}
+
+TEST_F(AgentTest, APasswordAddedOrRemovedBeginsANewChain) {
+    Start();
+    const Guid job = MakeJob();
+    RunJob(job);
+    auto config = Config();
+    config.StorageInfo.EncryptionSettings = SEncryptionSettings{std::string("secret"), ""};
+    Agent->UpdateJob(Caller, job, config);
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Full);
+    config.StorageInfo.EncryptionSettings.Reset();
+    Agent->UpdateJob(Caller, job, config);
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Full);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 3U);
+    EXPECT_EQ(Engine->CountOf("change password"), 0U);
+}
+
+TEST_F(AgentTest, APasswordChangeThatWasCutShortIsFinishedByTheNextRun) {
+    Start();
+    auto config = Config();
+    config.StorageInfo.EncryptionSettings = SEncryptionSettings{std::string("old"), ""};
+    const Guid job = Agent->CreateJob(Caller, config);
+    RunJob(job);
+    Engine->m_afterPassword = [] { throw CEngineFailed("killed before it could say so"); };
+    config.StorageInfo.EncryptionSettings->Password = std::string("new");
+    Agent->UpdateJob(Caller, job, config);
+    ASSERT_TRUE(Await([&] { return Log.Has("can't be changed in its chains yet"); }));
+    Engine->m_afterPassword = {};
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+}
+
+// Many at once
+
+TEST_F(AgentTest, ClientsThatChangeAndLookAtOnceDisturbNobody) {
+    Settings.AtOnce = 4;
+    Start();
+    std::vector<Guid> jobs;
+    for (int i = 0; i < 4; ++i) {
+        const std::string name = std::to_string(i);
+        auto config = Config(name);
+        config.RepositoryId = MakeRepository(name, "location" + name);
+        config.RetentionInfo.RestorePointsCount = 2;
+        jobs.push_back(Agent->CreateJob(Caller, config));
+    }
+    std::vector<std::thread> clients;
+    for (unsigned client = 0; client < 4; ++client) {
+        clients.emplace_back([&, client] {
+            for (unsigned round = 0; round < 12; ++round) {
+                const Guid& job = jobs[(client + round) % jobs.size()];
+                try {
+                    const Guid session = Agent->StartJob(Caller, job, {});
+                    if (round % 4 == 3) Agent->StopSession(Caller, session, "enough");
+                    Agent->SessionInfo(session);
+                } catch (const CJobIsRunning&) {
+                }
+                Agent->SetUserData(Caller, job, std::to_string(round));
+                Agent->SetEnabled(Caller, job, round % 2 == 0);
+                for (const auto& session : Agent->SessionsOf(job)) {
+                    Agent->SessionInfo(session);
+                }
+                Agent->PointsForRestore(job);
+                Agent->ClockChanged();
+                Agent->JobInfo(job);
+            }
+        });
+    }
+    for (auto& client : clients) {
+        client.join();
+    }
+    for (const auto& job : jobs) {
+        for (const auto& session : Agent->SessionsOf(job)) {
+            EXPECT_NE(AwaitEnd(session).Result, JobResult::None);
+        }
+    }
+}
+
+// The end of the agent
+
+TEST_F(AgentTest, AnEndInterruptsSessionsAndOnesStartedByHandAreNotRepeated) {
+    Engine->Hold(true);
+    Start();
+    const Guid job = MakeJob();
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Engine->AwaitRunning(1));
+    const auto began = std::chrono::steady_clock::now();
+    Agent->Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - began, 5s);
+    const auto info = Agent->SessionInfo(session);
+    EXPECT_EQ(info.State, JobState::Stopped);
+    EXPECT_TRUE(Says(info, "Interrupted")) << Lines(info);
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+    Engine->Hold(false);
+    Restart();
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+    EXPECT_EQ(Agent->SessionsOf(job).size(), 2U);
+}
+
+}  // namespace tarvo::tests
