@@ -32,6 +32,19 @@ const char* StateText(EChainState state) {
     return "unknown";
 }
 
+/// Programs get all of it, people as much as a line has room for.
+SCell Damage(const std::string& damage) {
+    constexpr std::size_t Longest = 100;
+    if (damage.empty()) return {"damage", "-", {}};
+    SCell cell = Text("damage", Escaped(damage));
+    if (cell.Shown.size() <= Longest) return cell;
+    std::size_t end = Longest;
+    while ((static_cast<unsigned char>(cell.Shown[end]) & 0xc0U) == 0x80)
+        --end;
+    cell.Shown = cell.Shown.substr(0, end) + "...";
+    return cell;
+}
+
 SCell Orphan(bool isOrphan) {
     return {"orphan", isOrphan ? "yes" : "-", isOrphan};
 }
@@ -121,9 +134,8 @@ int ShowChains(const SPlace& place, const SOptions& options) {
                 Text("verified", how),
                 Text("folder", Escaped(StoreFolder(chain.Location, PlainText(chain.Job),
                                                    static_cast<std::uint64_t>(chain.Number)))),
-                Text("damage", chain.Damage.empty() ? "-" : Escaped(chain.Damage))};
+                Damage(chain.Damage)};
         if (!verified.Last) row[7].Value = {};
-        if (chain.Damage.empty()) row[9].Value = {};
         table.Add(std::move(row));
     }
     return Done;

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <iostream>
 #include <limits>
 #include <optional>
@@ -281,6 +282,12 @@ int Serve(const MakeWork& makeWork, CStarter& starter) {
 
 int RunDaemon(const MakeWork& makeWork, int readyDescriptor) {
     CStarter starter(readyDescriptor);
+    // What systemd has told the client of a tool that started us is none of our business.
+    if (readyDescriptor >= 0) {
+        for (const char* const name : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID", "LISTEN_FDS",
+                                       "LISTEN_PID", "LISTEN_FDNAMES", "JOURNAL_STREAM"})
+            ::unsetenv(name);  // NOLINT(concurrency-mt-unsafe): there is no other thread yet
+    }
     PrepareProcess();
     try {
         return Serve(makeWork, starter);

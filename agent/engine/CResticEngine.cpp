@@ -97,6 +97,14 @@ CDescriptor SecretFile(std::string_view secret) {
     return file;
 }
 
+/// The last words in one line, as a log has them.
+std::string OneLine(const COutputTail& tail) {
+    std::string words = tail.Text();
+    for (auto end = words.find('\n'); end != std::string::npos; end = words.find('\n', end))
+        words.replace(end, 1, " / ");
+    return words;
+}
+
 std::string_view KeyOf(const SEngineStore& store) {
     return store.Password ? std::string_view(*store.Password) : ConstantKey;
 }
@@ -284,7 +292,7 @@ SEngineInfo CResticEngine::Info() {
         throw CEngineHangs(Quoted(program) + " did not tell its version in time and was ended");
     const auto version = restic::ParseVersion(first);
     if (!version) {
-        const auto words = tail.Text();
+        const auto words = OneLine(tail);
         throw CEngineTooOld(Quoted(program) + " is no restic that could be used: asked for its version, it " +
                             apigen::common::EndingText(outcome.WaitStatus) +
                             (words.empty() ? " and said nothing" : ": " + words));
@@ -354,7 +362,7 @@ SOutcome CResticEngine::Run(const SRun& run, const std::stop_token& stop) {
     } catch (const apigen::ProcessLaunchError& error) {
         throw CEngineMissing(error.what());
     }
-    outcome.LastWords = tail.Text();
+    outcome.LastWords = OneLine(tail);
     const std::string words = outcome.LastWords.empty() ? "" : ": " + outcome.LastWords;
     switch (ended.End) {
         case EChildEnd::Stopped:

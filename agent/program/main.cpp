@@ -8,9 +8,7 @@
 #include <vector>
 
 #include "agent/api/Objects.h"
-#ifdef TARVO_HAS_COMMANDS
 #include "agent/commands/Commands.h"
-#endif
 #include "agent/core/IClock.h"
 #include "agent/daemon/Daemon.h"
 #include "agent/daemon/Handover.h"
@@ -82,10 +80,7 @@ int PrintUsage(std::ostream& to) {
           "  tarvod                        runs the daemon until SIGTERM or SIGINT\n"
           "  tarvod --check-config [FILE]  looks for mistakes in the settings\n"
           "  tarvod --version\n"
-#ifdef TARVO_HAS_COMMANDS
-          "  tarvod points|files|restore|verify|chains|forget ...; tarvod COMMAND --help tells more\n"
-#endif
-        ;
+          "  tarvod points|files|restore|verify|chains|forget ...; tarvod COMMAND --help tells more\n";
     return &to == &std::cout ? 0 : UsageError;
 }
 
@@ -104,13 +99,11 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
     if (first == "--check-config" && arguments.size() <= 2) {
         return CheckConfig(arguments.size() == 2 ? arguments[1] : FoldersOfProcess().SettingsFile);
     }
-#ifdef TARVO_HAS_COMMANDS
     if (commands::IsCommand(first)) {
         const SFolders folders = FoldersOfProcess();
         const auto makeEngine = [&] { return MakeEngine(folders, ReadSettings(folders.SettingsFile)); };
         return commands::Run(arguments, {folders, makeEngine, std::cout, std::cerr});
     }
-#endif
     if (first == "--version" && arguments.size() == 1) {
         std::cout << "tarvod " ZAM_VERSION << std::endl;
         return 0;

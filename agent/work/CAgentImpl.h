@@ -200,6 +200,7 @@ private:
     void DoDue();
     void DoDueOf(const SJob& job, Moment now);
     void RetryDue(const ActivePtr& active, Moment now);
+    std::vector<SJob> ScheduledJobs() const;  ///< those that may begin by themselves
     std::optional<Moment> NextMoment(Moment now);
     /// @}
 

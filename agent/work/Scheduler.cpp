@@ -52,21 +52,31 @@ void CAgent::Impl::RunScheduler() {
     }
 }
 
-std::optional<Moment> CAgent::Impl::NextMoment(Moment now) {
+std::vector<SJob> CAgent::Impl::ScheduledJobs() const {
     const auto lock = LockState();
+    std::vector<SJob> jobs;
+    if (!m_isSchedulerAllowed) return jobs;
+    for (const auto& job : m_jobs) {
+        if (job.IsEnabled && (job.Config.ScheduleInfo.IsEnabled || job.CatchUp)) jobs.push_back(job);
+    }
+    return jobs;
+}
+
+std::optional<Moment> CAgent::Impl::NextMoment(Moment now) {
     std::optional<Moment> next;
     const auto consider = [&](Moment moment) {
         // What is due and didn't happen has failed: not at once again.
         const Moment soonest = now + std::chrono::seconds(1);
         if (!next || std::max(moment, soonest) < *next) next = std::max(moment, soonest);
     };
-    for (const auto& job : m_jobs) {
-        if (!m_isSchedulerAllowed || !job.IsEnabled) continue;
+    const auto jitter = Settings().Jitter;
+    for (const auto& job : ScheduledJobs()) {
         const auto promise = PromiseOf(job.Config.ScheduleInfo, job.PromisedUntil, now, m_clock);
-        if (promise.Due) consider(*promise.Due + JitterOf(job.Id, *promise.Due, m_settings.Jitter));
-        if (promise.Next) consider(*promise.Next + JitterOf(job.Id, *promise.Next, m_settings.Jitter));
+        if (promise.Due) consider(*promise.Due + JitterOf(job.Id, *promise.Due, jitter));
+        if (promise.Next) consider(*promise.Next + JitterOf(job.Id, *promise.Next, jitter));
         if (job.CatchUp) consider(now);
     }
+    const auto lock = LockState();
     for (const auto& [job, active] : m_active) {
         if (active->Session.RetryAt) consider(*active->Session.RetryAt);
     }
@@ -75,13 +85,11 @@ std::optional<Moment> CAgent::Impl::NextMoment(Moment now) {
 
 void CAgent::Impl::DoDue() {
     std::vector<ActivePtr> waiting;
-    std::vector<SJob> jobs;
     {
         const auto lock = LockState();
         for (const auto& [job, active] : m_active) {
             if (active->Session.AwaitsRetry()) waiting.push_back(active);
         }
-        if (m_isSchedulerAllowed) jobs = m_jobs;
     }
     const Moment now = m_clock.Now();
     for (const auto& active : waiting) {
@@ -91,8 +99,7 @@ void CAgent::Impl::DoDue() {
             m_log.Error("A retry can't be started: " + Escaped(error.what()));
         }
     }
-    for (const auto& job : jobs) {
-        if (!job.IsEnabled) continue;
+    for (const auto& job : ScheduledJobs()) {
         try {
             DoDueOf(job, now);
         } catch (const std::exception& error) {

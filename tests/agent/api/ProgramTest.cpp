@@ -84,6 +84,14 @@ TEST_F(CProgramTest, AMissingEngineIsAFindingAndItsPathIsTakenUpOnSighup) {
     EXPECT_EQ(Finished(*job->Start({})).Result, JobResult::Success);
 }
 
+TEST_F(CProgramTest, TheToolIsSmallAndBringsNoLibraryOfTheDaemonsAlong) {
+    CChild child({"ldd", ToolWords()[0]});
+    const std::string libraries = ReadBytes(child.Out, 100'000);
+    EXPECT_THAT(libraries, HasSubstr("libc.so"));
+    for (const char* const foreign : {"sqlite", "systemd", "archive", "libZam", "libApiGen"})
+        EXPECT_THAT(libraries, testing::Not(HasSubstr(foreign)));
+}
+
 TEST_F(CProgramTest, ADatabaseOfALaterVersionIsRefusedWithAWordOnIt) {
     Connect();
     ::kill(DaemonPid(), SIGTERM);

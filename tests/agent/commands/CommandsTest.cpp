@@ -304,6 +304,18 @@ TEST_F(Commands, VerifyReadsAllChainsAndMarksTheDamagedOnes) {
     EXPECT_EQ(Run({"verify", "--job", "nobody"}), commands::NotFound);
 }
 
+TEST_F(Commands, ALongStoryOfDamageIsToldWholeToProgramsOnly) {
+    AddJob("alpha", One);
+    auto chain = AddChain(One, 1);
+    chain.State = EChainState::Damaged;
+    chain.Damage = std::string(99, 'x') + "\xc3\xa4" + std::string(500, 'y');
+    State().SaveChain(chain);
+    EXPECT_EQ(Run({"chains"}), commands::Done);
+    EXPECT_NE(m_out.find(std::string(99, 'x') + "...\n"), std::string::npos) << m_out;
+    EXPECT_EQ(Run({"chains", "--json"}), commands::Done);
+    EXPECT_NE(m_out.find(chain.Damage), std::string::npos) << m_out;
+}
+
 TEST_F(Commands, TheNextPartIsReadEachTimeAndRemembered) {
     AddThree();
     for (const char* part : {"1/3", "2/3", "3/3", "1/3"}) {

@@ -29,9 +29,9 @@ public:
         ::unsetenv("WATCHDOG_USEC");
     }
 
-    std::string Next() const {
+    std::string Next(int patience = 20000) const {
         pollfd readable{m_socket, POLLIN, 0};
-        if (::poll(&readable, 1, 20000) <= 0) return {};
+        if (::poll(&readable, 1, patience) <= 0) return {};
         std::string text(1000, '\0');
         const ssize_t got = ::recv(m_socket, text.data(), text.size(), 0);
         text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
@@ -192,6 +192,15 @@ TEST_F(CDaemonLifeTest, SystemdIsToldOfReadinessReloadsAndTheEnd) {
     daemon.Kill(SIGTERM);
     EXPECT_EQ(notified.Next(), "STOPPING=1");
     EXPECT_EQ(daemon.Ended(), 0);
+}
+
+TEST_F(CDaemonLifeTest, ADaemonThatAToolHasStartedTellsNothingToTheSystemdOfItsClient) {
+    const CNotifySocket notified(Home("notify"));
+    ::setenv("WATCHDOG_USEC", "200000", 1);
+    EXPECT_NE(Connect()->GetSessionId(), apigen::Guid{});
+    ::kill(DaemonPid(), SIGTERM);
+    EXPECT_TRUE(AwaitNoDaemon());
+    EXPECT_EQ(notified.Next(0), "");
 }
 
 TEST_F(CDaemonLifeTest, TheWatchdogIsFed) {

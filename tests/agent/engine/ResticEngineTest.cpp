@@ -204,6 +204,9 @@ TEST_F(ResticEngine, WhatTheWalkLeavesOutStaysOutAndEmptyFoldersStay) {
     m_engine->Prepare({store, "job"}, {});
     const auto result = BackUp(store, "point-1", "", walk);
     EXPECT_EQ(result.Warnings, 0U);
+    // Another list, as masks make it, compares with the point before all the same.
+    m_folder.Write("source/keep/more.tmp", "1");
+    EXPECT_EQ(BackUp(store, "point-2", result.Snapshot, walk).FilesRead, 0U);
     const std::string restored = Restored(store, result.Snapshot) + source;
     std::vector<std::string> names;
     for (const auto& entry : fs::recursive_directory_iterator(restored))

@@ -303,8 +303,8 @@ TEST_F(ResticFaults, NonsenseForAListOfSnapshotsIsAFailure) {
 
 TEST_F(ResticFaults, TheMessageHoldsTheLastWordsEscaped) {
     const auto message =
-        MessageOf<CEngineFailed>([&] { BackUp("printf 'Fatal: \\033[1mno\\n' >&2; exit 1"); });
-    EXPECT_NE(message.find("exited with status 1: Fatal: \\x1b[1mno"), std::string::npos) << message;
+        MessageOf<CEngineFailed>([&] { BackUp("printf 'Fatal: \\033[1mno\\n''way\\n' >&2; exit 1"); });
+    EXPECT_NE(message.find("exited with status 1: Fatal: \\x1b[1mno / way"), std::string::npos) << message;
 }
 
 }  // namespace
