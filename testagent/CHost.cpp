@@ -13,11 +13,12 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <system_error>
 #include <utility>
 
 #include "service/Failure.h"
+#include "support/common/PassDescriptors.h"
+#include "support/common/Waiting.h"
 #include "testagent/Shared.h"
 #include "testagent/Termination.h"
 
@@ -48,25 +49,10 @@ struct SWish {
 
 /// What a tool says, which must have come.
 SWish ReceiveWish(const CDescriptor& tool) {
-    constexpr std::size_t MaxDescriptors = 16;
     SWish wish;
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(MaxDescriptors * sizeof(int))> control{};
-    iovec part{&wish.Word, 1};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    (void)RetryInterrupted([&] { return ::recvmsg(tool.Get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC); });
-    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
-         header = CMSG_NXTHDR(&message, header)) {
-        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
-        std::array<int, MaxDescriptors> streams{};
-        const std::size_t size = header->cmsg_len - CMSG_LEN(0);
-        std::memcpy(streams.data(), CMSG_DATA(header), size);
-        for (std::size_t i = 0; i < size / sizeof(int); ++i)
-            wish.Streams.emplace_back(streams[i]);
-    }
+    apigen::common::SPassedDescriptors streams;
+    (void)apigen::common::ReceiveWithDescriptors(tool.Get(), {&wish.Word, 1}, streams);
+    wish.Streams = std::move(streams.All);
     return wish;
 }
 

@@ -21,6 +21,7 @@
 
 #include "service/EventSocket.h"
 #include "support/common/CDescriptor.h"
+#include "support/common/PassDescriptors.h"
 #include "support/common/Waiting.h"
 #include "testagent/CHost.h"
 
@@ -69,21 +70,8 @@ std::optional<unsigned char> Receive(const CDescriptor& connection) {
 
 /// Hands our standard input and output over. False when the agent ends instead of taking them.
 bool Join(const CDescriptor& agent) {
-    const std::array<int, 2> streams = {STDIN_FILENO, STDOUT_FILENO};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof streams)> control{};
-    char word = JoinWord;
-    iovec part{&word, 1};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    cmsghdr* const header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(sizeof streams);
-    std::memcpy(CMSG_DATA(header), streams.data(), sizeof streams);
-    const ssize_t sent = RetryInterrupted([&] { return ::sendmsg(agent.Get(), &message, MSG_NOSIGNAL); });
+    constexpr std::array<int, 2> Streams = {STDIN_FILENO, STDOUT_FILENO};
+    const ssize_t sent = apigen::common::SendWithDescriptors(agent.Get(), {&JoinWord, 1}, Streams);
     if (sent < 0 && errno != EPIPE && errno != ECONNRESET) {
         zamservice::ThrowErrno("Handing the standard streams to the shared agent failed");
     }

@@ -18,7 +18,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -30,6 +29,7 @@
 #include "service/Failure.h"
 #include "support/common/CDescriptorDevice.h"
 #include "support/common/FrameHeader.h"
+#include "support/common/PassDescriptors.h"
 #include "support/common/Waiting.h"
 
 namespace tarvo {
@@ -62,22 +62,6 @@ SPeer PeerOf(int control) {
         throw std::system_error(errno, std::generic_category(), "Asking for a peer's credentials failed");
     }
     return {peer.uid, UserName(peer.uid), peer.pid};
-}
-
-/// The descriptors that came with a message.
-std::vector<CDescriptor> TakeDescriptors(msghdr& message) {
-    std::vector<CDescriptor> taken;
-    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
-         header = CMSG_NXTHDR(&message, header)) {
-        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
-        const std::size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (std::size_t i = 0; i < count; ++i) {
-            int descriptor = -1;
-            std::memcpy(&descriptor, CMSG_DATA(header) + i * sizeof(int), sizeof descriptor);
-            taken.emplace_back(descriptor);
-        }
-    }
-    return taken;
 }
 
 /// What can go at once: nobody waits for a client that is turned away.
@@ -192,17 +176,9 @@ void CConnections::Add(CDescriptor control) {
 /// Takes in what the tool says: its word, and later that it leaves.
 void CConnections::Receive(SConnection& connection) {
     std::array<char, 64> bytes{};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(MaxDescriptors * sizeof(int))> attachment{};
-    iovec room{bytes.data(), bytes.size()};
-    msghdr message{};
-    message.msg_iov = &room;
-    message.msg_iovlen = 1;
-    message.msg_control = attachment.data();
-    message.msg_controllen = attachment.size();
-    const ssize_t got = apigen::common::RetryInterrupted(
-        [&] { return ::recvmsg(connection.Control.Get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC); });
+    apigen::common::SPassedDescriptors given;
+    const ssize_t got = apigen::common::ReceiveWithDescriptors(connection.Control.Get(), bytes, given);
     if (got < 0 && errno == EAGAIN) return;
-    auto given = TakeDescriptors(message);
     if (connection.HasThread) {
         // Nothing more is expected; descriptors are closed, and a word too many ends the service as well.
         End(connection, "the tool has left");
@@ -212,8 +188,8 @@ void CConnections::Receive(SConnection& connection) {
         Drop(connection);
         return;
     }
-    connection.IsTruncated = connection.IsTruncated || (message.msg_flags & MSG_CTRUNC) != 0;
-    for (auto& descriptor : given)
+    connection.IsTruncated = connection.IsTruncated || given.IsTruncated;
+    for (auto& descriptor : given.All)
         if (connection.Given.size() <= MaxDescriptors) connection.Given.push_back(std::move(descriptor));
     connection.Word.append(bytes.data(), static_cast<std::size_t>(got));
     const bool isWhole = connection.Word.size() >= handover::Word.size();

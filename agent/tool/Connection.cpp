@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -16,6 +15,7 @@
 
 #include "agent/daemon/Handover.h"
 #include "support/common/CChildProcess.h"
+#include "support/common/PassDescriptors.h"
 #include "support/common/Text.h"
 #include "support/common/Waiting.h"
 
@@ -172,21 +172,8 @@ CDescriptor ConnectToDaemon(const SFolders& folders) {
 }
 
 void HandOver(const CDescriptor& control) {
-    const std::array<int, 2> descriptors = {STDIN_FILENO, STDOUT_FILENO};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof descriptors)> attachment{};
-    std::string word(handover::Word);
-    iovec text{word.data(), word.size()};
-    msghdr message{};
-    message.msg_iov = &text;
-    message.msg_iovlen = 1;
-    message.msg_control = attachment.data();
-    message.msg_controllen = attachment.size();
-    cmsghdr* const header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(sizeof descriptors);
-    std::memcpy(CMSG_DATA(header), descriptors.data(), sizeof descriptors);
-    const ssize_t sent = RetryInterrupted([&] { return ::sendmsg(control.Get(), &message, MSG_NOSIGNAL); });
+    constexpr std::array<int, 2> Streams = {STDIN_FILENO, STDOUT_FILENO};
+    const ssize_t sent = apigen::common::SendWithDescriptors(control.Get(), handover::Word, Streams);
     // A daemon that refuses us may have closed the connection by now; what it says of that is still to be read.
     if (sent < 0 && errno != EPIPE && errno != ECONNRESET) FailByErrno("handing over the client failed");
 }
