@@ -107,7 +107,7 @@ void CRun::Run() noexcept {
     }
     if (m_hasSlot) m_agent.GiveSlot(m_repository.Id);
     try {
-        m_agent.End(m_active, m_outcome, isInterrupted, std::exchange(m_lines, {}));
+        m_agent.End(m_active, m_outcome, isInterrupted, std::exchange(m_lines, {}), std::move(m_unkept));
     } catch (const std::exception& error) {
         m_agent.m_log.Error("A session has ended badly: " + Escaped(error.what()));
     }
@@ -150,7 +150,8 @@ void CRun::Tell(const std::function<void(SBackupJobSessionInfo&)>& change) {
         [&](SSession& session) {
             if (change) change(session.Info);
         },
-        std::exchange(m_lines, {}));
+        m_lines);
+    m_lines.clear();  // not before they are kept
 }
 
 void CRun::TellNowAndThen() {
@@ -360,7 +361,8 @@ void CRun::ChooseChain() {
             changed.Info.SessionAlgorithm =
                 m_isFirst ? JobSessionAlgorithm::Full : JobSessionAlgorithm::Increment;
         },
-        std::exchange(m_lines, {}));
+        m_lines);
+    m_lines.clear();
     RequireGoingOn();
 }
 
@@ -503,27 +505,34 @@ void CRun::KeepPoint(const SBackupResult& result, std::uint64_t bytesRead, Momen
     Say(Type::Info, "The point " + PlainText(point.Id) +
                         " is complete: " + std::to_string(result.FilesTotal) + " files, " +
                         std::to_string(result.BytesTotal) + " bytes");
+    const SEnding::Also keep = [agent = &m_agent, point, elapsed, bytesRead, size, now](SSession& session,
+                                                                                        SJob* job) {
+        auto& info = session.Info;
+        const auto percent = info.PercentCompleted;
+        TellProgress(info, {point.SourceBytes, point.SourceBytes}, elapsed);
+        info.PercentCompleted = std::max(percent, info.PercentCompleted);
+        info.ReadSizeBytes = bytesRead;
+        info.BackedUpSizeBytes = static_cast<long>(point.SourceBytes);
+        info.TransferredSizeBytes = static_cast<long>(point.StoredBytes);
+        info.RepositorySizeInfo = size;
+        agent->m_store.AddPoint(point);
+        if (job == nullptr) return;
+        job->LastBackup = now;
+        if (point.Type == RestorePointType::Full) job->LastActiveFull = now;
+    };
     const std::lock_guard changes(m_agent.m_changes);
     SJob job = m_agent.JobForChange(m_job.Id);
-    job.LastBackup = now;
-    if (m_isFirst) job.LastActiveFull = now;
-    m_agent.AmendLocked(
-        *m_active,
-        [&](SSession& session) {
-            auto& info = session.Info;
-            TellProgress(info, {result.BytesTotal, result.BytesTotal}, elapsed);
-            info.ReadSizeBytes = bytesRead;
-            info.BackedUpSizeBytes = static_cast<long>(result.BytesTotal);
-            info.TransferredSizeBytes = static_cast<long>(point.StoredBytes);
-            info.RepositorySizeInfo = size;
-        },
-        std::exchange(m_lines, {}),
-        [&] {
-            m_agent.m_store.AddPoint(point);
-            m_agent.m_store.SaveJob(job);
-        });
-    m_agent.ShowJob(job);
     m_isPointKept = true;
+    try {
+        m_agent.AmendLocked(
+            *m_active, [&](SSession& session) { keep(session, &job); }, m_lines,
+            [&] { m_agent.m_store.SaveJob(job); });
+    } catch (const CStateError&) {
+        m_unkept = keep;  // with the end of the session
+        throw;
+    }
+    m_lines.clear();
+    m_agent.ShowJob(job);
 }
 
 // Afterwards

@@ -75,6 +75,7 @@ private:
     std::chrono::steady_clock::time_point m_workBegan;
     std::chrono::steady_clock::time_point m_lastTold;
     bool m_isPointKept = false;
+    SEnding::Also m_unkept;  ///< writes the point that could not be written when it was made
     Status m_outcome{};
 };
 

@@ -454,7 +454,7 @@ TEST_F(AgentTest, APointThatWasBeingForgottenWhenTheAgentWasKilledIsNotOffered) 
     EXPECT_EQ(points[0].Id, second.OibId);
 }
 
-TEST_F(AgentTest, APointThatAFullDiskKeptFromBeingNotedIsAdoptedLater) {
+TEST_F(AgentTest, APointThatAFullDiskKeptFromBeingNotedIsNotedWhenThereIsRoom) {
     if (::mount("none", Folders.State.c_str(), "tmpfs", 0, "size=2m") != 0) GTEST_SKIP() << "may not mount";
     Start();
     const Guid job = MakeJob();
@@ -464,18 +464,22 @@ TEST_F(AgentTest, APointThatAFullDiskKeptFromBeingNotedIsAdoptedLater) {
         while (filling.write(block.data(), static_cast<std::streamsize>(block.size())).flush()) {
         }
     };
-    const auto info = RunJob(job);
+    const Guid session = Agent->StartJob(Caller, job, {});
+    EXPECT_TRUE(Await([&] { return Says(Agent->SessionInfo(session), "can't be written down yet"); }));
     Engine->m_afterBackup = {};
-    EXPECT_EQ(info.Result, JobResult::Failed) << Lines(info);
-    EXPECT_TRUE(Says(info, "make room")) << Lines(info);
+    EXPECT_TRUE(Says(Agent->SessionInfo(session), "make room"));
+    EXPECT_EQ(Agent->SessionInfo(session).Result, JobResult::None);
     EXPECT_TRUE(Agent->PointsForRestore(job).empty());
     EXPECT_THROW(Agent->SetUserData(Caller, job, std::string(100000, 'x')), CStateError);
     EXPECT_EQ(Agent->UserData(job), "");
     std::filesystem::remove(Folders.State + "/filling");
     Agent->SetUserData(Caller, job, "there is room again");
+    const auto info = AwaitEnd(session);
+    EXPECT_EQ(info.Result, JobResult::Warning) << Lines(info);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
     Restart();
-    EXPECT_TRUE(Await([&] { return Agent->PointsForRestore(job).size() == 1; }));
-    EXPECT_EQ(AwaitEnd(info.Uid).Result, JobResult::Warning);
+    EXPECT_EQ(Agent->SessionInfo(session), info);
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
     Agent.reset();
     ::umount2(Folders.State.c_str(), MNT_DETACH);
 }

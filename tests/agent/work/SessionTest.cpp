@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Sessions: how they go, end, are stopped and tried again.
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <sys/stat.h>
 
 #include "tests/agent/work/Fixture.h"
@@ -532,6 +533,74 @@ TEST_F(AgentTest, ClientsThatChangeAndLookAtOnceDisturbNobody) {
             EXPECT_NE(AwaitEnd(session).Result, JobResult::None);
         }
     }
+}
+
+// What can't be written down
+
+/// Makes changes of the state fail from beside, as a full disk does.
+class CNothingIsWritten {
+public:
+    CNothingIsWritten(const std::string& home, const std::string& what)
+        : m_database(home + "/state/state.db", SQLite::OPEN_READWRITE, 5000) {
+        m_database.exec("CREATE TRIGGER full BEFORE " + what + " BEGIN SELECT RAISE(ABORT, 'full'); END");
+    }
+    void End() { m_database.exec("DROP TRIGGER full"); }
+
+private:
+    SQLite::Database m_database;
+};
+
+constexpr const char* Endings = "UPDATE ON session WHEN NEW.is_finished = 1";
+
+TEST_F(AgentTest, AnEndThatCantBeWrittenIsTriedAgainAndNothingElseIsShownBefore) {
+    Start();
+    const Guid job = MakeJob();
+    CNothingIsWritten full(Home, Endings);
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Await([&] { return Says(Agent->SessionInfo(session), "can't be written down yet"); }));
+    EXPECT_NE(Agent->SessionInfo(session).State, JobState::Stopped);
+    EXPECT_EQ(Agent->SessionInfo(session).Result, JobResult::None);
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CJobIsRunning);
+    full.End();
+    const auto info = AwaitEnd(session);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_EQ(info.PercentCompleted, 100);
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+    Restart();
+    EXPECT_EQ(Agent->SessionInfo(session), info);
+}
+
+TEST_F(AgentTest, APointThatCantBeWrittenDownIsNotLost) {
+    Start();
+    const Guid job = MakeJob();
+    CNothingIsWritten full(Home, "INSERT ON point");
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Await([&] { return Says(Agent->SessionInfo(session), "can't be written down yet"); }));
+    EXPECT_TRUE(Agent->PointsForRestore(job).empty());
+    full.End();
+    const auto info = AwaitEnd(session);
+    EXPECT_EQ(info.Result, JobResult::Warning) << Lines(info);
+    EXPECT_EQ(info.BackedUpSizeBytes, 3000);
+    EXPECT_EQ(info.PercentCompleted, 100);
+    const auto points = Agent->PointsForRestore(job);
+    ASSERT_EQ(points.size(), 1U);
+    EXPECT_EQ(points[0].Id, info.OibId);
+    EXPECT_TRUE(Agent->JobInfo(job).LastBackupTimeUtc);
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
+}
+
+TEST_F(AgentTest, AnEndThatCouldNotBeWrittenIsWrittenWhenTheAgentEnds) {
+    Start();
+    const Guid job = MakeJob();
+    CNothingIsWritten full(Home, Endings);
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Await([&] { return Says(Agent->SessionInfo(session), "can't be written down yet"); }));
+    full.End();
+    Agent->Stop();
+    EXPECT_EQ(Agent->SessionInfo(session).Result, JobResult::Success);
+    Restart();
+    const auto info = Agent->SessionInfo(session);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
 }
 
 // The end of the agent
