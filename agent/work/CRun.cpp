@@ -468,13 +468,7 @@ void CRun::BackUp() {
     };
     SBackupResult result;
     try {
-        try {
-            result = m_agent.m_engine->BackUp(request, stop);
-        } catch (const CStoreLocked&) {
-            // Left by a process that was killed; a living one's lock stays.
-            m_agent.m_engine->Unlock(request.Store, stop);
-            result = m_agent.m_engine->BackUp(request, stop);
-        }
+        result = m_agent.m_engine->BackUp(request, stop);
     } catch (const CNoLocation&) {
         throw;  // the disk is away, not the chain
     } catch (const CNoStore& lost) {

@@ -371,12 +371,14 @@ TEST_F(AgentTest, AnActiveFullBackupBeginsANewChain) {
     EXPECT_TRUE(std::filesystem::exists(Home + "/location/tarvo/" + PlainText(job) + "/2/config"));
 }
 
-TEST_F(AgentTest, ALockThatAKilledProcessLeftIsRemoved) {
+TEST_F(AgentTest, AStoreThatTheEngineHasWaitedForIsNotWaitedForAgain) {
     Start();
     const Guid job = MakeJob();
-    Engine->FailNext<CStoreLocked>("locked");
-    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
-    EXPECT_EQ(Engine->CountOf("unlock"), 1U);
+    Engine->FailNext<CStoreLocked>("locked by 7");
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(info, "locked by 7")) << Lines(info);
+    EXPECT_EQ(Engine->CountOf("back up"), 1U);
 }
 
 // Retention
