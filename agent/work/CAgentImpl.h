@@ -109,6 +109,12 @@ public:
     bool CanRepositoryBeDeleted(const Guid& id) const;
     apigen::Optional<zamclientlib::SBackupRepositorySizeInfo> RepositorySize(const Guid& id) const;
 
+    /// Why nothing can be written there now; empty when it can.
+    std::string RepositoryFault(const zamclientlib::SBackupRepositoryInfo& repository);
+
+    /// Whether the disk of that place is not mounted, though the folder on which it was may be there.
+    bool IsAway(const Guid& repository, const std::string& location);
+
     template <class R>
     std::vector<R> All() const;
     template <class R>
@@ -225,6 +231,9 @@ private:
     std::optional<SJob> FindJob(const Guid& id) const;
     SWorkSettings Settings() const;
     SEngineStore StoreOf(const SChain& chain, const std::optional<std::string>& password) const;
+
+    /// Notes on which mount point the repository stands, for `IsAway`.
+    void NoteMount(const zamclientlib::SBackupRepositoryInfo& repository) noexcept;
 
     template <class R>
     std::vector<R>& ListOf();

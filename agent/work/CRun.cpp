@@ -263,10 +263,11 @@ void CRun::FindRepository() {
     const auto repository = m_agent.Find<SBackupRepositoryInfo>(m_job.Config.RepositoryId);
     if (!repository) throw CFailure("The job's repository does not exist any more");
     m_repository = *repository;
-    if (const std::string fault = LocationFault(m_repository); !fault.empty()) {
+    if (const std::string fault = m_agent.RepositoryFault(m_repository); !fault.empty()) {
         throw CFailure("Nothing can be written to the repository " + Quoted(m_repository.Name) + ": " +
                        fault);
     }
+    m_agent.NoteMount(m_repository);
     const std::string location = LocationOf(m_repository);
     const auto size = SizeOf(m_repository);
     Tell([&](SBackupJobSessionInfo& info) {
@@ -577,7 +578,7 @@ void CRun::Forget(const SChain& chain, const std::vector<SRetentionChoice>& choi
         password = m_agent.m_store.ChainPassword(m_job.Id, chain.Number);
     }
     const auto store = m_agent.StoreOf(chain, password);
-    const bool isAway = ::access(chain.Location.c_str(), F_OK) != 0;
+    const bool isAway = m_agent.IsAway(chain.Repository, chain.Location);
     if (isWhole) {
         if (isAway && !choices.empty()) throw CAway(Quoted(chain.Location) + " is not there");
         if (!isAway) m_agent.m_engine->Remove(store);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Sessions: how they go, end, are stopped and tried again.
 #include <SQLiteCpp/SQLiteCpp.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
+#include "agent/core/Validity.h"
 #include "tests/agent/work/Fixture.h"
 
 namespace tarvo::tests {
@@ -343,6 +345,91 @@ TEST_F(AgentTest, ALostChainIsFollowedByANewOneAndComesBackWithItsDisk) {
                             Home + "/location/tarvo/" + PlainText(job) + "/1");
     RunJob(job);
     EXPECT_EQ(Agent->PointsForRestore(job).size(), 3U);
+}
+
+/// A location that is the mount point of a disk.
+class DiskTest : public AgentTest {
+protected:
+    void SetUp() override {
+        std::filesystem::create_directory(Home + "/disk");
+        if (!Mount()) GTEST_SKIP() << "may not mount";
+        Start();
+    }
+    ~DiskTest() override {
+        Agent.reset();
+        Unmount();
+    }
+    bool Mount() { return ::mount(Disk.c_str(), Location.c_str(), nullptr, MS_BIND, nullptr) == 0; }
+    void Unmount() { ::umount2(Location.c_str(), MNT_DETACH); }
+
+    const std::string Disk = Home + "/disk";
+    const std::string Location = Home + "/location";
+};
+
+TEST_F(DiskTest, TheEmptyFolderOfAMountPointIsNoLostChain) {
+    auto config = Config();
+    config.ScheduleInfo = EveryDayAt(13);
+    const Guid job = Agent->CreateJob(Caller, config);
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+    Unmount();
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+    EXPECT_NE(ErrorsOf(Agent->CheckValidity(job)).find("is not mounted"), std::string::npos);
+    MoveClock(1h);
+    const auto failed = AwaitSession(job, 2);
+    EXPECT_EQ(failed.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(failed, "is not mounted")) << Lines(failed);
+    EXPECT_TRUE(std::filesystem::is_empty(Location));
+    Restart();
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
+    ASSERT_TRUE(Mount());
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Increment) << Lines(info);
+}
+
+TEST_F(DiskTest, AFirstRunBeginsNothingBelowAMountPointEither) {
+    const Guid job = MakeJob();
+    Unmount();
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+    ASSERT_TRUE(Mount());
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+}
+
+TEST_F(DiskTest, ADiskThatWasEmptiedTakesANewChain) {
+    const Guid job = MakeJob();
+    RunJob(job);
+    std::filesystem::remove_all(Location + "/tarvo");
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Full);
+    EXPECT_TRUE(Says(info, "no longer where it was")) << Lines(info);
+}
+
+TEST_F(DiskTest, ChainsThatWereMovedBelowTheMountPointAreTaken) {
+    const Guid job = MakeJob();
+    RunJob(job);
+    Unmount();
+    std::filesystem::rename(Disk + "/tarvo", Location + "/tarvo");
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
+    std::filesystem::remove_all(Location + "/tarvo");  // the folder is the repository's place from now on
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Full);
+}
+
+TEST_F(DiskTest, OldPointsOnAnUnmountedDiskAreNotForgotten) {
+    auto config = Config();
+    config.RetentionInfo.RestorePointsCount = 1;
+    const Guid job = Agent->CreateJob(Caller, config);
+    RunJob(job);
+    config.RepositoryId = MakeRepository("other", "other");
+    Agent->UpdateJob(Caller, job, config);
+    Unmount();
+    const auto info = RunJob(job);
+    EXPECT_TRUE(Says(info, "for now")) << Lines(info);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 2U);
+    ASSERT_TRUE(Mount());
+    RunJob(job);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
+    EXPECT_TRUE(std::filesystem::is_empty(Disk + "/tarvo") ||
+                !std::filesystem::exists(Disk + "/tarvo/" + PlainText(job) + "/1"));
 }
 
 TEST_F(AgentTest, ADamagedChainIsNamedAndFollowedByANewOne) {
