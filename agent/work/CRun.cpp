@@ -105,6 +105,13 @@ void CRun::Run() noexcept {
         m_lines.push_back(
             LogLine(Type::Warning, std::to_string(m_linesLeftOut) + " further lines are left out"));
     }
+    if (!m_isPointKept && m_progress.BytesDone != 0) {
+        // How far it has come, whenever that was told last.
+        const auto elapsed = std::chrono::duration_cast<milliseconds>(m_lastProgress - m_workBegan);
+        m_unkept = [progress = m_progress, elapsed](SSession& session, SJob* /*job*/) {
+            TellProgress(session.Info, progress, elapsed);
+        };
+    }
     if (m_hasSlot) m_agent.GiveSlot(m_repository.Id);
     try {
         m_agent.End(m_active, m_outcome, isInterrupted, std::exchange(m_lines, {}), std::move(m_unkept));
@@ -197,7 +204,6 @@ void CRun::Work() {
         Say(Type::Info, "No snapshot is taken: files are read as they stand while the job runs");
     }
     EnterState(JobState::Working);
-    m_workBegan = steady_clock::now();
 
     if (!m_isChecked) Check();
     RunPreJobScript();
@@ -459,8 +465,13 @@ void CRun::BackUp() {
     request.Compress = m_job.Config.StorageInfo.CompressionLevel != JobCompressionLevel::None;
     request.OneFileSystem = walked.OneFileSystem;
     request.Parent = parent;
+    const bool isAllRead = parent.empty();
+    m_workBegan = steady_clock::now();
     request.OnProgress = [&](const SBackupProgress& progress) {
-        m_progress = {progress.BytesDone, progress.BytesTotal};
+        const auto read = isAllRead ? progress.BytesDone
+                                    : ReadOf(walked.BytesSince, progress.BytesDone, progress.BytesTotal);
+        m_progress = {progress.BytesDone, progress.BytesTotal, read};
+        m_lastProgress = steady_clock::now();
         TellNowAndThen();
     };
     request.OnWarning = [&](const SEngineWarning& warning) {
@@ -504,7 +515,7 @@ void CRun::KeepPoint(const SBackupResult& result, std::uint64_t bytesRead, Momen
                                                                                         SJob* job) {
         auto& info = session.Info;
         const auto percent = info.PercentCompleted;
-        TellProgress(info, {point.SourceBytes, point.SourceBytes}, elapsed);
+        TellProgress(info, {point.SourceBytes, point.SourceBytes, 0}, elapsed);
         info.PercentCompleted = std::max(percent, info.PercentCompleted);
         info.ReadSizeBytes = bytesRead;
         info.BackedUpSizeBytes = static_cast<long>(point.SourceBytes);

@@ -84,6 +84,39 @@ TEST_F(AgentTest, ProgressIsToldWhileItRuns) {
     EXPECT_GT(ended.Usn, working.Usn);
 }
 
+TEST_F(AgentTest, SizesMoveWithTheEnginesProgressAndEndTrue) {
+    Engine->m_progress = {{0, 0, 500, 1000}};
+    Start();
+    const Guid job = MakeJob();
+    SBackupJobSessionInfo midway;
+    Engine->m_isSeen = [&, began = std::chrono::steady_clock::now()] {
+        std::this_thread::sleep_for(2ms);
+        midway = Agent->SessionInfo(*Agent->LastSessionOf(job));
+        return midway.PercentCompleted == 50 || std::chrono::steady_clock::now() - began > 20s;
+    };
+    RunJob(job);
+    EXPECT_EQ(midway.PercentCompleted, 50);
+    EXPECT_EQ(midway.ReadSizeBytes, 500U);
+    EXPECT_EQ(midway.BackedUpSizeBytes, 500);
+    EXPECT_GT(midway.ProcessingRateByteInSec, 0);
+    const auto second = RunJob(job);
+    EXPECT_EQ(midway.ReadSizeBytes, 2U);  // half of the one file that has changed
+    EXPECT_EQ(second.ReadSizeBytes, 2000U);
+    EXPECT_EQ(second.BackedUpSizeBytes, 3000);
+}
+
+TEST_F(AgentTest, AFailedSessionTellsHowFarItCame) {
+    Engine->m_progress = {{0, 0, 100, 1000},
+                          {0, 0, 900, 1000}};  // the second comes too soon to be told at once
+    Start();
+    const Guid job = MakeJob();
+    Engine->m_afterBackup = [] { throw CEngineFailed("fault"); };
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Failed);
+    EXPECT_EQ(info.PercentCompleted, 90);
+    EXPECT_EQ(info.ReadSizeBytes, 900U);
+}
+
 TEST_F(AgentTest, AJobThatRunsRefusesWhatWouldDisturbIt) {
     Engine->Hold(true);
     Start();
