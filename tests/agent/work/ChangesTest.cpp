@@ -2,11 +2,13 @@
 // Control, jobs, places, events, and what an end without a farewell leaves.
 #include <archive.h>
 #include <archive_entry.h>
+#include <malloc.h>
 #include <sys/mount.h>
 
 #include <map>
 
 #include "agent/state/CStore.h"
+#include "tests/Sanitized.h"
 #include "tests/agent/work/Fixture.h"
 
 namespace tarvo::tests {
@@ -346,6 +348,43 @@ TEST_F(AgentTest, GrabbedLogsHoldWhatHappenedAndNoSecret) {
     EXPECT_THROW(Agent->GrabLogs(Peer, path), CGenericException);
     EXPECT_THROW(Agent->GrabLogs(Peer, "logs.tar.gz"), CGenericException);
     EXPECT_THROW(Agent->GrabLogs(Peer, Home + "/no/logs.tar.gz"), CGenericException);
+}
+
+TEST_F(AgentTest, GrabbingLogsHoldsLittleHoweverMuchThereIs) {
+    if (::tests::IsSanitized) GTEST_SKIP() << "watched memory is no measure";
+    constexpr long Mb = 1024;
+    Start();
+    const auto info = RunJob(MakeJob());
+    {
+        CStore store(Folders.State);
+        const std::vector<SLogDetail> lines(
+            1000, SLogDetail{ELogDetailType::Info, NewGuid(), std::string(16000, 'x')});
+        for (int i = 0; i < 4; ++i) {
+            store.AddLines(info.Uid, lines);
+        }
+        store.AddLines(info.Uid, {{ELogDetailType::Info, NewGuid(), "the last line"}});
+    }
+    std::ofstream(Folders.Log + "/tarvod.log") << "the first line of the log\n";
+    std::filesystem::resize_file(Folders.Log + "/tarvod.log", 100ULL << 20);
+    const auto peak = [] {
+        std::ifstream status("/proc/self/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6));
+        }
+        return 0L;
+    };
+    ::malloc_trim(0);
+    std::ofstream("/proc/self/clear_refs") << "5";
+    const long before = peak();
+    const std::string path = Home + "/logs.tar.gz";
+    Agent->GrabLogs(Peer, path);
+    EXPECT_LT(peak() - before, 30 * Mb);
+    const auto files = Unpacked(path);
+    EXPECT_EQ(files.at("log/tarvod.log").size(), 100ULL << 20);
+    EXPECT_EQ(files.at("log/tarvod.log").find("the first line"), 0U);
+    const auto told = files.find("sessions/" + PlainText(info.JobUid) + "/1.txt");
+    ASSERT_NE(told, files.end());
+    EXPECT_NE(told->second.find("the last line"), std::string::npos);
 }
 
 // After a crash
