@@ -158,7 +158,9 @@ protected:
 TEST_F(Commands, BeforeTheFirstStartThereIsNothing) {
     EXPECT_EQ(Run({"points"}), commands::Done) << m_errors;
     EXPECT_EQ(m_out, "");
+    EXPECT_EQ(m_errors, "There are no points yet\n");
     EXPECT_EQ(Run({"chains", "--json"}), commands::Done);
+    EXPECT_EQ(m_out + m_errors, "");
     EXPECT_EQ(Run({"verify"}), commands::Done);
     EXPECT_EQ(Run({"forget", "--orphans"}), commands::Done);
     EXPECT_EQ(Run({"restore", "latest", "--to", "/x"}), commands::NotFound);
