@@ -2,7 +2,11 @@
 // Commands that do something: restore, verify, forget.
 #include "agent/commands/Actions.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <set>
 
@@ -99,6 +103,9 @@ int VerifyChain(const SPlace& place, CLookup& lookup, IEngine& engine, const SCh
     } catch (const CStoreDamaged& damage) {
         Mark(lookup, chain, EChainState::Damaged, damage.what(), std::nullopt);
         tell("damaged", damage.what());
+    } catch (const CStoreLocked& busy) {
+        tell("not read",
+             std::string("a session or another command works on it; try again later. ") + busy.what());
     } catch (const CEngineMissing&) {
         throw;
     } catch (const CEngineTooOld&) {
@@ -109,9 +116,66 @@ int VerifyChain(const SPlace& place, CLookup& lookup, IEngine& engine, const SCh
     return Failed;
 }
 
+/// What stands where a point's entries come back. The engine would write through links to wherever they lead, fails
+/// where there is a link or a pipe, and drops all but one of a file's names; so whatever has a new one coming goes first.
+class COverwritten {
+public:
+    explicit COverwritten(std::string root) : m_root(std::move(root)) {}
+
+    /// \throws CCommandError when something stands there that is not replaced
+    void Look(const SEntry& entry, bool isWanted) {
+        std::string path = m_root + entry.Path;
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) != 0) return;
+        const bool isFolder = S_ISDIR(status.st_mode);
+        if (entry.Type == EEntryType::Folder && !isFolder) {
+            throw CCommandError(Failed, Quoted(path) +
+                                            " is no folder, and the point has one there: nothing was " +
+                                            "restored; move it away, or restore to another folder");
+        }
+        if (!isWanted || entry.Type == EEntryType::Folder) return;
+        if (isFolder) {
+            throw CCommandError(Failed, Quoted(path) +
+                                            " is a folder, and the point has none there: nothing was " +
+                                            "restored; move it away, or restore to another folder");
+        }
+        m_paths.push_back(std::move(path));
+    }
+    void Remove() const {
+        for (const auto& path : m_paths) {
+            if (::unlink(path.c_str()) == 0 || errno == ENOENT) continue;
+            throw CCommandError(Failed,
+                                Quoted(path) + " can't be replaced: " + apigen::common::ErrorText(errno));
+        }
+    }
+
+private:
+    std::string m_root;
+    std::vector<std::string> m_paths;
+};
+
+/// \throws CCommandError where nothing can be restored to
+void CheckTarget(const std::filesystem::path& target) {
+    std::error_code error;
+    for (auto path = target; !path.empty(); path = path.parent_path()) {
+        const auto status = std::filesystem::status(path, error);
+        if (std::filesystem::is_directory(status)) return;
+        if (status.type() != std::filesystem::file_type::not_found)
+            throw CCommandError(Failed, Quoted(path.string()) + " is no folder that could be restored to");
+        if (path == path.parent_path()) return;
+    }
+}
+
+bool HoldsSomething(const std::filesystem::path& folder) {
+    std::error_code error;
+    const std::filesystem::directory_iterator first(folder, error);
+    return !error && first != std::filesystem::directory_iterator();
+}
+
 }  // namespace
 
 int Restore(const SPlace& place, const SOptions& options) {
+    if (options.To.empty()) throw CCommandError(Usage, "--to names no folder");
     const CLookup lookup(place.Folders, true);
     const auto point = lookup.Point(options.Point, options.Job);
     const auto chain = lookup.ChainOf(point);
@@ -136,9 +200,19 @@ int Restore(const SPlace& place, const SOptions& options) {
         place.Errors << "Would restore " << count << " entries, " << SizeText(bytes) << '\n';
         return Done;
     }
-    if (!filter.IsAll()) {
-        engine->List(store, point.EngineId, "/", [&](const SEntry& entry) { filter.Takes(entry.Path); }, {});
+    CheckTarget(root.empty() ? "/" : root);
+    const bool mayOverwrite = HoldsSomething(target);
+    if (mayOverwrite || !filter.IsAll()) {
+        COverwritten overwritten(root);
+        engine->List(store, point.EngineId, "/",
+                     [&](const SEntry& entry) {
+                         const bool isWanted = filter.Takes(entry.Path);
+                         if (mayOverwrite && (isWanted || filter.LeadsOn(entry.Path)))
+                             overwritten.Look(entry, isWanted);
+                     },
+                     {});
         filter.RequireAll(point);
+        overwritten.Remove();
     }
     SRestoreRequest request;
     request.Store = store;

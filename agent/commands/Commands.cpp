@@ -74,7 +74,7 @@ struct SCommandLine {
         auto* verify = Add("verify", "reads what is stored and tells whether it is sound", Verify);
         AddJob(verify);
         AddJson(verify);
-        verify->add_option("--chain", Options.Chain, "only this chain")->check(CLI::PositiveNumber);
+        verify->add_option("--chain", Options.Chain, "only this chain")->check(CLI::Range(1, 1'000'000'000));
         verify
             ->add_option("--parts", Options.Parts, "only the next of so many parts; which one is remembered")
             ->check(CLI::Range(1U, 100'000U));

@@ -59,6 +59,12 @@ bool CPathFilter::Takes(const std::string& path) {
     return std::any_of(m_paths.begin(), m_paths.end(), holds);
 }
 
+bool CPathFilter::LeadsOn(const std::string& path) const {
+    return std::any_of(m_paths.begin(), m_paths.end(), [&](const std::string& wanted) {
+        return wanted.size() > path.size() && wanted.starts_with(path) && wanted[path.size()] == '/';
+    });
+}
+
 void CPathFilter::RequireAll(const SPoint& point) const {
     if (m_missing.empty()) return;
     throw CCommandError(NotFound,
@@ -89,8 +95,8 @@ std::vector<SJob> CLookup::Jobs(const std::string& nameOrId) const {
 }
 
 std::vector<SPoint> CLookup::Points(const std::string& job) const {
-    if (m_state == nullptr) return {};
     const auto jobs = Jobs(job);
+    if (m_state == nullptr) return {};
     auto points = m_state->Points();
     if (!job.empty()) std::erase_if(points, [&](const SPoint& point) { return !IsOf(jobs, point.Job); });
     std::stable_sort(points.begin(), points.end(),
@@ -99,8 +105,8 @@ std::vector<SPoint> CLookup::Points(const std::string& job) const {
 }
 
 std::vector<SChain> CLookup::Chains(const std::string& job) const {
-    if (m_state == nullptr) return {};
     const auto jobs = Jobs(job);
+    if (m_state == nullptr) return {};
     auto chains = m_state->Chains();
     if (!job.empty()) std::erase_if(chains, [&](const SChain& chain) { return !IsOf(jobs, chain.Job); });
     return chains;

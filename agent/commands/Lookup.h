@@ -38,6 +38,9 @@ public:
     /// True of the paths themselves and of what is below them.
     bool Takes(const std::string& path);
 
+    /// True of the folders above the paths.
+    bool LeadsOn(const std::string& path) const;
+
     /// \throws CCommandError NotFound that names one that has not come by
     void RequireAll(const SPoint& point) const;
 

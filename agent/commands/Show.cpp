@@ -105,7 +105,9 @@ int ShowPoints(const SPlace& place, const SOptions& options) {
             if (!job.IsDeleted) Preview(lookup, job, table);
         return Done;
     }
-    for (const auto& point : lookup.Points(options.Job))
+    const auto points = lookup.Points(options.Job);
+    if (points.empty() && !options.IsJson) place.Errors << "There are no points yet\n";
+    for (const auto& point : points)
         table.Add(PointRow(lookup, point));
     return Done;
 }
@@ -113,7 +115,9 @@ int ShowPoints(const SPlace& place, const SOptions& options) {
 int ShowChains(const SPlace& place, const SOptions& options) {
     const CLookup lookup(place.Folders, true);
     CTable table(place.Out, options.IsJson);
-    for (const auto& chain : lookup.Chains(options.Job)) {
+    const auto chains = lookup.Chains(options.Job);
+    if (chains.empty() && !options.IsJson) place.Errors << "There are no chains yet\n";
+    for (const auto& chain : chains) {
         std::uint64_t points = 0;
         for (const auto& point : lookup.State()->PointsOf(chain.Job))
             points += point.Chain == chain.Number ? 1 : 0;

@@ -14,6 +14,12 @@ unsigned short PercentOf(const SEngineProgress& progress, unsigned short before)
     return std::min(std::max(percent, before), Most);
 }
 
+std::uint64_t ReadOf(std::uint64_t toRead, std::uint64_t done, std::uint64_t total) {
+    if (total == 0) return 0;
+    const double part = std::min(static_cast<double>(done) / static_cast<double>(total), 1.0);
+    return std::min({static_cast<std::uint64_t>(static_cast<double>(toRead) * part), toRead, done});
+}
+
 long RateOf(std::uint64_t bytes, std::chrono::milliseconds elapsed) {
     if (elapsed.count() <= 0) return 0;
     const double rate = static_cast<double>(bytes) * 1000 / static_cast<double>(elapsed.count());
@@ -25,6 +31,7 @@ void TellProgress(zamclientlib::SBackupJobSessionInfo& info, const SEngineProgre
                   std::chrono::milliseconds elapsed) {
     info.PercentCompleted = PercentOf(progress, info.PercentCompleted);
     info.BackedUpSizeBytes = std::max(info.BackedUpSizeBytes, static_cast<long>(progress.BytesDone));
+    info.ReadSizeBytes = std::max(info.ReadSizeBytes, progress.BytesRead);
     info.ProcessingRateByteInSec = RateOf(progress.BytesDone, elapsed);
 }
 

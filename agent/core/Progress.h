@@ -14,7 +14,12 @@ namespace tarvo {
 struct SEngineProgress {
     std::uint64_t BytesDone = 0;
     std::uint64_t BytesTotal = 0;  ///< 0 while it is unknown
+    std::uint64_t BytesRead = 0;   ///< of `BytesDone`, those that were not as in the point before
 };
+
+/// How many of the bytes that have to be read were, when so much of everything is done. The engine doesn't tell: what
+/// is to be read is taken to be spread evenly.
+std::uint64_t ReadOf(std::uint64_t toRead, std::uint64_t done, std::uint64_t total);
 
 /// The percentage: never less than before, and 99 at most as long as the point isn't kept.
 unsigned short PercentOf(const SEngineProgress& progress, unsigned short before);

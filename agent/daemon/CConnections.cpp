@@ -141,8 +141,9 @@ void CConnections::Add(CDescriptor control) {
     if (!zamservice::IsOwnUserOrRoot(control.Get())) {
         m_log.Warning("A client of user " + peer.UserName + " (process " + std::to_string(peer.Process) +
                       ") was refused: the agent serves its own user and root");
-        SendAtOnce(control.Get(), RefusalFrame("The agent serves user " + UserName(::geteuid()) +
-                                               " and root, and not user " + peer.UserName));
+        SendAtOnce(control.Get(),
+                   RefusalFrame("The agent serves user " + UserName(::geteuid()) +
+                                (::geteuid() == 0 ? "" : " and root") + ", and not user " + peer.UserName));
         return;
     }
     if (m_all.size() >= Limit) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -40,7 +41,9 @@ public:
             Refuse(m_place, node->source(), Quoted(m_name) + " is to be a table: [" + m_name + "]");
     }
 
-    void Text(const char* key, std::string& value) {
+    /// \param mistakeIn what is wrong with a value, if anything
+    void Text(const char* key, std::string& value,
+              const std::function<std::string(const std::string&)>& mistakeIn) {
         const toml::node* const node = Take(key);
         if (node == nullptr) return;
         const auto* const text = node->as_string();
@@ -49,6 +52,8 @@ public:
         if (text->get().empty() || text->get().find('\0') != std::string::npos) {
             Refuse(m_place, node->source(), Quoted(key) + " may neither be empty nor hold a zero byte");
         }
+        const std::string mistake = mistakeIn(text->get());
+        if (!mistake.empty()) Refuse(m_place, node->source(), Quoted(key) + ' ' + mistake);
         value = text->get();
     }
 
@@ -120,7 +125,12 @@ SSettings Read(const toml::table& file, const std::string& place) {
     SSettings settings;
 
     CTable engine(file, "engine", place);
-    engine.Text("restic", settings.Restic);
+    engine.Text("restic", settings.Restic, [](const std::string& path) {
+        // Daemon and commands run in different folders.
+        return path.find('/') == std::string::npos || path[0] == '/'
+                   ? ""
+                   : "is to be an absolute path, or a name that is looked up in PATH";
+    });
     engine.Finish();
 
     CTable sessions(file, "sessions", place);

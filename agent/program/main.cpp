@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The program tarvod: the daemon, its settings' check, and the commands that are run beside it.
+#include <unistd.h>
+
+#include <cerrno>
 #include <charconv>
 #include <exception>
 #include <iostream>
@@ -17,6 +20,7 @@
 #include "agent/host/Folders.h"
 #include "agent/program/CReloadableEngine.h"
 #include "agent/work/CAgent.h"
+#include "support/common/Text.h"
 
 namespace tarvo {
 namespace {
@@ -64,7 +68,15 @@ int Run(int readyDescriptor) {
                      readyDescriptor);
 }
 
-int CheckConfig(const std::string& path) {
+/// \param isNamed a file that somebody names is to be there; the usual one may be missing
+int CheckConfig(const std::string& path, bool isNamed) {
+    if (::access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
+        (isNamed ? std::cerr : std::cout)
+            << path
+            << (isNamed ? ": there is no such file" : ": there is no such file; the defaults are used")
+            << std::endl;
+        return isNamed ? 1 : 0;
+    }
     try {
         ReadSettings(path);
         std::cout << path << ": no mistake was found" << std::endl;
@@ -96,9 +108,10 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
     if (first == handover::ReadinessOption && arguments.size() == 2 && ReadNumber(arguments[1], descriptor)) {
         return Run(descriptor);
     }
-    if (first == "--check-config" && arguments.size() <= 2) {
-        return CheckConfig(arguments.size() == 2 ? arguments[1] : FoldersOfProcess().SettingsFile);
-    }
+    if (first == "--check-config" && arguments.size() == 1)
+        return CheckConfig(FoldersOfProcess().SettingsFile, false);
+    if (first == "--check-config" && arguments.size() == 2 && !arguments[1].starts_with('-'))
+        return CheckConfig(arguments[1], true);
     if (commands::IsCommand(first)) {
         const SFolders folders = FoldersOfProcess();
         const auto makeEngine = [&] { return MakeEngine(folders, ReadSettings(folders.SettingsFile)); };
@@ -108,7 +121,9 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
         std::cout << "tarvod " ZAM_VERSION << std::endl;
         return 0;
     }
-    return PrintUsage(first == "--help" || first == "-h" ? std::cout : std::cerr);
+    if (arguments.size() == 1 && (first == "--help" || first == "-h")) return PrintUsage(std::cout);
+    std::cerr << "tarvod: can't understand " << apigen::common::Quoted(arguments.back()) << " here\n";
+    return PrintUsage(std::cerr);
 }
 
 }  // namespace

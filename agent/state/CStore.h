@@ -87,6 +87,7 @@ public:
     void AddLines(const Guid& session, const std::vector<zamclientlib::SLogDetail>& lines);
     std::optional<SSession> FindSession(const Guid& id) const;  ///< without its lines
     std::vector<zamclientlib::SLogDetail> LinesOf(const Guid& session) const;
+    std::vector<zamclientlib::SLogDetail> LinesOf(const Guid& session, std::size_t last) const;
     std::vector<Guid> SessionsOf(const Guid& job) const;  ///< oldest first
     std::vector<Guid> SessionsSince(const Guid& job, long usn) const;
     std::optional<Guid> LastSessionOf(const Guid& job) const;

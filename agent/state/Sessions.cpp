@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The tables of sessions and of their logs' lines.
+#include <limits>
+
 #include "agent/state/CDatabase.h"
 #include "agent/state/CStore.h"
 
@@ -90,9 +92,15 @@ std::optional<SSession> CStore::FindSession(const Guid& id) const {
 }
 
 std::vector<zamclientlib::SLogDetail> CStore::LinesOf(const Guid& session) const {
+    return LinesOf(session, std::numeric_limits<std::int64_t>::max());
+}
+
+std::vector<zamclientlib::SLogDetail> CStore::LinesOf(const Guid& session, std::size_t last) const {
     std::vector<zamclientlib::SLogDetail> lines;
-    auto query = m_database->Query("SELECT type, usn, message FROM line WHERE session = ? ORDER BY number");
-    query << session;
+    auto query = m_database->Query(
+        "SELECT type, usn, message FROM line WHERE session = ?1 AND number > "
+        "(SELECT COALESCE(MAX(number), 0) FROM line WHERE session = ?1) - ?2 ORDER BY number");
+    query << session << static_cast<std::int64_t>(last);
     while (query.Next()) {
         int type = 0;
         auto& line = lines.emplace_back();

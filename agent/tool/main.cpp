@@ -126,11 +126,12 @@ int Run(const std::vector<std::string_view>& arguments) {
         arguments[2] == "--logFileName") {
         return Connect(std::string(arguments[3]));
     }
-    WriteAll(STDERR_FILENO,
+    const bool isHelp = arguments.size() == 1 && (arguments[0] == "--help" || arguments[0] == "-h");
+    WriteAll(isHelp ? STDOUT_FILENO : STDERR_FILENO,
              "Connects a program to the backup agent on this host. Usage:\n"
              "  tarvoconfig extended startCommandInvoker --logFileName NAME\n"
              "  tarvoconfig extended protocolVersion\n");
-    return UsageError;
+    return isHelp ? 0 : UsageError;
 }
 
 }  // namespace

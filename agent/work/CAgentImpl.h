@@ -40,6 +40,19 @@ struct SActive {
 };
 using ActivePtr = std::shared_ptr<SActive>;
 
+/// How a session ended.
+struct SEnding {
+    /// What else is written with it. It may be written long after its maker is gone.
+    using Also = std::function<void(SSession&, SJob*)>;
+
+    zamclientlib::JobSessionTaskStatus Status{};
+    bool IsInterrupted = false;
+    std::vector<zamclientlib::SLogDetail> Lines;
+    Also Along;
+    Moment At{};
+    std::size_t LinesShown = 0;  ///< so many of them are seen by clients already
+};
+
 /// Two locks, always taken in this order:
 /// - `m_changes` lets one change happen at a time: what is written to the database, then to memory, then published. It
 ///   may be held while the disk is waited for, never while a child, the source or a repository is.
@@ -95,6 +108,12 @@ public:
     void DeleteRepository(const SCaller& caller, const Guid& id);
     bool CanRepositoryBeDeleted(const Guid& id) const;
     apigen::Optional<zamclientlib::SBackupRepositorySizeInfo> RepositorySize(const Guid& id) const;
+
+    /// Why nothing can be written there now; empty when it can.
+    std::string RepositoryFault(const zamclientlib::SBackupRepositoryInfo& repository);
+
+    /// Whether the disk of that place is not mounted, though the folder on which it was may be there.
+    bool IsAway(const Guid& repository, const std::string& location);
 
     template <class R>
     std::vector<R> All() const;
@@ -168,13 +187,16 @@ private:
     void AmendLocked(SActive& active, const std::function<void(SSession&)>& change,
                      std::vector<zamclientlib::SLogDetail> lines, const std::function<void()>& also);
 
-    /// Ends a session. `also` writes what belongs to it.
+    /// Ends a session. `also` writes what belongs to it. While that can't be written, the session goes on as far as
+    /// anybody can see, and the scheduler tries again.
     void End(const ActivePtr& active, zamclientlib::JobSessionTaskStatus status, bool isInterrupted,
-             std::vector<zamclientlib::SLogDetail> lines,
-             const std::function<void(SSession&, SJob*)>& also = {});
+             std::vector<zamclientlib::SLogDetail> lines, SEnding::Also also = {});
     void EndLocked(const ActivePtr& active, zamclientlib::JobSessionTaskStatus status, bool isInterrupted,
-                   std::vector<zamclientlib::SLogDetail> lines,
-                   const std::function<void(SSession&, SJob*)>& also);
+                   std::vector<zamclientlib::SLogDetail> lines, SEnding::Also also);
+    void WriteEnding(const ActivePtr& active, SEnding& ending);
+
+    /// Tries again to write what could not be written, when it is time for it. With m_changes held.
+    void WriteEndings(bool isLastTime);
 
     void StartThread(std::function<void()> work);
     void ReapThreads();
@@ -210,6 +232,9 @@ private:
     SWorkSettings Settings() const;
     SEngineStore StoreOf(const SChain& chain, const std::optional<std::string>& password) const;
 
+    /// Notes on which mount point the repository stands, for `IsAway`.
+    void NoteMount(const zamclientlib::SBackupRepositoryInfo& repository) noexcept;
+
     template <class R>
     std::vector<R>& ListOf();
 
@@ -220,13 +245,14 @@ private:
     ILog& m_log;
 
     std::mutex m_changes;
-    CStore m_store;             // guarded by m_changes
-    long m_usn = 0;             // likewise
-    unsigned long m_event = 0;  // likewise
+    CStore m_store;                                          // guarded by m_changes
+    long m_usn = 0;                                          // likewise
+    unsigned long m_event = 0;                               // likewise
+    std::vector<std::pair<ActivePtr, SEnding>> m_unwritten;  // likewise
+    std::chrono::steady_clock::time_point m_writeAgain;      // likewise
 
     mutable std::mutex m_state;
     std::map<Guid, ActivePtr> m_active;  ///< by job
-    std::vector<ActivePtr> m_unkept;     ///< ended, but their end could not be written down
     std::set<Guid> m_busyRepositories;
     unsigned m_working = 0;
     std::condition_variable_any m_slotFree;

@@ -105,9 +105,16 @@ void CRun::Run() noexcept {
         m_lines.push_back(
             LogLine(Type::Warning, std::to_string(m_linesLeftOut) + " further lines are left out"));
     }
+    if (!m_isPointKept && m_progress.BytesDone != 0) {
+        // How far it has come, whenever that was told last.
+        const auto elapsed = std::chrono::duration_cast<milliseconds>(m_lastProgress - m_workBegan);
+        m_unkept = [progress = m_progress, elapsed](SSession& session, SJob* /*job*/) {
+            TellProgress(session.Info, progress, elapsed);
+        };
+    }
     if (m_hasSlot) m_agent.GiveSlot(m_repository.Id);
     try {
-        m_agent.End(m_active, m_outcome, isInterrupted, std::exchange(m_lines, {}));
+        m_agent.End(m_active, m_outcome, isInterrupted, std::exchange(m_lines, {}), std::move(m_unkept));
     } catch (const std::exception& error) {
         m_agent.m_log.Error("A session has ended badly: " + Escaped(error.what()));
     }
@@ -150,7 +157,8 @@ void CRun::Tell(const std::function<void(SBackupJobSessionInfo&)>& change) {
         [&](SSession& session) {
             if (change) change(session.Info);
         },
-        std::exchange(m_lines, {}));
+        m_lines);
+    m_lines.clear();  // not before they are kept
 }
 
 void CRun::TellNowAndThen() {
@@ -196,7 +204,6 @@ void CRun::Work() {
         Say(Type::Info, "No snapshot is taken: files are read as they stand while the job runs");
     }
     EnterState(JobState::Working);
-    m_workBegan = steady_clock::now();
 
     if (!m_isChecked) Check();
     RunPreJobScript();
@@ -262,10 +269,11 @@ void CRun::FindRepository() {
     const auto repository = m_agent.Find<SBackupRepositoryInfo>(m_job.Config.RepositoryId);
     if (!repository) throw CFailure("The job's repository does not exist any more");
     m_repository = *repository;
-    if (const std::string fault = LocationFault(m_repository); !fault.empty()) {
+    if (const std::string fault = m_agent.RepositoryFault(m_repository); !fault.empty()) {
         throw CFailure("Nothing can be written to the repository " + Quoted(m_repository.Name) + ": " +
                        fault);
     }
+    m_agent.NoteMount(m_repository);
     const std::string location = LocationOf(m_repository);
     const auto size = SizeOf(m_repository);
     Tell([&](SBackupJobSessionInfo& info) {
@@ -360,7 +368,8 @@ void CRun::ChooseChain() {
             changed.Info.SessionAlgorithm =
                 m_isFirst ? JobSessionAlgorithm::Full : JobSessionAlgorithm::Increment;
         },
-        std::exchange(m_lines, {}));
+        m_lines);
+    m_lines.clear();
     RequireGoingOn();
 }
 
@@ -456,8 +465,13 @@ void CRun::BackUp() {
     request.Compress = m_job.Config.StorageInfo.CompressionLevel != JobCompressionLevel::None;
     request.OneFileSystem = walked.OneFileSystem;
     request.Parent = parent;
+    const bool isAllRead = parent.empty();
+    m_workBegan = steady_clock::now();
     request.OnProgress = [&](const SBackupProgress& progress) {
-        m_progress = {progress.BytesDone, progress.BytesTotal};
+        const auto read = isAllRead ? progress.BytesDone
+                                    : ReadOf(walked.BytesSince, progress.BytesDone, progress.BytesTotal);
+        m_progress = {progress.BytesDone, progress.BytesTotal, read};
+        m_lastProgress = steady_clock::now();
         TellNowAndThen();
     };
     request.OnWarning = [&](const SEngineWarning& warning) {
@@ -466,13 +480,7 @@ void CRun::BackUp() {
     };
     SBackupResult result;
     try {
-        try {
-            result = m_agent.m_engine->BackUp(request, stop);
-        } catch (const CStoreLocked&) {
-            // Left by a process that was killed; a living one's lock stays.
-            m_agent.m_engine->Unlock(request.Store, stop);
-            result = m_agent.m_engine->BackUp(request, stop);
-        }
+        result = m_agent.m_engine->BackUp(request, stop);
     } catch (const CNoLocation&) {
         throw;  // the disk is away, not the chain
     } catch (const CNoStore& lost) {
@@ -503,27 +511,34 @@ void CRun::KeepPoint(const SBackupResult& result, std::uint64_t bytesRead, Momen
     Say(Type::Info, "The point " + PlainText(point.Id) +
                         " is complete: " + std::to_string(result.FilesTotal) + " files, " +
                         std::to_string(result.BytesTotal) + " bytes");
+    const SEnding::Also keep = [agent = &m_agent, point, elapsed, bytesRead, size, now](SSession& session,
+                                                                                        SJob* job) {
+        auto& info = session.Info;
+        const auto percent = info.PercentCompleted;
+        TellProgress(info, {point.SourceBytes, point.SourceBytes, 0}, elapsed);
+        info.PercentCompleted = std::max(percent, info.PercentCompleted);
+        info.ReadSizeBytes = bytesRead;
+        info.BackedUpSizeBytes = static_cast<long>(point.SourceBytes);
+        info.TransferredSizeBytes = static_cast<long>(point.StoredBytes);
+        info.RepositorySizeInfo = size;
+        agent->m_store.AddPoint(point);
+        if (job == nullptr) return;
+        job->LastBackup = now;
+        if (point.Type == RestorePointType::Full) job->LastActiveFull = now;
+    };
     const std::lock_guard changes(m_agent.m_changes);
     SJob job = m_agent.JobForChange(m_job.Id);
-    job.LastBackup = now;
-    if (m_isFirst) job.LastActiveFull = now;
-    m_agent.AmendLocked(
-        *m_active,
-        [&](SSession& session) {
-            auto& info = session.Info;
-            TellProgress(info, {result.BytesTotal, result.BytesTotal}, elapsed);
-            info.ReadSizeBytes = bytesRead;
-            info.BackedUpSizeBytes = static_cast<long>(result.BytesTotal);
-            info.TransferredSizeBytes = static_cast<long>(point.StoredBytes);
-            info.RepositorySizeInfo = size;
-        },
-        std::exchange(m_lines, {}),
-        [&] {
-            m_agent.m_store.AddPoint(point);
-            m_agent.m_store.SaveJob(job);
-        });
-    m_agent.ShowJob(job);
     m_isPointKept = true;
+    try {
+        m_agent.AmendLocked(
+            *m_active, [&](SSession& session) { keep(session, &job); }, m_lines,
+            [&] { m_agent.m_store.SaveJob(job); });
+    } catch (const CStateError&) {
+        m_unkept = keep;  // with the end of the session
+        throw;
+    }
+    m_lines.clear();
+    m_agent.ShowJob(job);
 }
 
 // Afterwards
@@ -574,7 +589,7 @@ void CRun::Forget(const SChain& chain, const std::vector<SRetentionChoice>& choi
         password = m_agent.m_store.ChainPassword(m_job.Id, chain.Number);
     }
     const auto store = m_agent.StoreOf(chain, password);
-    const bool isAway = ::access(chain.Location.c_str(), F_OK) != 0;
+    const bool isAway = m_agent.IsAway(chain.Repository, chain.Location);
     if (isWhole) {
         if (isAway && !choices.empty()) throw CAway(Quoted(chain.Location) + " is not there");
         if (!isAway) m_agent.m_engine->Remove(store);

@@ -72,9 +72,11 @@ private:
     std::size_t m_lineCount = 0;
     std::size_t m_linesLeftOut = 0;
     SEngineProgress m_progress;
-    std::chrono::steady_clock::time_point m_workBegan;
+    std::chrono::steady_clock::time_point m_workBegan;  ///< that of the engine
+    std::chrono::steady_clock::time_point m_lastProgress;
     std::chrono::steady_clock::time_point m_lastTold;
     bool m_isPointKept = false;
+    SEnding::Also m_unkept;  ///< what was not written yet: the last progress, or the point
     Status m_outcome{};
 };
 

@@ -136,6 +136,12 @@ void CAgent::Impl::Stop() noexcept {
         }
         threads.clear();
     }
+    try {
+        const std::lock_guard changes(m_changes);
+        WriteEndings(true);
+    } catch (const std::exception& error) {
+        m_log.Error("The end goes badly: " + apigen::common::Escaped(error.what()));
+    }
     if (m_events) m_events->Stop();
 }
 

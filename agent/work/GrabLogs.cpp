@@ -34,9 +34,6 @@ constexpr std::size_t SessionsTold = 50;
 /// How many of each session's lines, its last ones.
 constexpr std::size_t LinesTold = 200;
 
-/// Of a log that is longer, the end.
-constexpr std::uintmax_t MostOfALog = 64UL * 1024 * 1024;
-
 class CArchive {
 public:
     CArchive(int descriptor, Moment now)
@@ -51,14 +48,12 @@ public:
         Write(text.data(), text.size());
     }
 
-    /// The end of a file. One that shrinks meanwhile is filled up.
-    void AddEndOf(const std::string& name, const std::filesystem::path& path) {
+    /// A file as long as it is now, a block at a time. One that shrinks meanwhile is filled up.
+    void AddFile(const std::string& name, const std::filesystem::path& path) {
         std::ifstream file(path, std::ios::binary);
         std::error_code error;
-        std::uintmax_t size = std::filesystem::file_size(path, error);
+        std::uintmax_t left = std::filesystem::file_size(path, error);
         if (!file || error) return;
-        if (size > MostOfALog) file.seekg(static_cast<std::streamoff>(size - MostOfALog));
-        std::uintmax_t left = std::min(size, MostOfALog);
         Begin(name, static_cast<std::int64_t>(left));
         std::vector<char> block(64UL * 1024);
         while (left != 0) {
@@ -106,9 +101,7 @@ std::string Told(const SSession& session, const std::vector<SLogDetail>& lines) 
                        std::string(NameOf(info.State)) + ", " + std::string(NameOf(info.Result)) + ", from " +
                        std::to_string(info.StartTimeUtc.seconds) + " to " +
                        std::to_string(info.EndTimeUtc.seconds) + "\n";
-    const std::size_t first = lines.size() > LinesTold ? lines.size() - LinesTold : 0;
-    for (std::size_t i = first; i < lines.size(); ++i) {
-        const auto& line = lines[i];
+    for (const auto& line : lines) {
         text += "  " + std::string(NameOf(line.Type)) + ": " + Escaped(line.Message) + "\n";
     }
     return text;
@@ -137,7 +130,7 @@ void CAgent::Impl::GrabLogs(const SPeer& peer, const std::string& path) {
         for (const auto& entry : std::filesystem::directory_iterator(m_folders.Log, ignored)) {
             if (!entry.is_regular_file(ignored) || entry.is_symlink(ignored)) continue;
             if (std::filesystem::equivalent(entry.path(), path, ignored)) continue;
-            archive.AddEndOf("log/" + entry.path().filename().string(), entry.path());
+            archive.AddFile("log/" + entry.path().filename().string(), entry.path());
         }
         std::vector<SJob> jobs;
         {
@@ -150,17 +143,17 @@ void CAgent::Impl::GrabLogs(const SPeer& peer, const std::string& path) {
             apigen::Serialize(*data, "job", job.Config);  // it holds no secrets
             configurations += PlainText(job.Id) + (job.IsEnabled ? "" : " (disabled)") + "\n" +
                               apigen::CXmlData::Serialize(*data) + "\n";
-            std::string sessions;
-            Read([&](const CStore& past) {
-                auto ids = past.SessionsOf(job.Id);
-                const std::size_t first = ids.size() > SessionsTold ? ids.size() - SessionsTold : 0;
-                for (std::size_t i = first; i < ids.size(); ++i) {
-                    if (const auto session = past.FindSession(ids[i])) {
-                        sessions += Told(*session, past.LinesOf(ids[i]));
-                    }
-                }
-            });
-            archive.Add("sessions/" + PlainText(job.Id) + ".txt", sessions);
+            const auto ids = Read([&](const CStore& past) { return past.SessionsOf(job.Id); });
+            const std::size_t first = ids.size() > SessionsTold ? ids.size() - SessionsTold : 0;
+            // A file each: no more than one session's lines are held.
+            for (std::size_t i = first; i < ids.size(); ++i) {
+                const std::string told = Read([&](const CStore& past) {
+                    const auto session = past.FindSession(ids[i]);
+                    return session ? Told(*session, past.LinesOf(ids[i], LinesTold)) : std::string();
+                });
+                if (told.empty()) continue;
+                archive.Add("sessions/" + PlainText(job.Id) + "/" + std::to_string(i + 1) + ".txt", told);
+            }
         }
         archive.Add("jobs.txt", configurations);
         archive.Close();

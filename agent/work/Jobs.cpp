@@ -257,7 +257,7 @@ SHostFacts CAgent::Impl::FactsOf(const SBackupJobConfigurationInfo& config, cons
     }
     if (const auto repository = Find<SBackupRepositoryInfo>(config.RepositoryId)) {
         facts.Repository = *repository;
-        facts.RepositoryFault = LocationFault(*repository);
+        facts.RepositoryFault = RepositoryFault(*repository);
     }
     if (const auto password = PasswordOf(secrets)) {
         facts.HasPassword = true;

@@ -73,6 +73,18 @@ bool MakeFolder(const SBackupRepositoryInfo& info) {
     return true;
 }
 
+std::string MountFact(const Guid& repository) {
+    return "mount of " + PlainText(repository);
+}
+
+/// The mount point that the folder's file system has; empty where nothing is there.
+std::string MountPointOf(const std::string& location, const std::vector<SMount>& mounts) {
+    std::error_code error;
+    const auto real = std::filesystem::canonical(location, error);
+    const SMount* const mount = error ? nullptr : MountOf(mounts, real.string());
+    return mount != nullptr ? mount->Point : "";
+}
+
 }  // namespace
 
 // The host's view
@@ -126,6 +138,48 @@ apigen::Optional<SBackupRepositorySizeInfo> SizeOf(const SBackupRepositoryInfo& 
     const auto space = SpaceOf(location);
     if (!space) return {};
     return SBackupRepositorySizeInfo{space->Capacity, space->Free};
+}
+
+std::string CAgent::Impl::RepositoryFault(const SBackupRepositoryInfo& repository) {
+    if (auto fault = LocationFault(repository); !fault.empty()) return fault;
+    const std::string location = LocationOf(repository);
+    if (!IsAway(repository.Id, location)) return {};
+    return "the disk of its folder " + Quoted(location) +
+           " is not mounted, and what stands there now is not what was there; mount it";
+}
+
+bool CAgent::Impl::IsAway(const Guid& repository, const std::string& location) {
+    if (::access(location.c_str(), F_OK) != 0) return true;
+    std::vector<SChain> chains;
+    std::optional<std::string> before;
+    Read([&](const CStore& past) {
+        before = past.Fact(MountFact(repository));
+        if (before) chains = past.Chains();
+    });
+    if (!before) return false;
+    const auto mounts = Mounts();
+    if (MountPointOf(location, mounts) == *before) return false;
+    for (const auto& mount : mounts) {
+        // Where a file system is mounted on demand, that is noted as a mount of its own.
+        if (mount.Point == *before && mount.Type != "autofs") return false;
+    }
+    // Disks may be mounted elsewhere, with the folder as a link to them: what is in it tells.
+    return std::none_of(chains.begin(), chains.end(), [&](const SChain& chain) {
+        return chain.Repository == repository && chain.Location == location &&
+               m_engine->Exists(StoreOf(chain, {}));
+    });
+}
+
+void CAgent::Impl::NoteMount(const SBackupRepositoryInfo& repository) noexcept {
+    try {
+        const auto point = MountPointOf(LocationOf(repository), Mounts());
+        if (point.empty()) return;
+        const std::lock_guard changes(m_changes);
+        if (m_store.Fact(MountFact(repository.Id)) != point) m_store.SetFact(MountFact(repository.Id), point);
+    } catch (const std::exception& error) {  // the next run tries again
+        m_log.Warning("The mount point of a repository can't be noted: " +
+                      apigen::common::Escaped(error.what()));
+    }
 }
 
 // All kinds
@@ -274,7 +328,9 @@ SBackupRepositoryInfo CAgent::Impl::CreateRepository(const SCaller& caller, SBac
     const bool isMade = MakeFolder(info);
     const std::string location = info.Location;
     try {
-        return Add(caller, std::move(info));
+        auto added = Add(caller, std::move(info));
+        NoteMount(added);
+        return added;
     } catch (...) {
         if (isMade) ::rmdir(location.c_str());
         throw;
@@ -284,13 +340,15 @@ SBackupRepositoryInfo CAgent::Impl::CreateRepository(const SCaller& caller, SBac
 SBackupRepositoryInfo CAgent::Impl::UpdateRepository(const SCaller& caller, SBackupRepositoryInfo info) {
     CheckFolder(info);
     bool isMade = false;
+    bool isMoved = false;
     {
         const std::lock_guard changes(m_changes);
         RequireChangeBy(caller);
         const auto* const known = FindById(m_repositories, info.Id);
         if (known == nullptr) ThrowUnknown(KindOf<SBackupRepositoryInfo>, info.Id);
         CheckName(m_repositories, info);
-        if (known->Location != info.Location || known->Type != info.Type) {
+        isMoved = known->Location != info.Location || known->Type != info.Type;
+        if (isMoved) {
             for (const auto& [job, active] : m_active) {
                 const auto* const running = FindById(m_jobs, job);
                 if (running != nullptr && running->Config.RepositoryId == info.Id) {
@@ -303,7 +361,9 @@ SBackupRepositoryInfo CAgent::Impl::UpdateRepository(const SCaller& caller, SBac
     isMade = MakeFolder(info);
     const std::string location = info.Location;
     try {
-        return Update(caller, std::move(info));
+        auto updated = Update(caller, std::move(info));
+        if (isMoved) NoteMount(updated);
+        return updated;
     } catch (...) {
         if (isMade) ::rmdir(location.c_str());
         throw;

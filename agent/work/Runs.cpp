@@ -18,6 +18,9 @@ using std::chrono::milliseconds;
 
 namespace {
 
+/// How often it is tried to write an end that could not be written.
+constexpr auto WritePace = std::chrono::seconds(1);
+
 milliseconds RetryAfter(const SJob& job) {
     constexpr unsigned long Most = 1000UL * 60 * 60 * 24 * 365;
     const auto& retries = job.Config.RetriesInfo;
@@ -38,9 +41,6 @@ SLogDetail StartLine(const SOrigin& origin, Moment now) {
 
 ActivePtr CAgent::Impl::FindInMemory(const Guid& id) const {
     for (const auto& [job, active] : m_active) {
-        if (active->Session.Info.Uid == id) return active;
-    }
-    for (const auto& active : m_unkept) {
         if (active->Session.Info.Uid == id) return active;
     }
     return nullptr;
@@ -179,9 +179,9 @@ void CAgent::Impl::Amend(SActive& active, const std::function<void(SSession&)>& 
 void CAgent::Impl::AmendLocked(SActive& active, const std::function<void(SSession&)>& change,
                                std::vector<SLogDetail> lines, const std::function<void()>& also) {
     SSession session = active.Session;
+    CStore::CTransaction transaction(m_store);
     if (change) change(session);
     session.Info.Usn = ++m_usn;
-    CStore::CTransaction transaction(m_store);
     m_store.SaveSession(session);
     m_store.AddLines(session.Info.Uid, lines);
     if (also) also();
@@ -193,17 +193,54 @@ void CAgent::Impl::AmendLocked(SActive& active, const std::function<void(SSessio
 }
 
 void CAgent::Impl::End(const ActivePtr& active, JobSessionTaskStatus status, bool isInterrupted,
-                       std::vector<SLogDetail> lines, const std::function<void(SSession&, SJob*)>& also) {
+                       std::vector<SLogDetail> lines, SEnding::Also also) {
     {
         const std::lock_guard changes(m_changes);
-        EndLocked(active, status, isInterrupted, std::move(lines), also);
+        EndLocked(active, status, isInterrupted, std::move(lines), std::move(also));
     }
     Wake();
 }
 
 void CAgent::Impl::EndLocked(const ActivePtr& active, JobSessionTaskStatus status, bool isInterrupted,
-                             std::vector<SLogDetail> lines,
-                             const std::function<void(SSession&, SJob*)>& also) {
+                             std::vector<SLogDetail> lines, SEnding::Also also) {
+    SEnding ending{status, isInterrupted, std::move(lines), std::move(also), m_clock.Now()};
+    try {
+        WriteEnding(active, ending);
+    } catch (const std::exception& error) {
+        m_log.Error("The end of a session of " + Quoted(active->Session.Info.JobName) +
+                    " can't be written down yet: " + Escaped(error.what()));
+        ending.Lines.push_back(
+            LogLine(ELogDetailType::Warning,
+                    std::string("The session is over, but that can't be written down yet: ") + error.what()));
+        ending.LinesShown = ending.Lines.size();
+        {
+            const auto lock = LockState();
+            active->Lines.insert(active->Lines.end(), ending.Lines.begin(), ending.Lines.end());
+        }
+        m_unwritten.emplace_back(active, std::move(ending));
+        m_writeAgain = std::chrono::steady_clock::now() + WritePace;
+    }
+}
+
+void CAgent::Impl::WriteEndings(bool isLastTime) {
+    if (m_unwritten.empty() || (!isLastTime && std::chrono::steady_clock::now() < m_writeAgain)) return;
+    while (!m_unwritten.empty()) {
+        auto& [active, ending] = m_unwritten.front();
+        try {
+            WriteEnding(active, ending);
+        } catch (const std::exception& error) {
+            if (isLastTime) {
+                // The next start takes up what was done: the session is still under way there.
+                m_log.Error("The ends of sessions are left to the next start: " + Escaped(error.what()));
+            }
+            m_writeAgain = std::chrono::steady_clock::now() + WritePace;
+            return;
+        }
+        m_unwritten.erase(m_unwritten.begin());
+    }
+}
+
+void CAgent::Impl::WriteEnding(const ActivePtr& active, SEnding& ending) {
     SSession session = active->Session;
     std::optional<SJob> job;
     milliseconds retryAfter(0);
@@ -211,57 +248,47 @@ void CAgent::Impl::EndLocked(const ActivePtr& active, JobSessionTaskStatus statu
         job = *known;
         retryAfter = RetryAfter(*known);
     }
-    const auto finish = [&](JobSessionTaskStatus ending) {
-        Finish(session, ending, m_clock.Now(), retryAfter);
-        session.IsInterrupted = isInterrupted;
-        session.Info.Usn = ++m_usn;
-    };
-    finish(status);
+    Finish(session, ending.Status, ending.At, retryAfter);
+    if (active->IsStopAsked && session.RetryAt) {
+        session.RetryAt.reset();
+        session.Info.RetriesInfo->IsJobAwaitingForRetry = false;
+    }
+    session.IsInterrupted = ending.IsInterrupted;
+    session.Info.Usn = ++m_usn;
     const auto mode = job ? job->Config.Source.BackupMode : JobBackupMode::Unknown;
-    bool isKept = true;
-    if (isInterrupted && job && session.Origin.Kind == SOrigin::EKind::Scheduler) {
+    if (ending.IsInterrupted && job && session.Origin.Kind == SOrigin::EKind::Scheduler) {
         job->CatchUp = session.Origin.Promise;
     }
     const auto type = session.Info.Result == JobResult::Success   ? ELogDetailType::Success
                       : session.Info.Result == JobResult::Warning ? ELogDetailType::Warning
                                                                   : ELogDetailType::Error;
-    lines.push_back(LogLine(type, "Ended: " + std::string(NameOf(status))));
-    try {
-        CStore::CTransaction transaction(m_store);
-        if (also) also(session, job ? &*job : nullptr);
-        m_store.SaveSession(session);
-        m_store.AddLines(session.Info.Uid, lines);
-        if (job) m_store.SaveJob(*job);
-        KeepCounters();
-        transaction.Commit();
-    } catch (const CStateError& error) {
-        // The next start takes up what was done: its session is still under way there.
-        m_log.Error("The end of a session of " + Quoted(session.Info.JobName) +
-                    " can't be kept: " + Escaped(error.what()));
-        lines.push_back(LogLine(ELogDetailType::Error, error.what()));
-        session = active->Session;
-        job.reset();
-        isKept = false;
-        status = JobSessionTaskStatus::Failed;
-        finish(status);
-        session.RetryAt.reset();
-        if (session.Info.RetriesInfo) session.Info.RetriesInfo->IsJobAwaitingForRetry = false;
-    }
+    const std::string status(NameOf(ending.Status));
+    auto lines = ending.Lines;
+    lines.push_back(LogLine(type, "Ended: " + status));
+
+    CStore::CTransaction transaction(m_store);
+    if (ending.Along) ending.Along(session, job ? &*job : nullptr);
+    m_store.SaveSession(session);
+    m_store.AddLines(session.Info.Uid, lines);
+    if (job) m_store.SaveJob(*job);
+    KeepCounters();
+    transaction.Commit();
+
     if (job) ShowJob(*job);
-    m_log.Info("A session of " + Quoted(session.Info.JobName) + " ended: " + std::string(NameOf(status)));
+    m_log.Info("A session of " + Quoted(session.Info.JobName) + " ended: " + status);
     const Guid id = session.Info.JobUid;
     {
         const auto lock = LockState();
         const bool isOver = !session.AwaitsRetry();
         active->Session = session;
-        std::move(lines.begin(), lines.end(), std::back_inserter(active->Lines));
+        std::move(lines.begin() + static_cast<std::ptrdiff_t>(ending.LinesShown), lines.end(),
+                  std::back_inserter(active->Lines));
         const auto found = m_active.find(id);
         if (isOver && found != m_active.end() && found->second == active) m_active.erase(found);
-        if (!isKept) m_unkept.push_back(active);
     }
     auto event =
         NewEvent(EEventType::BackupJobFinished, EEventSourceType::Service, session.Origin.ControlSession);
-    event.eventBackupJobFinished = SEventBackupJobFinished{id, session.Info.Uid, status, mode};
+    event.eventBackupJobFinished = SEventBackupJobFinished{id, session.Info.Uid, ending.Status, mode};
     Publish(event);
 }
 
@@ -507,7 +534,7 @@ void CAgent::Impl::Adopt(const ActivePtr& active) {
         lines.push_back(LogLine(ELogDetailType::Warning,
                                 "The agent ended before the session did; its point is complete"));
         End(active, JobSessionTaskStatus::Warning, false, std::move(lines),
-            [&](SSession& ended, SJob* known) {
+            [this, adopted](SSession& ended, SJob* known) {
                 if (!adopted) return;
                 m_store.AddPoint(*adopted);
                 ended.Info.BackedUpSizeBytes = static_cast<long>(adopted->SourceBytes);

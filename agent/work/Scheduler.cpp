@@ -43,8 +43,12 @@ void CAgent::Impl::RunScheduler() {
         lock.unlock();
         const Moment now = m_clock.Now();
         const auto next = NextMoment(now);
-        const auto sleep = next ? std::clamp<milliseconds>(*next - now, milliseconds(0), LongestSleep)
-                                : milliseconds(LongestSleep);
+        auto sleep = next ? std::clamp<milliseconds>(*next - now, milliseconds(0), LongestSleep)
+                          : milliseconds(LongestSleep);
+        {
+            const std::lock_guard changes(m_changes);
+            if (!m_unwritten.empty()) sleep = std::min<milliseconds>(sleep, std::chrono::seconds(1));
+        }
         lock.lock();
         m_wake.wait_for(lock, sleep, [&] { return m_isWoken || m_isEnding; });
         m_isWoken = false;
@@ -84,6 +88,10 @@ std::optional<Moment> CAgent::Impl::NextMoment(Moment now) {
 }
 
 void CAgent::Impl::DoDue() {
+    {
+        const std::lock_guard changes(m_changes);
+        WriteEndings(false);
+    }
     std::vector<ActivePtr> waiting;
     {
         const auto lock = LockState();

@@ -20,6 +20,9 @@ protected:
     };
     static SRun Run(std::vector<std::string> words) {
         words.insert(words.begin(), Daemon());
+        return RunWords(words);
+    }
+    static SRun RunWords(const std::vector<std::string>& words) {
         CChild child(words);
         std::string output = ReadBytes(child.Out, 100'000);
         std::string errors = child.ReadErrors();
@@ -37,6 +40,16 @@ TEST_F(CProgramTest, SettingsAreCheckedWithoutADaemon) {
     EXPECT_EQ(run.Status, 1);
     EXPECT_THAT(run.Errors, AllOf(StartsWith(Home("other.conf:1:")), HasSubstr("session")));
     EXPECT_EQ(DaemonPid(), 0);
+}
+
+TEST_F(CProgramTest, SettingsThatAreNotThereAreNotCalledSound) {
+    auto run = Run({"--check-config"});
+    EXPECT_EQ(run.Status, 0);
+    EXPECT_THAT(run.Output, HasSubstr("the defaults are used"));
+    run = Run({"--check-config", Home("mistyped.conf")});
+    EXPECT_EQ(run.Status, 1);
+    EXPECT_THAT(run.Errors, HasSubstr("mistyped.conf: there is no such file"));
+    EXPECT_EQ(Run({"--check-config", ""}).Status, 1);
 }
 
 TEST_F(CProgramTest, TheShippedSettingsAreTheDefaultsAndWithoutAMistake) {
@@ -58,12 +71,26 @@ TEST_F(CProgramTest, VersionAndHelpAreToldAndAnythingElseIsAUsageError) {
     const auto help = Run({"--help"});
     EXPECT_EQ(help.Status, 0);
     EXPECT_THAT(help.Output, HasSubstr("--check-config"));
-    for (const char* const odd : {"--chek-config", "nonsense", "--version=1"}) {
-        const auto run = Run({odd});
-        EXPECT_EQ(run.Status, 2) << odd;
-        EXPECT_EQ(run.Output, "") << odd;
-        EXPECT_NE(run.Errors, "") << odd;
+    for (const std::vector<std::string>& words :
+         std::vector<std::vector<std::string>>{{"--chek-config"},
+                                               {"nonsense"},
+                                               {"--version=1"},
+                                               {"--check-config", "--help"},
+                                               {"--help", "more"}}) {
+        const auto run = Run(words);
+        EXPECT_EQ(run.Status, 2) << words.back();
+        EXPECT_EQ(run.Output, "") << words.back();
+        EXPECT_THAT(run.Errors, HasSubstr(words.back()));
     }
+}
+
+TEST_F(CProgramTest, TheToolTellsHowItIsUsed) {
+    const auto help = RunWords({ToolWords()[0], "--help"});
+    EXPECT_EQ(help.Status, 0) << help.Errors;
+    EXPECT_THAT(help.Output, HasSubstr("extended startCommandInvoker"));
+    const auto odd = RunWords({ToolWords()[0], "nonsense"});
+    EXPECT_EQ(odd.Status, 2);
+    EXPECT_EQ(odd.Output, "");
 }
 
 TEST_F(CProgramTest, AMissingEngineIsAFindingAndItsPathIsTakenUpOnSighup) {

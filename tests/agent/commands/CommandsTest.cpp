@@ -158,11 +158,14 @@ protected:
 TEST_F(Commands, BeforeTheFirstStartThereIsNothing) {
     EXPECT_EQ(Run({"points"}), commands::Done) << m_errors;
     EXPECT_EQ(m_out, "");
+    EXPECT_EQ(m_errors, "There are no points yet\n");
     EXPECT_EQ(Run({"chains", "--json"}), commands::Done);
+    EXPECT_EQ(m_out + m_errors, "");
     EXPECT_EQ(Run({"verify"}), commands::Done);
     EXPECT_EQ(Run({"forget", "--orphans"}), commands::Done);
     EXPECT_EQ(Run({"restore", "latest", "--to", "/x"}), commands::NotFound);
-    EXPECT_EQ(Run({"points", "--job", "x"}), commands::Done);
+    EXPECT_EQ(Run({"points", "--job", "x"}), commands::NotFound);
+    EXPECT_EQ(Run({"verify", "--job", "x"}), commands::NotFound);
     EXPECT_FALSE(fs::exists(m_folders.State));
 }
 
@@ -176,9 +179,12 @@ TEST_F(Commands, WrongUseIsSaidToBe) {
                                                {"verify", "--parts", "0"},
                                                {"verify", "--parts", "x"},
                                                {"verify", "--chain", "-1"},
+                                               {"verify", "--chain", "x"},
+                                               {"restore", "latest", "--to", ""},
                                                {"files", "latest", "--path", "relative"}}) {
         EXPECT_EQ(Run(arguments), commands::Usage) << arguments[0];
         EXPECT_NE(m_errors, "") << arguments[0];
+        EXPECT_LT(m_errors.size(), 150U) << m_errors;
     }
     EXPECT_EQ(Run({"restore", "--help"}), commands::Done);
     EXPECT_NE(m_out.find("--password-file"), std::string::npos);
@@ -284,6 +290,54 @@ TEST_F(Commands, ARestoreThatIsNotAsItWasFails) {
     EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/t"}), commands::Failed);
 }
 
+TEST_F(Commands, WhatIsRestoredReplacesWhatStandsThereAndNothingElse) {
+    AddThree();
+    m_memory->Entries = {{"/a", EEntryType::Folder, 0, 0755, 0, 0, {}},
+                         {"/a/file", EEntryType::File, 5, 0644, 0, 0, {}},
+                         {"/a/link", EEntryType::Link, 0, 0777, 0, 0, {}},
+                         {"/a/sub", EEntryType::Folder, 0, 0755, 0, 0, {}},
+                         {"/a/sub/deep", EEntryType::File, 5, 0644, 0, 0, {}}};
+    const std::string target = m_folder.Folder("target");
+    m_folder.Folder("target/a");
+    const auto elsewhere = m_folder.Write("elsewhere", "not to be written through");
+    fs::create_symlink(elsewhere, target + "/a/file");
+    fs::create_symlink("old", target + "/a/link");
+    const auto other = m_folder.Write("target/a/other", "of nobody's business");
+    EXPECT_EQ(Run({"restore", "aaaa1", "--to", target, "--path", "/a/link"}), commands::Done) << m_errors;
+    EXPECT_FALSE(fs::is_symlink(target + "/a/link"));
+    EXPECT_TRUE(fs::is_symlink(target + "/a/file"));
+    EXPECT_EQ(Run({"restore", "aaaa1", "--to", target}), commands::Done) << m_errors;
+    EXPECT_FALSE(fs::is_symlink(target + "/a/file"));
+    EXPECT_TRUE(fs::exists(elsewhere));
+    EXPECT_TRUE(fs::exists(other));
+
+    // A folder that is none would lead the engine out of the target.
+    m_folder.Write("target/a/file", "stays");
+    fs::create_symlink(m_folder.Folder("outside"), target + "/a/sub");
+    const auto asked =
+        std::count(m_memory->Asked.begin(), m_memory->Asked.end(), "restore snap1 to " + target);
+    EXPECT_EQ(Run({"restore", "aaaa1", "--to", target}), commands::Failed);
+    EXPECT_NE(m_errors.find("a/sub"), std::string::npos) << m_errors;
+    EXPECT_EQ(Run({"restore", "aaaa1", "--to", target, "--path", "/a/sub/deep"}), commands::Failed);
+    EXPECT_TRUE(fs::exists(target + "/a/file"));
+    fs::remove(target + "/a/sub");
+    fs::remove(target + "/a/file");
+    fs::create_directory(target + "/a/file");
+    EXPECT_EQ(Run({"restore", "aaaa1", "--to", target}), commands::Failed);
+    EXPECT_EQ(std::count(m_memory->Asked.begin(), m_memory->Asked.end(), "restore snap1 to " + target),
+              asked);
+}
+
+TEST_F(Commands, NothingIsRestoredBelowWhatIsNoFolder) {
+    AddThree();
+    const auto file = m_folder.Write("file", "");
+    for (const auto& target : {file, file + "/below"}) {
+        EXPECT_EQ(Run({"restore", "aaaa1", "--to", target}), commands::Failed);
+        EXPECT_NE(m_errors.find("no folder"), std::string::npos) << m_errors;
+    }
+    EXPECT_TRUE(m_memory->Asked.empty());
+}
+
 TEST_F(Commands, VerifyReadsAllChainsAndMarksTheDamagedOnes) {
     AddThree();
     EXPECT_EQ(Run({"verify"}), commands::Done) << m_errors;
@@ -380,6 +434,8 @@ TEST_F(Commands, WhatWasBackedUpComesBackThroughTheRealEngineAndDamageIsMarked) 
     m_folder.Write("source/a\nb", "1", 0640);
     m_folder.Write("source/d/c\xff", std::string(200'000, 'c'));
     m_engine = MakeResticEngine({.Program = "", .CacheFolder = m_folders.Cache});
+    fs::create_hard_link(m_folder / "source/a\nb", m_folder / "source/again");
+    fs::create_symlink("again", m_folder / "source/link");
     AddJob("real", One);
     const auto chain = AddChain(One, 1, "pass word");
     const SEngineStore store{StoreFolder(chain.Location, PlainText(One), 1), "pass word"};
@@ -396,6 +452,10 @@ TEST_F(Commands, WhatWasBackedUpComesBackThroughTheRealEngineAndDamageIsMarked) 
     AddPoint(One, 1, Guid::Deserialize("aaaa1111-0000-0000-0000-000000000001"), 1,
              m_engine->BackUp(request, {}).Snapshot);
 
+    EXPECT_EQ(Run({"restore", "latest", "--to", m_folder / "to"}), commands::Done) << m_errors;
+    EXPECT_EQ(TreeText((m_folder / "to") + (m_folder / "source")), TreeText(m_folder / "source"));
+    // Over what is there the engine alone would lose a name of the file that has two, and fail at the link.
+    m_folder.Write("to" + (m_folder / "source/again"), "changed");
     EXPECT_EQ(Run({"restore", "latest", "--to", m_folder / "to"}), commands::Done) << m_errors;
     EXPECT_EQ(TreeText((m_folder / "to") + (m_folder / "source")), TreeText(m_folder / "source"));
     EXPECT_EQ(Run({"restore", "latest", "--to", m_folder / "part", "--path", m_folder / "source/d"}),

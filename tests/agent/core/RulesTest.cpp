@@ -268,6 +268,21 @@ TEST(ProgressTest, RatesAreBytesASecond) {
     EXPECT_GT(RateOf(~0ULL, 1ms), 0);
 }
 
+TEST(ProgressTest, WhatIsReadGrowsWithWhatIsDoneAndNeverBeyondWhatIsToBeRead) {
+    EXPECT_EQ(ReadOf(100, 500, 1000), 50U);
+    EXPECT_EQ(ReadOf(100, 1000, 1000), 100U);
+    EXPECT_EQ(ReadOf(100, 5000, 1000), 100U);
+    EXPECT_EQ(ReadOf(100, 500, 0), 0U);
+    EXPECT_EQ(ReadOf(5000, 500, 1000), 500U);
+    SBackupJobSessionInfo info;
+    TellProgress(info, {500, 1000, 50}, 1s);
+    EXPECT_EQ(info.ReadSizeBytes, 50U);
+    TellProgress(info, {500, 2000, 25}, 2s);  // the engine has found more to do
+    EXPECT_EQ(info.ReadSizeBytes, 50U);
+    EXPECT_EQ(info.PercentCompleted, 50);
+    EXPECT_EQ(info.ProcessingRateByteInSec, 250);
+}
+
 // Sessions
 
 TEST(SessionRuleTest, AFailedRunIsRepeatedSoOftenAndNoMore) {

@@ -307,8 +307,9 @@ TEST_F(CForeignUserTest, TheDaemonGreetsAForeignUserWithAnError) {
     Connect();
     Open();
     CChild tool(AsNobody(Tool()));
-    EXPECT_THAT(tool.Read(), AllOf(HasSubstr("CGenericException"), HasSubstr("The agent serves user root"),
-                                   Not(HasSubstr("__handle"))));
+    EXPECT_THAT(tool.Read(),
+                AllOf(HasSubstr("CGenericException"), HasSubstr("The agent serves user root, and not user"),
+                      Not(HasSubstr("__handle"))));
     EXPECT_EQ(tool.Ended(), 1);
     EXPECT_THAT(Log(), HasSubstr("was refused: the agent serves its own user and root"));
     EXPECT_NE(Connect()->GetSessionId(), apigen::Guid{});

@@ -54,6 +54,15 @@ TEST(Settings, EverythingThatCanBeSaidIsHeard) {
     EXPECT_EQ(settings.Log.OldFiles, 9U);
 }
 
+TEST(Settings, AnEngineIsAPathThatMeansTheSameEverywhereOrAName) {
+    EXPECT_EQ(ParseSettings("[engine]\nrestic = \"restic-0.16\"\n", "FILE").Restic, "restic-0.16");
+    for (const char* const path : {"bin/restic", "./restic", "~/bin/restic"}) {
+        EXPECT_THAT(MistakeIn("[engine]\nrestic = \"" + std::string(path) + "\"\n"),
+                    AllOf(StartsWith("FILE:2:10: "), HasSubstr("an absolute path")))
+            << path;
+    }
+}
+
 TEST(Settings, AnUnknownKeyIsAMistakeAtItsPlaceAndTheKnownOnesAreNamed) {
     EXPECT_THAT(MistakeIn("\n[sessions]\n  at_onse = 1\n"),
                 AllOf(StartsWith("FILE:3:3: "), HasSubstr("at_onse"), HasSubstr("at_once, kept, nice")));

@@ -232,6 +232,9 @@ TEST_F(StoreTest, SessionsAndTheirLinesComeBackAsTheyWere) {
     ASSERT_EQ(lines.size(), 3U);
     EXPECT_EQ(lines[0], session.Info.JobDetails[0]);
     EXPECT_EQ(lines[1].Message, "two");
+    EXPECT_EQ(store.LinesOf(session.Info.Uid, 2), std::vector(lines.begin() + 1, lines.end()));
+    EXPECT_EQ(store.LinesOf(session.Info.Uid, 9), lines);
+    EXPECT_TRUE(store.LinesOf(NewGuid(), 2).empty());
 
     session.RetryAt.reset();
     store.SaveSession(session);

@@ -62,11 +62,14 @@ public:
             failure();
         }
         auto& kept = Open(request.Store);
+        lock.unlock();
         for (const auto& progress : m_progress) {
-            lock.unlock();
             request.OnProgress(progress);
-            lock.lock();
         }
+        while (m_isSeen && !m_isSeen()) {
+            request.OnProgress(m_progress.back());
+        }
+        lock.lock();
         for (const auto& warning : m_warnings) {
             lock.unlock();
             request.OnWarning({warning, warning});
@@ -177,6 +180,7 @@ public:
     // Set before the agent runs.
     std::string m_fault;
     std::vector<SBackupProgress> m_progress{{1, 1000, 2000}};
+    std::function<bool()> m_isSeen;  ///< the last progress is told again until then
     std::vector<std::string> m_warnings;
     SVerifyResult m_verified;
     std::function<void()> m_afterBackup;

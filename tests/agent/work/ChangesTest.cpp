@@ -2,11 +2,13 @@
 // Control, jobs, places, events, and what an end without a farewell leaves.
 #include <archive.h>
 #include <archive_entry.h>
+#include <malloc.h>
 #include <sys/mount.h>
 
 #include <map>
 
 #include "agent/state/CStore.h"
+#include "tests/Sanitized.h"
 #include "tests/agent/work/Fixture.h"
 
 namespace tarvo::tests {
@@ -348,6 +350,43 @@ TEST_F(AgentTest, GrabbedLogsHoldWhatHappenedAndNoSecret) {
     EXPECT_THROW(Agent->GrabLogs(Peer, Home + "/no/logs.tar.gz"), CGenericException);
 }
 
+TEST_F(AgentTest, GrabbingLogsHoldsLittleHoweverMuchThereIs) {
+    if (::tests::IsSanitized) GTEST_SKIP() << "watched memory is no measure";
+    constexpr long Mb = 1024;
+    Start();
+    const auto info = RunJob(MakeJob());
+    {
+        CStore store(Folders.State);
+        const std::vector<SLogDetail> lines(
+            1000, SLogDetail{ELogDetailType::Info, NewGuid(), std::string(16000, 'x')});
+        for (int i = 0; i < 4; ++i) {
+            store.AddLines(info.Uid, lines);
+        }
+        store.AddLines(info.Uid, {{ELogDetailType::Info, NewGuid(), "the last line"}});
+    }
+    std::ofstream(Folders.Log + "/tarvod.log") << "the first line of the log\n";
+    std::filesystem::resize_file(Folders.Log + "/tarvod.log", 100ULL << 20);
+    const auto peak = [] {
+        std::ifstream status("/proc/self/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6));
+        }
+        return 0L;
+    };
+    ::malloc_trim(0);
+    std::ofstream("/proc/self/clear_refs") << "5";
+    const long before = peak();
+    const std::string path = Home + "/logs.tar.gz";
+    Agent->GrabLogs(Peer, path);
+    EXPECT_LT(peak() - before, 30 * Mb);
+    const auto files = Unpacked(path);
+    EXPECT_EQ(files.at("log/tarvod.log").size(), 100ULL << 20);
+    EXPECT_EQ(files.at("log/tarvod.log").find("the first line"), 0U);
+    const auto told = files.find("sessions/" + PlainText(info.JobUid) + "/1.txt");
+    ASSERT_NE(told, files.end());
+    EXPECT_NE(told->second.find("the last line"), std::string::npos);
+}
+
 // After a crash
 
 TEST_F(AgentTest, APointThatWasCompleteWhenTheAgentWasKilledIsAdopted) {
@@ -454,7 +493,7 @@ TEST_F(AgentTest, APointThatWasBeingForgottenWhenTheAgentWasKilledIsNotOffered) 
     EXPECT_EQ(points[0].Id, second.OibId);
 }
 
-TEST_F(AgentTest, APointThatAFullDiskKeptFromBeingNotedIsAdoptedLater) {
+TEST_F(AgentTest, APointThatAFullDiskKeptFromBeingNotedIsNotedWhenThereIsRoom) {
     if (::mount("none", Folders.State.c_str(), "tmpfs", 0, "size=2m") != 0) GTEST_SKIP() << "may not mount";
     Start();
     const Guid job = MakeJob();
@@ -464,18 +503,22 @@ TEST_F(AgentTest, APointThatAFullDiskKeptFromBeingNotedIsAdoptedLater) {
         while (filling.write(block.data(), static_cast<std::streamsize>(block.size())).flush()) {
         }
     };
-    const auto info = RunJob(job);
+    const Guid session = Agent->StartJob(Caller, job, {});
+    EXPECT_TRUE(Await([&] { return Says(Agent->SessionInfo(session), "can't be written down yet"); }));
     Engine->m_afterBackup = {};
-    EXPECT_EQ(info.Result, JobResult::Failed) << Lines(info);
-    EXPECT_TRUE(Says(info, "make room")) << Lines(info);
+    EXPECT_TRUE(Says(Agent->SessionInfo(session), "make room"));
+    EXPECT_EQ(Agent->SessionInfo(session).Result, JobResult::None);
     EXPECT_TRUE(Agent->PointsForRestore(job).empty());
     EXPECT_THROW(Agent->SetUserData(Caller, job, std::string(100000, 'x')), CStateError);
     EXPECT_EQ(Agent->UserData(job), "");
     std::filesystem::remove(Folders.State + "/filling");
     Agent->SetUserData(Caller, job, "there is room again");
+    const auto info = AwaitEnd(session);
+    EXPECT_EQ(info.Result, JobResult::Warning) << Lines(info);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
     Restart();
-    EXPECT_TRUE(Await([&] { return Agent->PointsForRestore(job).size() == 1; }));
-    EXPECT_EQ(AwaitEnd(info.Uid).Result, JobResult::Warning);
+    EXPECT_EQ(Agent->SessionInfo(session), info);
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
     Agent.reset();
     ::umount2(Folders.State.c_str(), MNT_DETACH);
 }

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Sessions: how they go, end, are stopped and tried again.
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
+#include "agent/core/Validity.h"
 #include "tests/agent/work/Fixture.h"
 
 namespace tarvo::tests {
@@ -79,6 +82,39 @@ TEST_F(AgentTest, ProgressIsToldWhileItRuns) {
     Engine->Hold(false);
     const auto ended = AwaitEnd(session);
     EXPECT_GT(ended.Usn, working.Usn);
+}
+
+TEST_F(AgentTest, SizesMoveWithTheEnginesProgressAndEndTrue) {
+    Engine->m_progress = {{0, 0, 500, 1000}};
+    Start();
+    const Guid job = MakeJob();
+    SBackupJobSessionInfo midway;
+    Engine->m_isSeen = [&, began = std::chrono::steady_clock::now()] {
+        std::this_thread::sleep_for(2ms);
+        midway = Agent->SessionInfo(*Agent->LastSessionOf(job));
+        return midway.PercentCompleted == 50 || std::chrono::steady_clock::now() - began > 20s;
+    };
+    RunJob(job);
+    EXPECT_EQ(midway.PercentCompleted, 50);
+    EXPECT_EQ(midway.ReadSizeBytes, 500U);
+    EXPECT_EQ(midway.BackedUpSizeBytes, 500);
+    EXPECT_GT(midway.ProcessingRateByteInSec, 0);
+    const auto second = RunJob(job);
+    EXPECT_EQ(midway.ReadSizeBytes, 2U);  // half of the one file that has changed
+    EXPECT_EQ(second.ReadSizeBytes, 2000U);
+    EXPECT_EQ(second.BackedUpSizeBytes, 3000);
+}
+
+TEST_F(AgentTest, AFailedSessionTellsHowFarItCame) {
+    Engine->m_progress = {{0, 0, 100, 1000},
+                          {0, 0, 900, 1000}};  // the second comes too soon to be told at once
+    Start();
+    const Guid job = MakeJob();
+    Engine->m_afterBackup = [] { throw CEngineFailed("fault"); };
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Failed);
+    EXPECT_EQ(info.PercentCompleted, 90);
+    EXPECT_EQ(info.ReadSizeBytes, 900U);
 }
 
 TEST_F(AgentTest, AJobThatRunsRefusesWhatWouldDisturbIt) {
@@ -344,6 +380,91 @@ TEST_F(AgentTest, ALostChainIsFollowedByANewOneAndComesBackWithItsDisk) {
     EXPECT_EQ(Agent->PointsForRestore(job).size(), 3U);
 }
 
+/// A location that is the mount point of a disk.
+class DiskTest : public AgentTest {
+protected:
+    void SetUp() override {
+        std::filesystem::create_directory(Home + "/disk");
+        if (!Mount()) GTEST_SKIP() << "may not mount";
+        Start();
+    }
+    ~DiskTest() override {
+        Agent.reset();
+        Unmount();
+    }
+    bool Mount() { return ::mount(Disk.c_str(), Location.c_str(), nullptr, MS_BIND, nullptr) == 0; }
+    void Unmount() { ::umount2(Location.c_str(), MNT_DETACH); }
+
+    const std::string Disk = Home + "/disk";
+    const std::string Location = Home + "/location";
+};
+
+TEST_F(DiskTest, TheEmptyFolderOfAMountPointIsNoLostChain) {
+    auto config = Config();
+    config.ScheduleInfo = EveryDayAt(13);
+    const Guid job = Agent->CreateJob(Caller, config);
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+    Unmount();
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+    EXPECT_NE(ErrorsOf(Agent->CheckValidity(job)).find("is not mounted"), std::string::npos);
+    MoveClock(1h);
+    const auto failed = AwaitSession(job, 2);
+    EXPECT_EQ(failed.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(failed, "is not mounted")) << Lines(failed);
+    EXPECT_TRUE(std::filesystem::is_empty(Location));
+    Restart();
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
+    ASSERT_TRUE(Mount());
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Increment) << Lines(info);
+}
+
+TEST_F(DiskTest, AFirstRunBeginsNothingBelowAMountPointEither) {
+    const Guid job = MakeJob();
+    Unmount();
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+    ASSERT_TRUE(Mount());
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+}
+
+TEST_F(DiskTest, ADiskThatWasEmptiedTakesANewChain) {
+    const Guid job = MakeJob();
+    RunJob(job);
+    std::filesystem::remove_all(Location + "/tarvo");
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Full);
+    EXPECT_TRUE(Says(info, "no longer where it was")) << Lines(info);
+}
+
+TEST_F(DiskTest, ChainsThatWereMovedBelowTheMountPointAreTaken) {
+    const Guid job = MakeJob();
+    RunJob(job);
+    Unmount();
+    std::filesystem::rename(Disk + "/tarvo", Location + "/tarvo");
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
+    std::filesystem::remove_all(Location + "/tarvo");  // the folder is the repository's place from now on
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Full);
+}
+
+TEST_F(DiskTest, OldPointsOnAnUnmountedDiskAreNotForgotten) {
+    auto config = Config();
+    config.RetentionInfo.RestorePointsCount = 1;
+    const Guid job = Agent->CreateJob(Caller, config);
+    RunJob(job);
+    config.RepositoryId = MakeRepository("other", "other");
+    Agent->UpdateJob(Caller, job, config);
+    Unmount();
+    const auto info = RunJob(job);
+    EXPECT_TRUE(Says(info, "for now")) << Lines(info);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 2U);
+    ASSERT_TRUE(Mount());
+    RunJob(job);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);
+    EXPECT_TRUE(std::filesystem::is_empty(Disk + "/tarvo") ||
+                !std::filesystem::exists(Disk + "/tarvo/" + PlainText(job) + "/1"));
+}
+
 TEST_F(AgentTest, ADamagedChainIsNamedAndFollowedByANewOne) {
     Start();
     const Guid job = MakeJob();
@@ -370,12 +491,14 @@ TEST_F(AgentTest, AnActiveFullBackupBeginsANewChain) {
     EXPECT_TRUE(std::filesystem::exists(Home + "/location/tarvo/" + PlainText(job) + "/2/config"));
 }
 
-TEST_F(AgentTest, ALockThatAKilledProcessLeftIsRemoved) {
+TEST_F(AgentTest, AStoreThatTheEngineHasWaitedForIsNotWaitedForAgain) {
     Start();
     const Guid job = MakeJob();
-    Engine->FailNext<CStoreLocked>("locked");
-    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
-    EXPECT_EQ(Engine->CountOf("unlock"), 1U);
+    Engine->FailNext<CStoreLocked>("locked by 7");
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(info, "locked by 7")) << Lines(info);
+    EXPECT_EQ(Engine->CountOf("back up"), 1U);
 }
 
 // Retention
@@ -532,6 +655,74 @@ TEST_F(AgentTest, ClientsThatChangeAndLookAtOnceDisturbNobody) {
             EXPECT_NE(AwaitEnd(session).Result, JobResult::None);
         }
     }
+}
+
+// What can't be written down
+
+/// Makes changes of the state fail from beside, as a full disk does.
+class CNothingIsWritten {
+public:
+    CNothingIsWritten(const std::string& home, const std::string& what)
+        : m_database(home + "/state/state.db", SQLite::OPEN_READWRITE, 5000) {
+        m_database.exec("CREATE TRIGGER full BEFORE " + what + " BEGIN SELECT RAISE(ABORT, 'full'); END");
+    }
+    void End() { m_database.exec("DROP TRIGGER full"); }
+
+private:
+    SQLite::Database m_database;
+};
+
+constexpr const char* Endings = "UPDATE ON session WHEN NEW.is_finished = 1";
+
+TEST_F(AgentTest, AnEndThatCantBeWrittenIsTriedAgainAndNothingElseIsShownBefore) {
+    Start();
+    const Guid job = MakeJob();
+    CNothingIsWritten full(Home, Endings);
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Await([&] { return Says(Agent->SessionInfo(session), "can't be written down yet"); }));
+    EXPECT_NE(Agent->SessionInfo(session).State, JobState::Stopped);
+    EXPECT_EQ(Agent->SessionInfo(session).Result, JobResult::None);
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CJobIsRunning);
+    full.End();
+    const auto info = AwaitEnd(session);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_EQ(info.PercentCompleted, 100);
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+    Restart();
+    EXPECT_EQ(Agent->SessionInfo(session), info);
+}
+
+TEST_F(AgentTest, APointThatCantBeWrittenDownIsNotLost) {
+    Start();
+    const Guid job = MakeJob();
+    CNothingIsWritten full(Home, "INSERT ON point");
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Await([&] { return Says(Agent->SessionInfo(session), "can't be written down yet"); }));
+    EXPECT_TRUE(Agent->PointsForRestore(job).empty());
+    full.End();
+    const auto info = AwaitEnd(session);
+    EXPECT_EQ(info.Result, JobResult::Warning) << Lines(info);
+    EXPECT_EQ(info.BackedUpSizeBytes, 3000);
+    EXPECT_EQ(info.PercentCompleted, 100);
+    const auto points = Agent->PointsForRestore(job);
+    ASSERT_EQ(points.size(), 1U);
+    EXPECT_EQ(points[0].Id, info.OibId);
+    EXPECT_TRUE(Agent->JobInfo(job).LastBackupTimeUtc);
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
+}
+
+TEST_F(AgentTest, AnEndThatCouldNotBeWrittenIsWrittenWhenTheAgentEnds) {
+    Start();
+    const Guid job = MakeJob();
+    CNothingIsWritten full(Home, Endings);
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Await([&] { return Says(Agent->SessionInfo(session), "can't be written down yet"); }));
+    full.End();
+    Agent->Stop();
+    EXPECT_EQ(Agent->SessionInfo(session).Result, JobResult::Success);
+    Restart();
+    const auto info = Agent->SessionInfo(session);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
 }
 
 // The end of the agent
