@@ -432,6 +432,9 @@ TEST_F(ResticEngine, AStoppedBackupLeavesNoLockBehind) {
         byte = static_cast<char>((state = state * 1664525U + 1013904223U) >> 24U);
     m_folder.Write("source/a", bytes);
     const auto store = Store();
+    // So slow that it can't end by itself before it is stopped.
+    const auto slow = m_folder.Write("slow", "#!/bin/sh\nexec restic --limit-upload 2000 \"$@\"\n", 0755);
+    m_engine = MakeResticEngine({.Program = slow, .CacheFolder = m_folder / "cache"});
     m_engine->Prepare({store, "job"}, {});
     SBackupRequest request;
     request.Store = store;
@@ -439,9 +442,7 @@ TEST_F(ResticEngine, AStoppedBackupLeavesNoLockBehind) {
     request.Point = "p";
     request.ListFile = m_folder.Write("list", m_folder / "source/a" + '\0');
     std::stop_source source;
-    request.OnProgress = [&](const SBackupProgress& progress) {
-        if (progress.BytesDone > 0) source.request_stop();
-    };
+    request.OnProgress = [&](const SBackupProgress&) { source.request_stop(); };
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_THROW(m_engine->BackUp(request, source.get_token()), CEngineStopped);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
