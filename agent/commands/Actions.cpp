@@ -72,7 +72,8 @@ int VerifyChain(const SPlace& place, CLookup& lookup, IEngine& engine, const SCh
     try {
         request.Store = lookup.StoreOf(chain, options.PasswordFile);
         if (chain.State == EChainState::Lost && !engine.Exists(request.Store)) {
-            tell("lost", Escaped(chain.Damage));
+            tell("lost", chain.Damage.empty() ? "it is no longer in " + Quoted(request.Store.Folder)
+                                              : Escaped(chain.Damage));
             return Failed;
         }
         if (options.Parts > 1) {
