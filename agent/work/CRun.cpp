@@ -487,6 +487,9 @@ void CRun::BackUp() {
     } catch (const CNoLocation&) {
         throw;  // the disk is away, not the chain
     } catch (const CNoStore& lost) {
+        if (m_agent.IsAway(m_chain.Repository, m_chain.Location)) {
+            throw CFailure(std::string(lost.what()) + ": its disk is not mounted any more; mount it");
+        }
         MarkChain(EChainState::Lost, lost.what());
         throw;
     } catch (const CStoreDamaged& damage) {

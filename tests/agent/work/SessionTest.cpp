@@ -511,6 +511,22 @@ TEST_F(DiskTest, TheEmptyFolderOfAMountPointIsNoLostChain) {
     EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Increment) << Lines(info);
 }
 
+TEST_F(DiskTest, ADiskThatGoesWhileASessionWorksTakesNoChainAlong) {
+    const Guid job = MakeJob();
+    RunJob(job);
+    Engine->Hold(true);
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Engine->AwaitRunning(1));
+    Unmount();
+    Engine->Hold(false);
+    const auto info = AwaitEnd(session);
+    EXPECT_EQ(info.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(info, "not mounted any more")) << Lines(info);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);  // none is listed of a lost chain
+    ASSERT_TRUE(Mount());
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
+}
+
 TEST_F(DiskTest, AFirstRunBeginsNothingBelowAMountPointEither) {
     const Guid job = MakeJob();
     Unmount();
