@@ -86,6 +86,20 @@ void BackUp(CEventsStream& events, IBackupJob& job) {
     }
 }
 
+/// Gives control back, whatever happens.
+struct SReturnedControl {
+    IZamControl& Control;
+    const SZamControlOwnerInfo& Owner;
+
+    ~SReturnedControl() {
+        try {
+            Control.ReleaseControl(Owner);
+        } catch (const std::exception& error) {
+            std::cerr << "control was not given back: " << error.what() << '\n';
+        }
+    }
+};
+
 void Run(const std::vector<std::string>& arguments) {
     const std::string& notes = arguments[1];
     const auto control = GetZamControl(60s, false, nullptr);
@@ -98,6 +112,8 @@ void Run(const std::vector<std::string>& arguments) {
     owner.Type = ZAMOwnerType::Local;
     owner.Mode = ZAMOwnerMode::Exclusive;
     const auto product = control->RequestControl(owner, false);
+    // Control outlives this program: another run would be refused.
+    const SReturnedControl returned{*control, owner};
     if (product == nullptr) throw std::runtime_error("the agent does not hand out its product");
 
     // Before anything happens, so that nothing is missed.
@@ -113,7 +129,6 @@ void Run(const std::vector<std::string>& arguments) {
         std::cout << "point " << point.Id.Serialize() << ": " << NameOf(point.Type) << ", "
                   << point.ApproxSize << " bytes, " << point.StorageSize << " stored\n";
     }
-    control->ReleaseControl(owner);
     if (points.size() != 2) throw std::runtime_error("there are not two points");
 }
 

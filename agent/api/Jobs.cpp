@@ -1,14 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
 // Jobs and their sessions as a client sees them.
+#include <zamclientlib/Exceptions.h>
+
+#include <string>
 #include <utility>
 
 #include "agent/api/Objects.h"
+#include "agent/engine/IEngine.h"
 
 namespace tarvo::api {
 
 using namespace zamclientlib;  // NOLINT: this file speaks of nothing else
 
 namespace {
+
+/// The chains that a job has get its new password at once: one that the engine can't use would lock everybody out.
+void RequireUsablePassword(const SBackupJobConfigurationInfo& config) {
+    const auto& encryption = config.StorageInfo.EncryptionSettings;
+    if (!encryption || !encryption->Password) return;
+    const std::string problem = PasswordProblem(*encryption->Password);
+    if (problem.empty()) return;
+    throw CGenericException("The job stays as it is. The password can't be used: " + problem);
+}
 
 class CSessionObject final : public IBackupJobSession {
 public:
@@ -38,6 +51,7 @@ public:
     bool Disable() override { return m_agent.SetEnabled(m_caller, m_id, false); }
     SBackupJobConfigurationInfo GetConfigurationInfo() const override { return m_agent.Configuration(m_id); }
     void UpdateConfigurationInfo(SBackupJobConfigurationInfo configInfo) override {
+        RequireUsablePassword(configInfo);
         m_agent.UpdateJob(m_caller, m_id, configInfo);
     }
     std::vector<SCheckJobValidityMessage> CheckValidity() const override {

@@ -72,7 +72,8 @@ int VerifyChain(const SPlace& place, CLookup& lookup, IEngine& engine, const SCh
     try {
         request.Store = lookup.StoreOf(chain, options.PasswordFile);
         if (chain.State == EChainState::Lost && !engine.Exists(request.Store)) {
-            tell("lost", Escaped(chain.Damage));
+            tell("lost", chain.Damage.empty() ? "it is no longer in " + Quoted(request.Store.Folder)
+                                              : Escaped(chain.Damage));
             return Failed;
         }
         if (options.Parts > 1) {
@@ -156,13 +157,16 @@ private:
 
 /// \throws CCommandError where nothing can be restored to
 void CheckTarget(const std::filesystem::path& target) {
-    std::error_code error;
     for (auto path = target; !path.empty(); path = path.parent_path()) {
-        const auto status = std::filesystem::status(path, error);
-        if (std::filesystem::is_directory(status)) return;
-        if (status.type() != std::filesystem::file_type::not_found)
-            throw CCommandError(Failed, Quoted(path.string()) + " is no folder that could be restored to");
-        if (path == path.parent_path()) return;
+        struct stat status {};
+        const bool isThere = ::stat(path.c_str(), &status) == 0;
+        if (!isThere && errno == ENOENT && path != path.parent_path()) continue;
+        if (isThere && !S_ISDIR(status.st_mode)) errno = ENOTDIR;
+        // What is there already may have parts that can be written to.
+        const bool isEnough = path == target || ::access(path.c_str(), W_OK | X_OK) == 0;
+        if (isThere && S_ISDIR(status.st_mode) && isEnough) return;
+        throw CCommandError(Failed, "Nothing can be restored to " + Quoted(path.string()) + ": " +
+                                        apigen::common::ErrorText(errno));
     }
 }
 

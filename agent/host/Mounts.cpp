@@ -258,6 +258,17 @@ public:
         return found;
     }
 
+    EDrive DriveOf(const SMount& mount) const {
+        // Some file systems have a number of their own.
+        std::string number =
+            std::to_string(::major(mount.Device)) + ":" + std::to_string(::minor(mount.Device));
+        if (::access(Facts(number).c_str(), F_OK) != 0 && mount.Source.starts_with('/')) {
+            const auto source = DeviceAt(mount.Source);
+            if (source) number = source->Number;
+        }
+        return DriveOf(number);
+    }
+
     const SMount* MountAt(const std::string& path) const {
         for (const auto& mount : m_mounts)
             if (mount.Point == path) return &mount;
@@ -265,6 +276,31 @@ public:
     }
 
 private:
+    std::string Facts(const std::string& number) const { return m_places.Sys + "/dev/block/" + number; }
+
+    EDrive DriveOf(const std::string& number) const {
+        const std::string facts = RealPath(Facts(number));
+        if (facts.empty()) return EDrive::Unknown;
+        // What is made of other devices is as they are.
+        auto drive = EDrive::Fixed;
+        const auto slaves = NamesIn(In(facts, "slaves"));
+        for (const auto& name : slaves) {
+            const auto part = FirstLine(In(In(In(facts, "slaves"), name), "dev"));
+            const auto one = part.empty() || part == number ? EDrive::Unknown : DriveOf(part);
+            if (one == EDrive::Removable) return one;
+            if (one == EDrive::Unknown) drive = one;
+        }
+        if (!slaves.empty()) return drive;
+        // ".../usb2/2-1/...": the bus that it is on.
+        for (auto at = facts.find("/usb"); at != std::string::npos; at = facts.find("/usb", at + 1)) {
+            if (at + 4 < facts.size() && facts[at + 4] >= '0' && facts[at + 4] <= '9')
+                return EDrive::Removable;
+        }
+        const bool isPart = ::access(In(facts, "partition").c_str(), F_OK) == 0;
+        const auto removable = FirstLine(In(isPart ? facts + "/.." : facts, "removable"));
+        return removable == "1" ? EDrive::Removable : removable == "0" ? EDrive::Fixed : EDrive::Unknown;
+    }
+
     /// Tests describe devices by files that hold a number.
     bool StandIn(SDevice& device, const struct stat& status) const {
         if (m_places.Dev == "/dev" || !S_ISREG(status.st_mode) ||
@@ -440,6 +476,12 @@ std::vector<std::string> MountPointsOf(const SVolumeBackupObject& object, std::s
         return {path};
     why = name + " is no volume and no mount point";
     return {};
+}
+
+EDrive DriveOf(const std::string& mountPoint, const SHostPlaces& places) {
+    const CHost host(places);
+    const auto* const mount = host.MountAt(mountPoint);
+    return mount != nullptr ? host.DriveOf(*mount) : EDrive::Unknown;
 }
 
 std::vector<std::string> RealMountPoints(const SHostPlaces& places) {

@@ -52,4 +52,14 @@ std::vector<std::string> MountPointsOf(const zamclientlib::SVolumeBackupObject& 
 /// The mount points of all real file systems, each once, "/" first: the entire machine.
 std::vector<std::string> RealMountPoints(const SHostPlaces& places = {});
 
+/// What a file system lies on.
+enum class EDrive {
+    Fixed,
+    Removable,  ///< its medium can be taken out, or it is connected by USB
+    Unknown     ///< on no device that the system describes
+};
+
+/// Of the file system that is mounted there. One that spans several drives counts as the most removable of them.
+EDrive DriveOf(const std::string& mountPoint, const SHostPlaces& places = {});
+
 }  // namespace tarvo

@@ -19,6 +19,7 @@
 #include "agent/core/IClock.h"
 #include "agent/core/ILog.h"
 #include "agent/core/Values.h"
+#include "agent/host/Mounts.h"
 
 namespace tarvo {
 
@@ -32,6 +33,7 @@ struct SWorkSettings {
     std::chrono::seconds Jitter{0};  ///< scheduled runs begin up to so much later
     unsigned SessionsKept = 1000;    ///< of each job; older ones are forgotten
     unsigned VerifyParts = 0;        ///< read so many parts' next one after a scheduled run; 0: never
+    SHostPlaces Host;                ///< where devices and mounts are looked up
 };
 
 /// A client that changes something.

@@ -421,9 +421,12 @@ void CRun::BeginChain(const std::vector<SChain>& chains, ENewChain reason, Type 
 void CRun::BackUp() {
     const auto stop = m_active->Stop.get_token();
     const auto& source = m_job.Config.Source;
-    auto roots = RootsOf(source);
+    auto roots = RootsOf(source, m_agent.Settings().Host);
     for (const auto& missing : roots.Missing) {
         Say(Type::Warning, "The folder " + Quoted(missing) + " to back up does not exist");
+    }
+    for (const auto& note : roots.Notes) {
+        Say(Type::Info, note);
     }
     for (const auto& [object, why] : roots.Unreadable) {
         Say(Type::Warning, Quoted(object) + " can't be backed up: " + why);
@@ -484,6 +487,9 @@ void CRun::BackUp() {
     } catch (const CNoLocation&) {
         throw;  // the disk is away, not the chain
     } catch (const CNoStore& lost) {
+        if (m_agent.IsAway(m_chain.Repository, m_chain.Location)) {
+            throw CFailure(std::string(lost.what()) + ": its disk is not mounted any more; mount it");
+        }
         MarkChain(EChainState::Lost, lost.what());
         throw;
     } catch (const CStoreDamaged& damage) {

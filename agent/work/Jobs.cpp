@@ -247,8 +247,9 @@ SHostFacts CAgent::Impl::FactsOf(const SBackupJobConfigurationInfo& config, cons
                                  bool isThorough) {
     constexpr std::uint64_t MostEntries = 20000;
     SHostFacts facts;
-    auto source = RootsOf(config.Source);
+    auto source = RootsOf(config.Source, Settings().Host);
     facts.MissingDirs = std::move(source.Missing);
+    facts.SourceNotes = std::move(source.Notes);
     facts.UnreadableObjects = std::move(source.Unreadable);
     if (config.ScriptInfo) {
         const auto& scripts = *config.ScriptInfo;

@@ -3,7 +3,7 @@
 
 #include <sys/stat.h>
 
-#include "agent/host/Mounts.h"
+#include "support/common/Text.h"
 
 namespace tarvo {
 
@@ -33,6 +33,24 @@ void AddFileLevel(const SBackupSourceInfo& source, SRoots& roots) {
     }
 }
 
+void AddEntireMachine(const SBackupSourceInfo& source, const SHostPlaces& host, SRoots& roots) {
+    for (auto& point : RealMountPoints(host)) {
+        // The system itself is never left out, wherever it runs from.
+        const auto drive =
+            source.shouldBackupUsbDrives || point == "/" ? EDrive::Fixed : DriveOf(point, host);
+        if (drive == EDrive::Removable) {
+            roots.Notes.push_back("The file system at " + apigen::common::Quoted(point) +
+                                  " is left out: it is on a removable or USB drive");
+            continue;
+        }
+        if (drive == EDrive::Unknown) {
+            roots.Notes.push_back("Whether the file system at " + apigen::common::Quoted(point) +
+                                  " is on a removable or USB drive can't be told; it is backed up");
+        }
+        roots.Roots.push_back(std::move(point));
+    }
+}
+
 std::string Told(const SSighting& sighting, const std::string& text) {
     std::string told = std::to_string(sighting.Count) + " " + text + ": ";
     for (const auto& example : sighting.Examples) {
@@ -45,21 +63,21 @@ std::string Told(const SSighting& sighting, const std::string& text) {
 
 }  // namespace
 
-SRoots RootsOf(const SBackupSourceInfo& source) {
+SRoots RootsOf(const SBackupSourceInfo& source, const SHostPlaces& host) {
     SRoots roots;
     switch (source.BackupMode) {
         case JobBackupMode::FileLevel:
             AddFileLevel(source, roots);
             break;
         case JobBackupMode::EntireMachine:
-            roots.Roots = RealMountPoints();
+            AddEntireMachine(source, host, roots);
             roots.StaysOnFileSystems = true;
             break;
         case JobBackupMode::VolumeLevel:
             roots.StaysOnFileSystems = true;
             for (const auto& object : source.Objects) {
                 std::string why;
-                const auto points = MountPointsOf(object, why);
+                const auto points = MountPointsOf(object, why, host);
                 if (points.empty()) roots.Unreadable.emplace_back(object.Object, why);
                 roots.Roots.insert(roots.Roots.end(), points.begin(), points.end());
             }

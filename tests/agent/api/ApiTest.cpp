@@ -97,6 +97,28 @@ TEST_F(CAgentApiTest, WhatWasAnsweredIsThereAfterAKill) {
     EXPECT_THAT(product->GetRepositoryManager()->GetRepositories(), SizeIs(1));
 }
 
+// An empty one became the only key of the job's chains, and the engine takes none that is empty.
+TEST_F(CAgentApiTest, APasswordThatTheEngineCantUseLocksNobodyOut) {
+    const auto control = Connect();
+    const auto product = Product(control);
+    auto config = Config(Repository(*product).Id);
+    config.StorageInfo.EncryptionSettings = SEncryptionSettings{};
+    config.StorageInfo.EncryptionSettings->Password = std::string(Password);
+    const auto job = product->CreateBackupJob(config);
+    ASSERT_EQ(Finished(*job->Start({})).Result, JobResult::Success);
+    for (const char* const odd : {"", " ", "ends in white space\n"}) {
+        config.JobName = "renamed";
+        config.StorageInfo.EncryptionSettings->Password = std::string(odd);
+        EXPECT_THAT(FailureOf([&] { job->UpdateConfigurationInfo(config); }),
+                    HasSubstr("password can't be used"));
+    }
+    EXPECT_NE(job->GetInfo().Name, "renamed");
+    EXPECT_THAT(job->CheckValidity(), testing::IsEmpty());
+    const auto second = Finished(*job->Start({}));
+    EXPECT_EQ(second.Result, JobResult::Success) << LinesOf(second);
+    EXPECT_EQ(second.SessionAlgorithm, JobSessionAlgorithm::Increment);
+}
+
 TEST_F(CAgentApiTest, AnObjectShowsTheJobAsItIsWhoeverHasChangedIt) {
     const auto control = Connect();
     const auto product = Product(control, Owner("one", ZAMOwnerMode::Shared));

@@ -31,7 +31,7 @@ class CMemoryEngine final : public IEngine {
 public:
     SEngineInfo Info() override { return {}; }
     void Prepare(const SPrepareRequest&, std::stop_token) override {}
-    bool Exists(const SEngineStore&) override { return true; }
+    bool Exists(const SEngineStore&) override { return IsThere; }
     SBackupResult BackUp(const SBackupRequest&, std::stop_token) override { return {}; }
     std::vector<SSnapshot> Snapshots(const SEngineStore&, std::stop_token) override { return {}; }
     void Forget(const SEngineStore&, const std::vector<std::string>&, std::stop_token) override {}
@@ -67,6 +67,7 @@ public:
     std::vector<std::string> Asked;
     std::uint64_t RestoreWarnings = 0;
     bool IsDamaged = false;
+    bool IsThere = true;
     std::function<void()> OnVerify;
 };
 
@@ -333,7 +334,7 @@ TEST_F(Commands, NothingIsRestoredBelowWhatIsNoFolder) {
     const auto file = m_folder.Write("file", "");
     for (const auto& target : {file, file + "/below"}) {
         EXPECT_EQ(Run({"restore", "aaaa1", "--to", target}), commands::Failed);
-        EXPECT_NE(m_errors.find("no folder"), std::string::npos) << m_errors;
+        EXPECT_NE(m_errors.find("\": Not a directory"), std::string::npos) << m_errors;
     }
     EXPECT_TRUE(m_memory->Asked.empty());
 }
@@ -388,6 +389,13 @@ TEST_F(Commands, AStoreThatIsGoneIsLostAndOneWhoseDiskIsAwayIsNot) {
     m_memory->OnVerify = [] { throw CNoStore("it is gone"); };
     EXPECT_EQ(Run({"verify", "--job", "alpha"}), commands::Failed);
     EXPECT_EQ(State().FindChain(One, 1)->State, EChainState::Lost);
+    // A run that misses it says so in its own log, and leaves the chain without a word.
+    m_memory->IsThere = false;
+    auto missed = *State().FindChain(One, 1);
+    missed.Damage.clear();
+    State().SaveChain(missed);
+    EXPECT_EQ(Run({"verify", "--job", "alpha"}), commands::Failed);
+    EXPECT_NE(m_out.find(": lost: it is no longer in \""), std::string::npos) << m_out;
     // One that cannot be opened is not said to be damaged.
     m_memory->OnVerify = [] { throw CWrongKey("no"); };
     EXPECT_EQ(Run({"verify", "--job", "be\nta"}), commands::Failed);

@@ -143,6 +143,35 @@ TEST_F(Host, TheEntireMachineIsItsOwnRealFileSystemsEachOnce) {
               (std::vector<std::string>{"/", "/home", "/mnt/with space\ttab\\back\nline"}));
 }
 
+TEST_F(Host, RemovableAndUsbDrivesAreKnown) {
+    const auto disk = [&](const std::string& path, const std::string& number, const std::string& removable) {
+        m_folder.Write("sys/devices/" + path + "/removable", removable + "\n");
+        fs::create_directories(m_folder / "sys/dev/block");
+        fs::remove_all(m_folder / ("sys/dev/block/" + number));
+        fs::create_symlink("../../devices/" + path, m_folder / ("sys/dev/block/" + number));
+    };
+    const auto part = [&](const std::string& path, const std::string& number) {
+        m_folder.Write("sys/devices/" + path + "/partition", "1\n");
+        fs::remove_all(m_folder / ("sys/dev/block/" + number));
+        fs::create_symlink("../../devices/" + path, m_folder / ("sys/dev/block/" + number));
+    };
+    disk("pci0/ata1/block/sda", "8:0", "0");
+    part("pci0/ata1/block/sda/sda1", "8:1");
+    disk("pci0/usb2/2-1/block/sdb", "8:16", "0");
+    part("pci0/usb2/2-1/block/sdb/sdb1", "8:17");
+    disk("pci0/mmc/block/sdc", "8:32", "1");
+    m_folder.Write("sys/dev/block/253:0/slaves/sda1/dev", "8:1\n");
+    const std::string home = "/home";
+    EXPECT_EQ(DriveOf("/", m_places), EDrive::Fixed);
+    EXPECT_EQ(DriveOf("/mnt/with space\ttab\\back\nline", m_places), EDrive::Removable);  // by USB
+    EXPECT_EQ(DriveOf(home, m_places), EDrive::Fixed);
+    m_folder.Write("sys/dev/block/253:0/slaves/sdc/dev", "8:32\n");  // now it spans a card as well
+    EXPECT_EQ(DriveOf(home, m_places), EDrive::Removable);
+    fs::remove_all(m_folder / "sys/dev/block/253:0");
+    EXPECT_EQ(DriveOf(home, m_places), EDrive::Unknown);
+    EXPECT_EQ(DriveOf("/nowhere", m_places), EDrive::Unknown);
+}
+
 TEST_F(Host, ThisHostHasARoot) {
     const auto mounts = Mounts();
     ASSERT_NE(MountOf(mounts, "/"), nullptr);

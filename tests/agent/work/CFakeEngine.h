@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <set>
@@ -48,6 +49,9 @@ public:
         std::unique_lock lock(m_mutex);
         Note("back up", request.Store);
         m_parents.push_back(request.Parent);
+        std::ifstream list(request.ListFile, std::ios::binary);
+        m_lists.emplace_back().assign(std::istreambuf_iterator<char>(list), {});
+        m_oneFileSystem = request.OneFileSystem;
         ++m_running;
         m_most = std::max(m_most, m_running);
         m_news.notify_all();
@@ -186,6 +190,8 @@ public:
     std::function<void()> m_afterBackup;
     std::function<void()> m_afterPassword;
     std::vector<std::string> m_parents;
+    std::vector<std::string> m_lists;  ///< what was to be backed up
+    bool m_oneFileSystem = false;
 
 private:
     void Note(std::string what, const SEngineStore&) { m_done.push_back(std::move(what)); }

@@ -273,6 +273,97 @@ TEST_F(AgentTest, MoreSessionsAtOnceAreTakenFromNewSettings) {
     AwaitEnd(second);
 }
 
+// Machines and volumes
+
+/// A host with a disk, a stick, and a file system of which nobody knows where it lies.
+class HostTest : public AgentTest {
+protected:
+    HostTest() {
+        std::filesystem::create_directories(Home + "/host/dev");
+        AddDisk("sda", "8:0", "pci0/ata1", "disk");
+        AddDisk("sdb", "8:16", "pci0/usb1/1-1", "stick");
+        AddMount("0:77", "pool", "odd");
+        Settings.Host = {Home + "/host/dev", Home + "/host/sys", Home + "/host/mounts"};
+        Start();
+    }
+    void AddDisk(const std::string& name, const std::string& number, const std::string& bus,
+                 const std::string& folder) {
+        const std::string sys = Home + "/host/sys/";
+        std::filesystem::create_directories(sys + "devices/" + bus + "/" + name);
+        std::filesystem::create_directories(sys + "dev/block");
+        std::ofstream(sys + "devices/" + bus + "/" + name + "/removable") << "0\n";
+        std::filesystem::create_symlink("../../devices/" + bus + "/" + name, sys + "dev/block/" + number);
+        std::ofstream(Home + "/host/dev/" + name) << number;
+        AddMount(number, "/dev/" + name, folder);
+    }
+    void AddMount(const std::string& number, const std::string& source, const std::string& folder) {
+        std::filesystem::create_directory(Home + "/" + folder);
+        std::ofstream(Home + "/" + folder + "/file") << "text";
+        std::ofstream(Home + "/host/mounts", std::ios::app)
+            << "2 1 " << number << " / " << Home << "/" << folder << " rw - ext4 " << source << " rw\n";
+    }
+    bool BacksUp(const std::string& folder) {
+        return Engine->m_lists.back().find(Home + "/" + folder) != std::string::npos;
+    }
+    SBackupJobConfigurationInfo ConfigOf(JobBackupMode mode) {
+        auto config = Config();
+        config.Source = {};
+        config.Source.BackupMode = mode;
+        return config;
+    }
+};
+
+TEST_F(HostTest, AnEntireMachineIsItsFileSystemsWithoutTheDrivesThatCanBeTakenAway) {
+    auto config = ConfigOf(JobBackupMode::EntireMachine);
+    const Guid job = Agent->CreateJob(Caller, config);
+    std::string findings;
+    for (const auto& finding : Agent->CheckValidity(job)) {
+        EXPECT_EQ(finding.MessageType, ELogDetailType::Info) << finding.Message;
+        findings += finding.Message + "\n";
+    }
+    EXPECT_NE(findings.find(Home + "/stick\" is left out"), std::string::npos) << findings;
+    EXPECT_NE(findings.find(Home + "/odd\" is on a removable or USB drive can't be told"), std::string::npos)
+        << findings;
+    auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_TRUE(Says(info, "is left out")) << Lines(info);
+    EXPECT_TRUE(BacksUp("disk"));
+    EXPECT_TRUE(BacksUp("odd"));
+    EXPECT_FALSE(BacksUp("stick"));
+    EXPECT_FALSE(BacksUp("source"));
+    EXPECT_TRUE(Engine->m_oneFileSystem);
+
+    config.Source.shouldBackupUsbDrives = true;
+    Agent->UpdateJob(Caller, job, config);
+    EXPECT_EQ(Agent->CheckValidity(job).size(), 1U);
+    info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_TRUE(BacksUp("stick"));
+}
+
+TEST_F(HostTest, VolumesAreTheFilesOfWhatIsMountedFromThem) {
+    auto config = ConfigOf(JobBackupMode::VolumeLevel);
+    config.Source.Objects = {{"sdb", EVolumeBackupObjectType::Unknown}};
+    const Guid job = Agent->CreateJob(Caller, config);
+    auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_TRUE(BacksUp("stick"));
+    EXPECT_FALSE(BacksUp("disk"));
+    EXPECT_TRUE(Engine->m_oneFileSystem);
+
+    config.Source.Objects.push_back({"sda", EVolumeBackupObjectType::Unknown});
+    Agent->UpdateJob(Caller, job, config);
+    info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_TRUE(BacksUp("stick"));
+    EXPECT_TRUE(BacksUp("disk"));
+
+    config.Source.Objects.push_back({"sdz", EVolumeBackupObjectType::Unknown});
+    Agent->UpdateJob(Caller, job, config);
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+    EXPECT_NE(ErrorsOf(Agent->CheckValidity(job)).find("sdz"), std::string::npos);
+}
+
 // Scripts
 
 TEST_F(AgentTest, ScriptsRunAroundTheSessionAndLearnHowItEnded) {
@@ -418,6 +509,22 @@ TEST_F(DiskTest, TheEmptyFolderOfAMountPointIsNoLostChain) {
     ASSERT_TRUE(Mount());
     const auto info = RunJob(job);
     EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Increment) << Lines(info);
+}
+
+TEST_F(DiskTest, ADiskThatGoesWhileASessionWorksTakesNoChainAlong) {
+    const Guid job = MakeJob();
+    RunJob(job);
+    Engine->Hold(true);
+    const Guid session = Agent->StartJob(Caller, job, {});
+    ASSERT_TRUE(Engine->AwaitRunning(1));
+    Unmount();
+    Engine->Hold(false);
+    const auto info = AwaitEnd(session);
+    EXPECT_EQ(info.Result, JobResult::Failed);
+    EXPECT_TRUE(Says(info, "not mounted any more")) << Lines(info);
+    EXPECT_EQ(Agent->PointsForRestore(job).size(), 1U);  // none is listed of a lost chain
+    ASSERT_TRUE(Mount());
+    EXPECT_EQ(RunJob(job).SessionAlgorithm, JobSessionAlgorithm::Increment);
 }
 
 TEST_F(DiskTest, AFirstRunBeginsNothingBelowAMountPointEither) {
