@@ -289,28 +289,28 @@ APIGEN_API void SetText(IData& data, const std::string& key, std::string_view te
 APIGEN_API void AppendTo(IData& data, std::string_view key, WriteFunction write, const void* value);
 APIGEN_API void ReadFrom(const IData& data, std::string_view key, ReadFunction read, void* value);
 
+// Functions of their own: a lambda in an exported template would be exported with it.
+template <class T>
+void WriteErased(CTextWriter& writer, std::string_view name, const void* object) {
+    Write(writer, name, *static_cast<const T*>(object));
+}
+template <class T>
+void ReadErased(CReader& reader, std::string_view name, void* object) {
+    Read(reader, name, *static_cast<T*>(object));
+}
+
 template <class T>
 void WriteTo(IData& data, const std::string& key, const T& value) {
     if constexpr (IsPlain<T>) {
         WithText(value, [&](std::string_view text) { SetText(data, key, text); });
     } else {
-        AppendTo(
-            data, key,
-            [](CTextWriter& writer, std::string_view name, const void* object) {
-                Write(writer, name, *static_cast<const T*>(object));
-            },
-            &value);
+        AppendTo(data, key, &WriteErased<T>, &value);
     }
 }
 
 template <class T>
 void ReadFrom(const IData& data, const std::string& key, T& value) {
-    ReadFrom(
-        data, key,
-        [](CReader& reader, std::string_view name, void* object) {
-            Read(reader, name, *static_cast<T*>(object));
-        },
-        &value);
+    ReadFrom(data, key, &ReadErased<T>, &value);
 }
 
 }  // namespace detail
