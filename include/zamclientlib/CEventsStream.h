@@ -11,7 +11,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <iterator>
 #include <memory>
 
 namespace zamclientlib APIGEN_API {
