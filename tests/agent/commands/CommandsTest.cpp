@@ -246,6 +246,7 @@ TEST_F(Commands, TheLatestPointNeedsItsJobWhereThereAreSeveral) {
     AddThree();
     EXPECT_EQ(Run({"restore", "latest", "--to", "/t"}), commands::Usage);
     EXPECT_NE(m_errors.find("be\\nta"), std::string::npos);
+    EXPECT_NE(m_errors.find("gamma (deleted: " + PlainText(Three) + ")"), std::string::npos) << m_errors;
     EXPECT_EQ(Run({"restore", "latest", "--job", "be\nta", "--to", "/t"}), commands::Done);
     EXPECT_EQ(m_memory->Asked.back(), "restore snap3 to /t by s3cret");
     EXPECT_EQ(Run({"restore", "latest", "--job", "nobody", "--to", "/t"}), commands::NotFound);
