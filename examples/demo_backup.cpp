@@ -59,13 +59,15 @@ std::shared_ptr<IBackupJob> MakeJob(IZamProduct& product, const std::string& loc
 SBackupJobSessionInfo Follow(CEventsStream& events, const IBackupJobSession& session) {
     constexpr auto Round = 200ms;
     int shown = -1;
+    auto state = JobState::Unknown;
     while (true) {
         if (const auto event = events.ReadUntil(std::chrono::steady_clock::now() + Round)) {
             std::cout << "event " << event->Id << ": " << NameOf(event->Type) << '\n';
         }
         auto info = session.GetInfo();
-        if (info.PercentCompleted != shown) {
+        if (info.PercentCompleted != shown || info.State != state) {
             shown = info.PercentCompleted;
+            state = info.State;
             std::cout << "  " << NameOf(info.State) << ", " << shown << " %, " << info.ReadSizeBytes
                       << " bytes read\n"
                       << std::flush;

@@ -40,13 +40,15 @@ void Mark(CLookup& lookup, const SChain& verified, EChainState state, const std:
     transaction.Commit();
 }
 
-SVerifyResult VerifyUnlocked(IEngine& engine, const SVerifyRequest& request) {
+template <class F>
+auto WhenUnlocked(IEngine& engine, const SEngineStore& store, const std::stop_token& stop,
+                  const F& operation) {
     try {
-        return engine.Verify(request, {});
+        return operation();
     } catch (const CStoreLocked&) {
         // Left by a process that was killed; a living one's stays, and is told of.
-        engine.Unlock(request.Store, {});
-        return engine.Verify(request, {});
+        engine.Unlock(store, stop);
+        return operation();
     }
 }
 
@@ -82,7 +84,8 @@ int VerifyChain(const SPlace& place, CLookup& lookup, IEngine& engine, const SCh
             progress.Parts = options.Parts;
             request.Part = SVerifyPart{progress.Part, progress.Parts};
         }
-        const auto result = VerifyUnlocked(engine, request);
+        const auto result = WhenUnlocked(engine, request.Store, place.Stop,
+                                         [&] { return engine.Verify(request, place.Stop); });
         const std::string part =
             request.Part ? "part " + std::to_string(progress.Part) + " of " + std::to_string(progress.Parts)
                          : "whole";
@@ -107,6 +110,8 @@ int VerifyChain(const SPlace& place, CLookup& lookup, IEngine& engine, const SCh
     } catch (const CStoreLocked& busy) {
         tell("not read",
              std::string("a session or another command works on it; try again later. ") + busy.what());
+    } catch (const CEngineStopped&) {
+        throw;
     } catch (const CEngineMissing&) {
         throw;
     } catch (const CEngineTooOld&) {
@@ -192,14 +197,15 @@ int Restore(const SPlace& place, const SOptions& options) {
     CPathFilter filter(options.Paths);
     if (options.IsDryRun) {
         std::uint64_t count = 0, bytes = 0;
-        engine->List(store, point.EngineId, "/",
-                     [&](const SEntry& entry) {
-                         if (!filter.Takes(entry.Path)) return;
-                         ++count;
-                         bytes += entry.Size;
-                         place.Out << Escaped(root + entry.Path) << '\n';
-                     },
-                     {});
+        engine->List(
+            store, point.EngineId, "/",
+            [&](const SEntry& entry) {
+                if (!filter.Takes(entry.Path)) return;
+                ++count;
+                bytes += entry.Size;
+                place.Out << Escaped(root + entry.Path) << '\n';
+            },
+            place.Stop);
         filter.RequireAll(point);
         place.Errors << "Would restore " << count << " entries, " << SizeText(bytes) << '\n';
         return Done;
@@ -208,13 +214,14 @@ int Restore(const SPlace& place, const SOptions& options) {
     const bool mayOverwrite = HoldsSomething(target);
     if (mayOverwrite || !filter.IsAll()) {
         COverwritten overwritten(root);
-        engine->List(store, point.EngineId, "/",
-                     [&](const SEntry& entry) {
-                         const bool isWanted = filter.Takes(entry.Path);
-                         if (mayOverwrite && (isWanted || filter.LeadsOn(entry.Path)))
-                             overwritten.Look(entry, isWanted);
-                     },
-                     {});
+        engine->List(
+            store, point.EngineId, "/",
+            [&](const SEntry& entry) {
+                const bool isWanted = filter.Takes(entry.Path);
+                if (mayOverwrite && (isWanted || filter.LeadsOn(entry.Path)))
+                    overwritten.Look(entry, isWanted);
+            },
+            place.Stop);
         filter.RequireAll(point);
         overwritten.Remove();
     }
@@ -224,7 +231,8 @@ int Restore(const SPlace& place, const SOptions& options) {
     request.Target = target;
     request.Paths = filter.Paths();
     request.OnWarning = [&](const SEngineWarning& warning) { place.Errors << warning.Message << '\n'; };
-    const auto result = engine->Restore(request, {});
+    const auto result =
+        WhenUnlocked(*engine, store, place.Stop, [&] { return engine->Restore(request, place.Stop); });
     if (result.Warnings != 0) {
         place.Errors << "Restored with " << result.Warnings << " entries that are not as they were\n";
         return Failed;

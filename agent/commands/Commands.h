@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <ostream>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,7 @@ struct SPlace {
     std::function<std::shared_ptr<IEngine>()> MakeEngine;  ///< asked when a command needs it
     std::ostream& Out;
     std::ostream& Errors;
+    std::stop_token Stop = {};  ///< somebody has lost his patience
 };
 
 /// Whether the word names a command.

@@ -117,8 +117,12 @@ SPoint CLookup::Point(const std::string& name, const std::string& job) const {
     if (name == "latest") {
         std::set<Guid> jobs;
         std::string names;
-        for (const auto& point : points)
-            if (jobs.insert(point.Job).second) names += (names.empty() ? "" : ", ") + JobName(point.Job);
+        for (const auto& point : points) {
+            if (!jobs.insert(point.Job).second) continue;
+            names += (names.empty() ? "" : ", ") + JobName(point.Job);
+            // Its name may have been given again: by name it is the other job that is meant.
+            if (IsOrphan(point.Job)) names += " (deleted: " + PlainText(point.Job) + ")";
+        }
         if (jobs.empty()) throw CCommandError(NotFound, "There is no point yet");
         if (jobs.size() > 1)
             throw CCommandError(Usage, "There are points of several jobs; say --job NAME, one of: " + names);

@@ -171,7 +171,7 @@ int ShowFiles(const SPlace& place, const SOptions& options) {
                           TimeText(changed).c_str());
             place.Out << facts.data() << Escaped(entry.Path) << '\n';
         },
-        {});
+        place.Stop);
     filter.RequireAll(point);
     return Done;
 }

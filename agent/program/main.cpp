@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The program tarvod: the daemon, its settings' check, and the commands that are run beside it.
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -7,7 +8,9 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "agent/api/Objects.h"
@@ -96,6 +99,27 @@ int PrintUsage(std::ostream& to) {
     return &to == &std::cout ? 0 : UsageError;
 }
 
+/// The first Ctrl-C or SIGTERM has the engine end in good order: killed, it would leave the store locked. The second one
+/// kills.
+std::stop_token StopOfSignals() {
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        ::sigaddset(&signals, signal);
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::stop_source stop;
+    // It waits for as long as the process lives.
+    std::thread([signals, stop]() mutable {
+        int signal = 0;
+        ::sigwait(&signals, &signal);
+        stop.request_stop();
+        ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+        for (;;)
+            ::pause();
+    }).detach();
+    return stop.get_token();
+}
+
 bool ReadNumber(const std::string& text, int& number) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc() && end == text.data() + text.size();
@@ -115,7 +139,7 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
     if (commands::IsCommand(first)) {
         const SFolders folders = FoldersOfProcess();
         const auto makeEngine = [&] { return MakeEngine(folders, ReadSettings(folders.SettingsFile)); };
-        return commands::Run(arguments, {folders, makeEngine, std::cout, std::cerr});
+        return commands::Run(arguments, {folders, makeEngine, std::cout, std::cerr, StopOfSignals()});
     }
     if (first == "--version" && arguments.size() == 1) {
         std::cout << "tarvod " ZAM_VERSION << std::endl;

@@ -111,6 +111,26 @@ TEST_F(CProgramTest, AMissingEngineIsAFindingAndItsPathIsTakenUpOnSighup) {
     EXPECT_EQ(Finished(*job->Start({})).Result, JobResult::Success);
 }
 
+// The engine died with its parent and left a lock that was in everybody's way. Asked to end it leaves one only in its
+// first moments, as here.
+TEST_F(CProgramTest, ACommandThatIsInterruptedLocksNobodyOut) {
+    const auto product = Product(Connect());
+    const auto job = Job(*product);
+    ASSERT_EQ(Finished(*job->Start({})).Result, JobResult::Success);
+    const auto locks = [&] {
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(Home("repo")))
+            if (entry.path().parent_path().filename() == "locks") return true;
+        return false;
+    };
+    CChild verify({Daemon(), "verify"});
+    ASSERT_TRUE(Eventually(locks));
+    ::kill(verify.Pid(), SIGINT);
+    EXPECT_THAT(verify.ReadErrors(), HasSubstr("was stopped"));
+    EXPECT_EQ(verify.Ended(), 1);
+    const auto restore = Run({"restore", "latest", "--to", Home("restored")});
+    EXPECT_EQ(restore.Status, 0) << restore.Errors;
+}
+
 TEST_F(CProgramTest, TheToolIsSmallAndBringsNoLibraryOfTheDaemonsAlong) {
     CChild child({"ldd", ToolWords()[0]});
     const std::string libraries = ReadBytes(child.Out, 100'000);

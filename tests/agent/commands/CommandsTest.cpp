@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/commands/Commands.h"
@@ -47,6 +48,7 @@ public:
             asked += " " + path;
         if (request.Store.Password) asked += " by " + *request.Store.Password;
         Asked.push_back(asked);
+        if (OnRestore) OnRestore();
         return {RestoreWarnings};
     }
     SVerifyResult Verify(const SVerifyRequest& request, std::stop_token) override {
@@ -69,6 +71,7 @@ public:
     bool IsDamaged = false;
     bool IsThere = true;
     std::function<void()> OnVerify;
+    std::function<void()> OnRestore;
 };
 
 class Commands : public testing::Test {
@@ -243,6 +246,7 @@ TEST_F(Commands, TheLatestPointNeedsItsJobWhereThereAreSeveral) {
     AddThree();
     EXPECT_EQ(Run({"restore", "latest", "--to", "/t"}), commands::Usage);
     EXPECT_NE(m_errors.find("be\\nta"), std::string::npos);
+    EXPECT_NE(m_errors.find("gamma (deleted: " + PlainText(Three) + ")"), std::string::npos) << m_errors;
     EXPECT_EQ(Run({"restore", "latest", "--job", "be\nta", "--to", "/t"}), commands::Done);
     EXPECT_EQ(m_memory->Asked.back(), "restore snap3 to /t by s3cret");
     EXPECT_EQ(Run({"restore", "latest", "--job", "nobody", "--to", "/t"}), commands::NotFound);
@@ -289,6 +293,25 @@ TEST_F(Commands, ARestoreThatIsNotAsItWasFails) {
     AddThree();
     m_memory->RestoreWarnings = 2;
     EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/t"}), commands::Failed);
+}
+
+TEST_F(Commands, AForgottenLockKeepsNobodyFromRestoring) {
+    AddThree();
+    bool isLocked = true;
+    m_memory->OnRestore = [&] {
+        if (std::exchange(isLocked, false)) throw CStoreLocked("locked");
+    };
+    EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/t"}), commands::Done) << m_errors;
+    EXPECT_EQ(m_memory->Asked,
+              (std::vector<std::string>{"restore snap1 to /t", "unlock", "restore snap1 to /t"}));
+}
+
+TEST_F(Commands, VerifyingEndsAtTheChainThatSomebodyInterrupts) {
+    AddThree();
+    m_memory->OnVerify = [] { throw CEngineStopped("stopped"); };
+    EXPECT_EQ(Run({"verify"}), commands::Failed);
+    EXPECT_EQ(m_memory->Asked.size(), 1U);
+    EXPECT_EQ(State().FindChain(One, 1)->State, EChainState::Open);
 }
 
 TEST_F(Commands, WhatIsRestoredReplacesWhatStandsThereAndNothingElse) {
