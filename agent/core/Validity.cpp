@@ -135,12 +135,17 @@ void CheckStorage(const SBackupStorageInfo& storage, const SHostFacts& facts, CF
     }
 }
 
+std::string UnusableScript(const char* which, const std::string& path, const std::string& why) {
+    return std::string("The ") + which + " script " + Quoted(path) + " can't be run: " + why +
+           (path.find(' ') != std::string::npos ? "; it is the path of a program, without arguments" : "");
+}
+
 void CheckScripts(const SBackupJobScriptInfo& scripts, const SHostFacts& facts, CFindings& findings) {
     if (!facts.PreJobScriptFault.empty()) {
-        findings.Error("The pre-job script can't be run: " + facts.PreJobScriptFault);
+        findings.Error(UnusableScript("pre-job", scripts.PreJobScript, facts.PreJobScriptFault));
     }
     if (!facts.PostJobScriptFault.empty()) {
-        findings.Warning("The post-job script can't be run: " + facts.PostJobScriptFault);
+        findings.Warning(UnusableScript("post-job", scripts.PostJobScript, facts.PostJobScriptFault));
     }
     if (!scripts.PreFreezeScript.empty() || !scripts.PostThawScript.empty()) {
         findings.Warning("No snapshot is taken, so the scripts around it (freeze and thaw) are not run");

@@ -331,7 +331,8 @@ SOutcome CResticEngine::Run(const SRun& run, const std::stop_token& stop) {
     COutputTail tail;
     auto said = EFailure::None;
     bool isHopeless = false;
-    task.OnErrors = [&](std::string_view line) {
+    task.OnErrors = [&](std::string_view raw) {
+        const std::string_view line = restic::WithoutTerminalWords(raw);
         if (line.empty()) return;
         // One that reads or writes a file of the store again and again goes on so for a quarter of an hour.
         if (restic::IsRetry(line)) {
@@ -801,6 +802,9 @@ SVerifyResult CResticEngine::Verify(const SVerifyRequest& request, std::stop_tok
 
 void CResticEngine::ChangePassword(const SEngineStore& store, const std::string& newPassword,
                                    std::stop_token stop) {
+    // The engine would take it, and nobody could open the store any more.
+    if (const std::string problem = PasswordProblem(newPassword); !problem.empty())
+        throw CEngineFailed("The password of " + Quoted(store.Folder) + " stays as it is: " + problem);
     SRun run{.What = "Changing the password of " + Quoted(store.Folder),
              .Store = &store,
              .Arguments = {"key", "passwd", "--new-password-file", "/proc/self/fd/4"},

@@ -287,6 +287,14 @@ bool ParseSnapshots(std::FILE* file, const std::function<void(SSnapshot)>& snaps
     return json::sax_parse(file, &reader);
 }
 
+std::string_view WithoutTerminalWords(std::string_view line) {
+    constexpr std::string_view ClearLine = "\x1b[2K";
+    while (line.starts_with(ClearLine) || line.starts_with('\r'))
+        line.remove_prefix(line.front() == '\r' ? 1 : ClearLine.size());
+    return line.starts_with("signal ") && line.ends_with(" received, cleaning up") ? std::string_view()
+                                                                                   : line;
+}
+
 bool IsRetry(std::string_view line) {
     return line.find("returned error, retrying after") != std::string_view::npos;
 }

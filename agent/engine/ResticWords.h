@@ -65,6 +65,9 @@ std::optional<SEntry> ParseEntry(std::string_view line);
 /// Reads the list of snapshots, of any length, with little memory. False when it is nonsense.
 bool ParseSnapshots(std::FILE* file, const std::function<void(SSnapshot)>& snapshot);
 
+/// The line without the sequence that clears a terminal's; empty for one that only tells that it was asked to end.
+std::string_view WithoutTerminalWords(std::string_view line);
+
 /// True of a line that tells of another try after a failure.
 bool IsRetry(std::string_view line);
 

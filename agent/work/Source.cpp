@@ -16,9 +16,19 @@ bool Exists(const std::string& path) {
     return ::lstat(path.c_str(), &status) == 0;
 }
 
+bool IsDevice(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && (S_ISBLK(status.st_mode) || S_ISCHR(status.st_mode));
+}
+
 void AddFileLevel(const SBackupSourceInfo& source, SRoots& roots) {
     for (const auto& folder : source.IncludeDirs) {
         if (folder.rfind('/', 0) != 0) continue;  // a finding of its own
+        if (IsDevice(folder)) {
+            roots.Unreadable.emplace_back(folder,
+                                          "it is a device, of which a backup of files holds no content");
+            continue;
+        }
         (Exists(folder) ? roots.Roots : roots.Missing).push_back(folder);
     }
     for (const auto& object : source.Objects) {

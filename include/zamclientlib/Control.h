@@ -30,7 +30,7 @@ public:
     [[nodiscard]] virtual std::vector<std::shared_ptr<IBackupJob>> GetBackupJobs() const = 0;
     /// Makes a job; its id is the agent's to give.
     /// \throws CGenericException when the agent refuses the definition
-    [[nodiscard]] virtual std::shared_ptr<IBackupJob> CreateBackupJob(SBackupJobConfigurationInfo config) = 0;
+    virtual std::shared_ptr<IBackupJob> CreateBackupJob(SBackupJobConfigurationInfo config) = 0;
 
     /// \return whether there was such a job
     /// \throws CJobIsRunning
@@ -69,8 +69,7 @@ public:
     /// Takes control of the agent for `owner`.
     /// \param force take it from another owner
     /// \return the product, or an empty pointer when the agent does not hand it out
-    [[nodiscard]] virtual std::shared_ptr<IZamProduct> RequestControl(SZamControlOwnerInfo owner,
-                                                                      bool force) = 0;
+    virtual std::shared_ptr<IZamProduct> RequestControl(SZamControlOwnerInfo owner, bool force) = 0;
 
     /// Gives control back.
     virtual void ReleaseControl(SZamControlOwnerInfo owner) = 0;

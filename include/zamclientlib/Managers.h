@@ -18,7 +18,7 @@ namespace zamclientlib APIGEN_API {
 class IRepositoryManager {
 public:
     /// \return the repository as the service has it, with its id
-    [[nodiscard]] virtual SBackupRepositoryInfo CreateRepository(SBackupRepositoryInfo info) = 0;
+    virtual SBackupRepositoryInfo CreateRepository(SBackupRepositoryInfo info) = 0;
 
     /// \return the repository as the service has it now
     virtual SBackupRepositoryInfo UpdateRepository(SBackupRepositoryInfo info) = 0;
@@ -45,7 +45,7 @@ public:
 class IBackupServerManager {
 public:
     /// \return the server as the service has it, with its id
-    [[nodiscard]] virtual SBackupServerInfo AddBackupServer(SBackupServerInfo serverInfo) = 0;
+    virtual SBackupServerInfo AddBackupServer(SBackupServerInfo serverInfo) = 0;
 
     /// \return whether there was such a server
     virtual bool DeleteBackupServer(apigen::Guid backupServerId) = 0;
@@ -68,7 +68,7 @@ public:
 class ICloudServiceProviderManager {
 public:
     /// \return the provider as the service has it, with its id
-    [[nodiscard]] virtual SCloudServiceProviderInfo AddCloudServiceProvider(
+    virtual SCloudServiceProviderInfo AddCloudServiceProvider(
         SCloudServiceProviderInfo serviceProviderInfo) = 0;
 
     /// \return whether there was such a provider

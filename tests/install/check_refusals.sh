@@ -95,7 +95,6 @@ refused 'takes no kind of event' 'Visit(SBaseEvent{}, [](int*) {});'
 # g++ 12 says nothing where the function is virtual.
 if [[ $compiler == clang* ]]; then
     refused 'unused' 'control().GetProductInfo();'
-    refused 'unused' 'control().RequestControl({}, false);'
     refused 'unused' 'control().IsOsxFDAGranted();'
 fi
 refused 'unused' 'apigen::Guid::Random();'

@@ -456,6 +456,11 @@ TEST(ValidityTest, ScriptsThatCanNotBeRunAreFound) {
     facts.PreJobScriptFault = "it is not there";
     facts.PostJobScriptFault = "it is not there";
     EXPECT_EQ(Weights(config, facts), (Found{Error, Warning}));
+    config.ScriptInfo->PreJobScript = "/opt/prepare --all";
+    EXPECT_EQ(ErrorsOf(FindingsOf(config, facts)),
+              "The pre-job script \"/opt/prepare --all\" can't be run: it is not there; it is the path of a "
+              "program, "
+              "without arguments");
 }
 
 TEST(ValidityTest, TheErrorsAreWhatAStartIsRefusedWith) {

@@ -56,6 +56,13 @@ TEST(ResticWords, EachKindOfFailureIsKnownByItsWords) {
         IsRetry("Load(<data/6939c79003>, 0, 0) returned error, retrying after 552ms: open d: no such file"));
 }
 
+TEST(ResticWords, ThatAreMeantForATerminalAreLeftOut) {
+    EXPECT_EQ(WithoutTerminalWords("\x1b[2KFatal: no"), "Fatal: no");
+    EXPECT_EQ(WithoutTerminalWords("\r\x1b[2K\r\x1b[2K"), "");
+    EXPECT_EQ(WithoutTerminalWords("\x1b[2Ksignal interrupt received, cleaning up"), "");
+    EXPECT_EQ(WithoutTerminalWords("a \x1b[2K within"), "a \x1b[2K within");
+}
+
 TEST(ResticWords, ProgressWithoutTotalsIsProgressAtZero) {
     const auto message = ParseMessage(R"({"message_type":"status","percent_done":0})");
     const auto* progress = std::get_if<SBackupProgress>(&message);

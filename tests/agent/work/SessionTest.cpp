@@ -364,6 +364,16 @@ TEST_F(HostTest, VolumesAreTheFilesOfWhatIsMountedFromThem) {
     EXPECT_NE(ErrorsOf(Agent->CheckValidity(job)).find("sdz"), std::string::npos);
 }
 
+TEST_F(AgentTest, ADeviceAmongTheFoldersIsRefused) {
+    Start();
+    auto config = Config();
+    config.Source.IncludeDirs.emplace_back("/dev/null");
+    const Guid job = Agent->CreateJob(Caller, config);
+    EXPECT_NE(ErrorsOf(Agent->CheckValidity(job)).find("\"/dev/null\" can't be backed up: it is a device"),
+              std::string::npos);
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+}
+
 // Scripts
 
 TEST_F(AgentTest, ScriptsRunAroundTheSessionAndLearnHowItEnded) {
