@@ -63,6 +63,7 @@ public:
                 "there is a socket", path);
         zamclientlib::SEventConfig config;
         config.v1 = zamclientlib::SEventConfigV1{path};
+        m_origin = " (from the event socket \"" + path + "\")";
         m_stream = std::make_unique<zamclientlib::CEventsStream>(config, nullptr);
         m_agent = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         std::uint32_t word = 17;
@@ -88,6 +89,8 @@ public:
                 isSome = event.HasValue();
                 return isSome ? *event : SBaseEvent{};
             });
+            // Errors name the socket as well.
+            if (outcome.ends_with(m_origin)) outcome.resize(outcome.size() - m_origin.size());
             if (isSome) outcomes.push_back(std::move(outcome));
             Require(outcomes.size() <= MaxMessages, "no message comes twice, and none breaks the stream");
         }
@@ -95,6 +98,7 @@ public:
 
 private:
     std::unique_ptr<zamclientlib::CEventsStream> m_stream;
+    std::string m_origin;
     int m_agent = -1;
 };
 

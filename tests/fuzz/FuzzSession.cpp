@@ -202,7 +202,7 @@ void ThrowReported(const apigen::IData& answer) {
         throw apigen::ApiException("of an unknown type");
     }
     if (answer.HasValue("__api_internal_err")) {
-        throw apigen::ApiInternalError(answer.GetChild("__api_internal_err")->GetString("msg"));
+        throw apigen::ServiceInternalError(answer.GetChild("__api_internal_err")->GetString("msg"));
     }
 }
 
