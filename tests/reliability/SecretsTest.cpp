@@ -7,11 +7,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
-#include <cinttypes>
 #include <cstdio>
-#include <map>
 #include <sstream>
 
+#include "tests/FindInMemory.h"
 #include "tests/api/CMemoryLogger.h"
 #include "tests/reliability/Reliability.h"
 
@@ -257,39 +256,6 @@ TEST_F(Secrets, StandInNoTextOfALaunch) {
         ExpectNone(line, "the log");
 }
 
-/// How often, and where, a process's memory holds the text whose inversion is `hidden`.
-std::map<std::string, int> FindInMemory(pid_t pid, const std::string& hidden) {
-    std::map<std::string, int> found;
-    std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
-    const int memory = ::open(("/proc/" + std::to_string(pid) + "/mem").c_str(), O_RDONLY | O_CLOEXEC);
-    if (memory < 0) return {{"unreadable", 1}};
-    for (std::string line; std::getline(maps, line);) {
-        std::uint64_t begin = 0;
-        std::uint64_t end = 0;
-        char permissions[5] = {};
-        if (std::sscanf(line.c_str(), "%" SCNx64 "-%" SCNx64 " %4s", &begin, &end, permissions) != 3)
-            continue;
-        if (permissions[0] != 'r' || permissions[1] != 'w') continue;
-        std::string bytes(end - begin, '\0');
-        const ssize_t count = ::pread(memory, bytes.data(), bytes.size(), static_cast<off_t>(begin));
-        if (count <= 0) continue;
-        for (char& byte : bytes)
-            byte = static_cast<char>(~byte);
-        const std::size_t name = line.find_first_of("/[");
-        for (std::size_t at = bytes.find(hidden); at != std::string::npos; at = bytes.find(hidden, at + 1))
-            ++found[name == std::string::npos ? "anonymous" : line.substr(name)];
-    }
-    ::close(memory);
-    return found;
-}
-
-/// Found neither in this program nor in what it sends, unless it is there in the clear.
-std::string Inverted(std::string text) {
-    for (char& byte : text)
-        byte = static_cast<char>(~byte);
-    return text;
-}
-
 // The stream's input, the text of the request and the decoded arguments; what the implementation kept goes with it.
 TEST_F(Secrets, LeaveTheMemoryOfAServiceThatIsDoneWithThem) {
     if (IsSanitized) GTEST_SKIP() << "a sanitizer keeps what is freed";
@@ -297,10 +263,10 @@ TEST_F(Secrets, LeaveTheMemoryOfAServiceThatIsDoneWithThem) {
     std::filesystem::copy_file(RELIABILITY_SERVICE, program);
     for (const std::size_t padding : {0U, 200U, 5'000U, 300'000U}) {
         // Inverted it is what is looked for, so that the search does not find itself.
-        const std::string hidden = Inverted("canary-in-memory-" + std::to_string(padding));
+        const std::string hidden = tests::Inverted("canary-in-memory-" + std::to_string(padding));
         const auto invoker = Invoker({}, 30s, nullptr, program);
         const auto root = std::make_shared<ITarvoInstaller_Proxy>(invoker, invoker->GetRootHandle());
-        const auto secret = [&] { return std::string(padding, 'p') + Inverted(hidden); };
+        const auto secret = [&] { return std::string(padding, 'p') + tests::Inverted(hidden); };
         {
             const auto packages = root->GetPackageManager();
             packages->InstalLocalPackages({secret(), "another"});
@@ -310,7 +276,7 @@ TEST_F(Secrets, LeaveTheMemoryOfAServiceThatIsDoneWithThem) {
             EXPECT_TRUE(root->IsSystemSupported());
         const auto services = ProcessesOf(program);
         ASSERT_EQ(services.size(), 1U);
-        EXPECT_THAT(FindInMemory(services[0], hidden), testing::IsEmpty())
+        EXPECT_THAT(tests::FindInMemory(services[0], hidden), testing::IsEmpty())
             << "behind " << padding << " bytes";
     }
 }
