@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <random>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -23,7 +22,7 @@ constexpr unsigned long FullSize = 64UL * 1024 * 1024;
 constexpr unsigned long IncrementSize = 4UL * 1024 * 1024;
 
 void AddDetail(SSession& session, ELogDetailType type, const std::string& message) {
-    session.Info.JobDetails.push_back({type, CAgent::NewGuid(), message});
+    session.Info.JobDetails.push_back({type, Guid::Random(), message});
 }
 
 void SetProgress(SBackupJobSessionInfo& info, unsigned percent) {
@@ -46,21 +45,6 @@ unsigned long AttemptOf(const SSession& session) {
 
 }  // namespace
 
-Guid CAgent::NewGuid() {
-    static std::random_device random;
-    static std::mutex mutex;
-    const std::lock_guard lock(mutex);
-    Guid guid;
-    guid.Data1 = random();
-    guid.Data2 = static_cast<std::uint16_t>(random());
-    guid.Data3 = static_cast<std::uint16_t>((random() & 0x0fffU) | 0x4000U);
-    for (auto& byte : guid.Data4) {
-        byte = static_cast<std::uint8_t>(random());
-    }
-    guid.Data4[0] = static_cast<std::uint8_t>((guid.Data4[0] & 0x3fU) | 0x80U);
-    return guid;
-}
-
 SDateTime Now() {
     using namespace std::chrono;
     const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
@@ -71,7 +55,7 @@ CAgent::CAgent(SScript script, std::string controlSocket)
     : Owner(script.Owner), m_script(std::move(script)), m_controlSocket(std::move(controlSocket)) {
     Listen();
     for (auto repository : m_script.Repositories) {
-        if (repository.Id == Guid{}) repository.Id = NewGuid();
+        if (repository.Id == Guid{}) repository.Id = Guid::Random();
         Repositories.push_back(repository);
     }
     for (const auto& scripted : m_script.Jobs) {
@@ -200,7 +184,7 @@ void CAgent::CheckConfig(const SBackupJobConfigurationInfo& config, const Guid& 
 std::shared_ptr<SJob> CAgent::CreateJob(const SBackupJobConfigurationInfo& config) {
     CheckConfig(config, {});
     auto job = std::make_shared<SJob>();
-    job->Id = NewGuid();
+    job->Id = Guid::Random();
     job->Config = config;
     Jobs.push_back(job);
     PublishJobEvent(EEventType::BackupJobCreated, &SBaseEvent::eventBackupJobCreated, *job);
@@ -263,10 +247,10 @@ std::shared_ptr<SSession> CAgent::NewSession(SJob& job, const SJobStartOptions& 
     auto session = std::make_shared<SSession>();
     session->Options = options;
     auto& info = session->Info;
-    info.Uid = NewGuid();
+    info.Uid = Guid::Random();
     info.JobUid = job.Id;
-    info.PointId = NewGuid();
-    info.OibId = NewGuid();
+    info.PointId = Guid::Random();
+    info.OibId = Guid::Random();
     info.JobName = job.Config.JobName;
     info.State = JobState::Starting;
     info.StartTimeUtc = Now();

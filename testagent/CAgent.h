@@ -118,8 +118,6 @@ public:
     bool IsUsed(const Guid& repository) const;
     /// @}
 
-    static Guid NewGuid();
-
 private:
     void Listen();
     void EndGrants(const Guid& except);
@@ -141,7 +139,7 @@ private:
 
     const SScript m_script;
     const std::string m_controlSocket;
-    const Guid m_sessionId = NewGuid();
+    const Guid m_sessionId = Guid::Random();
     mutable std::mutex m_mutex;
     std::deque<std::string> m_log;
     std::map<Guid, GrantPtr> m_grants;  ///< those that are not over

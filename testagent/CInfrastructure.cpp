@@ -26,7 +26,7 @@ void CheckName(const std::vector<R>& list, const R& record, const char* kind) {
 /// Takes a new record into the list under an id of its own.
 template <class R>
 const R& Add(std::vector<R>& list, R record, const char* kind) {
-    record.Id = CAgent::NewGuid();
+    record.Id = Guid::Random();
     CheckName(list, record, kind);
     return list.emplace_back(std::move(record));
 }
@@ -74,7 +74,7 @@ void Resync(CAgent& agent, const Guid& server, const std::string& name, BackupTa
         if (repository.ServerId == apigen::Optional<Guid>(server)) return;
     }
     SBackupRepositoryInfo repository;
-    repository.Id = CAgent::NewGuid();
+    repository.Id = Guid::Random();
     repository.Name = FreeName(agent.Repositories, name + " repository");
     repository.OriginalName = std::string("Default repository");
     repository.Type = type;

@@ -26,9 +26,9 @@ template <class T>
 void CollectEnumKeys(std::set<std::string>& keys, std::string_view key) {
     if constexpr (std::is_enum_v<T>) {
         keys.emplace(key);
-    } else if constexpr (IsOptional<T> || IsVector<T>) {
+    } else if constexpr (apigen::detail::IsOptional<T> || IsVector<T>) {
         CollectEnumKeys<typename T::value_type>(keys, key);
-    } else if constexpr (Record<T>) {
+    } else if constexpr (apigen::IsRecord<T>) {
         T::Fields(
             [&keys]<class M>(const apigen::FieldInfo& info, M T::*) { CollectEnumKeys<M>(keys, info.Key); });
     }

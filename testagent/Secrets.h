@@ -11,20 +11,10 @@
 
 namespace testagent {
 
-template <class T>
-inline constexpr bool IsOptional = false;
-template <class T>
-inline constexpr bool IsOptional<apigen::Optional<T>> = true;
-
-template <class T>
-concept Record = requires {
-    T::Fields([](const apigen::FieldInfo&, auto) {});
-};
-
 /// Removes every secret of the record and of those inside it.
 template <class T>
 void RemoveSecrets(T& value) {
-    if constexpr (Record<T>) {
+    if constexpr (apigen::IsRecord<T>) {
         T::Fields([&value](const apigen::FieldInfo& info, auto member) {
             using Member = std::remove_reference_t<decltype(value.*member)>;
             if (info.IsSecret) {
@@ -33,14 +23,14 @@ void RemoveSecrets(T& value) {
                 RemoveSecrets(value.*member);
             }
         });
-    } else if constexpr (IsOptional<T>) {
+    } else if constexpr (apigen::detail::IsOptional<T>) {
         if (value) RemoveSecrets(*value);
     }
 }
 
 /// The record as a client gets to see it.
-template <Record T>
-T WithoutSecrets(T record) {
+template <class T>
+requires apigen::IsRecord<T> T WithoutSecrets(T record) {
     RemoveSecrets(record);
     return record;
 }
@@ -48,15 +38,15 @@ T WithoutSecrets(T record) {
 /// Fills the absent secrets of an update with those of before: who does not say a password keeps it.
 template <class T>
 void KeepSecrets(T& updated, const T& before) {
-    if constexpr (Record<T>) {
+    if constexpr (apigen::IsRecord<T>) {
         T::Fields([&](const apigen::FieldInfo& info, auto member) {
             auto& value = updated.*member;
-            if constexpr (IsOptional<std::remove_reference_t<decltype(value)>>) {
+            if constexpr (apigen::detail::IsOptional<std::remove_reference_t<decltype(value)>>) {
                 if (info.IsSecret && !value) value = before.*member;
             }
             if (!info.IsSecret) KeepSecrets(value, before.*member);
         });
-    } else if constexpr (IsOptional<T>) {
+    } else if constexpr (apigen::detail::IsOptional<T>) {
         if (updated && before) KeepSecrets(*updated, *before);
     }
 }

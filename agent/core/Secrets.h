@@ -17,20 +17,10 @@ using Secrets = std::map<std::string, std::string>;
 
 namespace detail {
 
-template <class T>
-inline constexpr bool IsOptional = false;
-template <class T>
-inline constexpr bool IsOptional<apigen::Optional<T>> = true;
-
-template <class T>
-concept Record = requires {
-    T::Fields([](const apigen::FieldInfo&, auto) {});
-};
-
 /// Calls `visit(path, value)` for each secret: a text, or an optional one. Lists hold none.
 template <class T, class Visit>
 void ForEachSecret(T& value, const std::string& path, const Visit& visit) {
-    if constexpr (Record<T>) {
+    if constexpr (apigen::IsRecord<T>) {
         T::Fields([&](const apigen::FieldInfo& info, auto member) {
             const std::string inside = (path.empty() ? "" : path + ".") + std::string(info.Key);
             if constexpr (std::is_same_v<std::remove_reference_t<decltype(value.*member)>, std::string> ||
@@ -41,7 +31,7 @@ void ForEachSecret(T& value, const std::string& path, const Visit& visit) {
                 ForEachSecret(value.*member, inside, visit);
             }
         });
-    } else if constexpr (IsOptional<T>) {
+    } else if constexpr (apigen::detail::IsOptional<T>) {
         if (value) ForEachSecret(*value, path, visit);
     }
 }
@@ -49,11 +39,11 @@ void ForEachSecret(T& value, const std::string& path, const Visit& visit) {
 }  // namespace detail
 
 /// Takes the secrets out of the record.
-template <detail::Record T>
-Secrets TakeSecrets(T& record) {
+template <class T>
+requires apigen::IsRecord<T> Secrets TakeSecrets(T& record) {
     Secrets secrets;
     detail::ForEachSecret(record, "", [&](const std::string& path, auto& value) {
-        if constexpr (detail::IsOptional<std::remove_reference_t<decltype(value)>>) {
+        if constexpr (apigen::detail::IsOptional<std::remove_reference_t<decltype(value)>>) {
             if (value) secrets[path] = *value;
         } else {
             secrets[path] = value;
@@ -64,7 +54,8 @@ Secrets TakeSecrets(T& record) {
 }
 
 /// Puts them back where the record has a place for them.
-template <detail::Record T>
+template <class T>
+requires apigen::IsRecord<T>
 void GiveSecrets(T& record, const Secrets& secrets) {
     detail::ForEachSecret(record, "", [&](const std::string& path, auto& value) {
         if (const auto found = secrets.find(path); found != secrets.end()) value = found->second;
@@ -72,10 +63,11 @@ void GiveSecrets(T& record, const Secrets& secrets) {
 }
 
 /// As `GiveSecrets`, but a secret that the record says itself stays: who doesn't say a password keeps it.
-template <detail::Record T>
+template <class T>
+requires apigen::IsRecord<T>
 void KeepSecrets(T& updated, const Secrets& before) {
     detail::ForEachSecret(updated, "", [&](const std::string& path, auto& value) {
-        if constexpr (detail::IsOptional<std::remove_reference_t<decltype(value)>>) {
+        if constexpr (apigen::detail::IsOptional<std::remove_reference_t<decltype(value)>>) {
             if (value) return;
             if (const auto found = before.find(path); found != before.end()) value = found->second;
         }

@@ -27,9 +27,9 @@ SSession NewSession(const SJob& job, const SJobStartOptions& options, const SOri
     session.Options = options;
     session.Origin = origin;
     auto& info = session.Info;
-    info.Uid = NewGuid();
+    info.Uid = Guid::Random();
     info.JobUid = job.Id;
-    info.PointId = NewGuid();
+    info.PointId = Guid::Random();
     info.OibId = info.PointId;
     info.JobName = job.Config.JobName;
     info.State = JobState::Starting;
@@ -50,7 +50,7 @@ SSession NewSession(const SJob& job, const SJobStartOptions& options, const SOri
 }
 
 SLogDetail LogLine(ELogDetailType type, std::string message) {
-    return {type, NewGuid(), std::move(message)};
+    return {type, Guid::Random(), std::move(message)};
 }
 
 JobResult ResultOf(JobSessionTaskStatus status) {

@@ -19,9 +19,6 @@ namespace tarvo {
 
 using apigen::Guid;
 
-/// A new random one.
-Guid NewGuid();
-
 /// Lower-case digits without braces: as folders and tags have it.
 std::string PlainText(const Guid& guid);
 

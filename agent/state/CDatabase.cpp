@@ -191,7 +191,7 @@ std::string CDatabase::WriteSecrets(const Secrets& secrets) {
         child->SetString("path", path);
         child->SetString("value", value);
     }
-    std::string name = PlainText(NewGuid());
+    std::string name = PlainText(Guid::Random());
     const std::string folder = SecretsFolder();
     try {
         if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {

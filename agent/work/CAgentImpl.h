@@ -146,7 +146,7 @@ public:
     std::vector<zamclientlib::SBackupServerInfo> m_servers;
     std::vector<zamclientlib::SCloudServiceProviderInfo> m_providers;
 
-    const Guid m_sessionId = NewGuid();
+    const Guid m_sessionId = Guid::Random();
     Guid m_instance;
     std::optional<zamservice::CEventSource> m_events;
 

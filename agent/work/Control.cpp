@@ -44,7 +44,7 @@ CAgent::Impl::Impl(const SFolders& folders, const SWorkSettings& settings, std::
     if (const auto instance = m_store.Fact(InstanceFact)) {
         m_instance = Guid::Deserialize(*instance);
     } else {
-        m_instance = NewGuid();
+        m_instance = Guid::Random();
         m_store.SetFact(InstanceFact, m_instance.Serialize());
     }
     m_isSchedulerAllowed = m_store.Number(SchedulerFact) == 0;

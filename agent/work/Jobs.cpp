@@ -99,7 +99,7 @@ Guid CAgent::Impl::CreateJob(const SCaller& caller, SBackupJobConfigurationInfo 
         RequireChangeBy(caller);
         RequireName(config, {});
         const Secrets secrets = TakeSecrets(config);
-        job.Id = NewGuid();
+        job.Id = Guid::Random();
         job.Config = std::move(config);
         job.PromisedUntil = m_clock.Now();
         Promise(job, true);

@@ -214,7 +214,7 @@ template <class R>
 R CAgent::Impl::Add(const SCaller& caller, R info) {
     const std::lock_guard changes(m_changes);
     RequireChangeBy(caller);
-    info.Id = NewGuid();
+    info.Id = Guid::Random();
     auto& list = ListOf<R>();
     CheckName(list, info);
     const Secrets secrets = TakeSecrets(info);

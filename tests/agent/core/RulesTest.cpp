@@ -23,7 +23,7 @@ const Moment Now = Moment(1'800'000'000'000ms);
 
 SPoint PointOf(days age, int chain = 1) {
     SPoint point;
-    point.Id = NewGuid();
+    point.Id = Guid::Random();
     point.Chain = chain;
     point.Created = Now - age;
     return point;
@@ -54,7 +54,7 @@ std::vector<bool> Kept(int count, std::optional<unsigned long> retainDays, std::
 using Flags = std::vector<bool>;
 
 SZamControlOwnerInfo OwnerNamed(const std::string& name, ZAMOwnerMode mode) {
-    return {NewGuid(), name, ZAMOwnerType::ManagementConsole, mode};
+    return {Guid::Random(), name, ZAMOwnerType::ManagementConsole, mode};
 }
 
 SBackupJobConfigurationInfo GoodJob() {
@@ -224,7 +224,7 @@ TEST(ControlTest, AfterAReleaseNobodyChangesAnythingUntilSomebodyAsks) {
     CControl control;
     const auto owner = OwnerNamed("owner", ZAMOwnerMode::Shared);
     const auto grant = control.Request(owner, false);
-    EXPECT_THROW(control.Release(NewGuid()), CGenericException);
+    EXPECT_THROW(control.Release(Guid::Random()), CGenericException);
     control.Release(owner.Id);
     EXPECT_EQ(control.Owner(), SZamControlOwnerInfo{});
     EXPECT_THROW(control.RequireChangeBy(*grant), CGenericException);
@@ -287,7 +287,7 @@ TEST(ProgressTest, WhatIsReadGrowsWithWhatIsDoneAndNeverBeyondWhatIsToBeRead) {
 
 TEST(SessionRuleTest, AFailedRunIsRepeatedSoOftenAndNoMore) {
     SJob job;
-    job.Id = NewGuid();
+    job.Id = Guid::Random();
     job.Config = GoodJob();
     job.Config.RetriesInfo = SRetriesInfo{2, 5000};
     auto first = NewSession(job, {}, {}, Now);
@@ -342,7 +342,7 @@ TEST(SessionRuleTest, AnEndIsNeverBeforeItsBeginning) {
 }
 
 TEST(SessionRuleTest, ANewChainBeginsForEachOfItsReasons) {
-    const Guid repository = NewGuid();
+    const Guid repository = Guid::Random();
     SChain chain;
     chain.Repository = repository;
     chain.State = EChainState::Open;
@@ -350,7 +350,7 @@ TEST(SessionRuleTest, ANewChainBeginsForEachOfItsReasons) {
     EXPECT_EQ(NeedsNewChain(&chain, repository, false, false), ENewChain::No);
     EXPECT_EQ(NeedsNewChain(&chain, repository, false, true), ENewChain::ActiveFull);
     EXPECT_EQ(NeedsNewChain(&chain, repository, true, false), ENewChain::OtherProtection);
-    EXPECT_EQ(NeedsNewChain(&chain, NewGuid(), false, false), ENewChain::OtherPlace);
+    EXPECT_EQ(NeedsNewChain(&chain, Guid::Random(), false, false), ENewChain::OtherPlace);
     chain.State = EChainState::Damaged;
     EXPECT_EQ(NeedsNewChain(&chain, repository, false, false), ENewChain::Damaged);
     chain.State = EChainState::Lost;

@@ -219,7 +219,7 @@ TEST(ScheduleTest, AClockThatIsSetFarAheadRunsOnce) {
 
 TEST(ScheduleTest, JitterStaysInItsBoundsAndIsTheSameAtEveryAsking) {
     std::set<seconds> seen;
-    const Guid job = NewGuid();
+    const Guid job = Guid::Random();
     for (int day = 0; day < 100; ++day) {
         const auto jitter = JitterOf(job, Utc(2026, 1, 1) + days(day), 300s);
         EXPECT_GE(jitter, 0s);

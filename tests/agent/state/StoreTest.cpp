@@ -38,7 +38,7 @@ bool HoldsAnywhere(const fs::path& folder, const std::string& text) {
 
 SJob JobNamed(const std::string& name) {
     SJob job;
-    job.Id = NewGuid();
+    job.Id = Guid::Random();
     job.Config.JobName = name;
     job.Config.Source.IncludeDirs = {"/etc", std::string("odd\n\xff\0name", 10)};
     job.PromisedUntil = Now;
@@ -199,7 +199,7 @@ TEST_F(StoreTest, AMissingSecretIsSaidToBeMissing) {
 TEST_F(StoreTest, SessionsAndTheirLinesComeBackAsTheyWere) {
     CStore store(Path);
     const auto job = JobNamed("job");
-    SOrigin origin{SOrigin::EKind::Scheduler, "root", NewGuid(), Now - 1h};
+    SOrigin origin{SOrigin::EKind::Scheduler, "root", Guid::Random(), Now - 1h};
     SJobStartOptions options;
     options.Priority = EJobStartPriorityMode::Low;
     auto session = NewSession(job, options, origin, Now);
@@ -234,7 +234,7 @@ TEST_F(StoreTest, SessionsAndTheirLinesComeBackAsTheyWere) {
     EXPECT_EQ(lines[1].Message, "two");
     EXPECT_EQ(store.LinesOf(session.Info.Uid, 2), std::vector(lines.begin() + 1, lines.end()));
     EXPECT_EQ(store.LinesOf(session.Info.Uid, 9), lines);
-    EXPECT_TRUE(store.LinesOf(NewGuid(), 2).empty());
+    EXPECT_TRUE(store.LinesOf(Guid::Random(), 2).empty());
 
     session.RetryAt.reset();
     store.SaveSession(session);
@@ -256,7 +256,7 @@ TEST_F(StoreTest, SessionsAreListedByTheirChanges) {
     EXPECT_EQ(store.SessionsOf(job.Id), ids);
     EXPECT_EQ(store.SessionsSince(job.Id, 20), (std::vector{ids[2], ids[3]}));
     EXPECT_EQ(store.LastSessionOf(job.Id), ids[3]);
-    EXPECT_EQ(store.LastSessionOf(NewGuid()), std::nullopt);
+    EXPECT_EQ(store.LastSessionOf(Guid::Random()), std::nullopt);
     store.RemoveOldSessions(job.Id, 1);
     EXPECT_EQ(store.SessionsOf(job.Id), std::vector{ids[3]});
     EXPECT_TRUE(store.LinesOf(ids[0]).empty());
@@ -277,9 +277,9 @@ TEST_F(StoreTest, APromiseIsClaimedByOneOnly) {
 TEST_F(StoreTest, ChainsAndPointsComeBackAsTheyWere) {
     CStore store(Path);
     SChain chain;
-    chain.Job = NewGuid();
+    chain.Job = Guid::Random();
     chain.Number = 2;
-    chain.Repository = NewGuid();
+    chain.Repository = Guid::Random();
     chain.Location = "/srv";
     chain.State = EChainState::Damaged;
     chain.Created = Now;
@@ -301,8 +301,8 @@ TEST_F(StoreTest, ChainsAndPointsComeBackAsTheyWere) {
     EXPECT_EQ(store.ChainsOf(chain.Job).size(), 1U);
     EXPECT_EQ(store.Chains().size(), 1U);
 
-    SPoint point{NewGuid(), chain.Job,  2,    NewGuid(), Now, RestorePointType::Increment,
-                 ~0ULL,     1ULL << 40, "abc"};
+    SPoint point{Guid::Random(), chain.Job,  2,    Guid::Random(), Now, RestorePointType::Increment,
+                 ~0ULL,          1ULL << 40, "abc"};
     store.AddPoint(point);
     EXPECT_EQ(FaultOf([&] { store.AddPoint(point); }), EStateFault::Other);
     EXPECT_EQ(store.FindPoint(point.Id)->SourceBytes, ~0ULL);
@@ -315,12 +315,12 @@ TEST_F(StoreTest, ChainsAndPointsComeBackAsTheyWere) {
 TEST_F(StoreTest, PlacesOfEachKindKeepTheirOrder) {
     CStore store(Path);
     SBackupRepositoryInfo one;
-    one.Id = NewGuid();
+    one.Id = Guid::Random();
     one.Name = "one";
     auto two = one;
-    two.Id = NewGuid();
+    two.Id = Guid::Random();
     SBackupServerInfo server;
-    server.Id = NewGuid();
+    server.Id = Guid::Random();
     server.Connection = {{"host", 22}};
     store.AddPlace(one, {});
     store.AddPlace(server, {{"Password", "p"}});
@@ -337,7 +337,7 @@ TEST_F(StoreTest, PlacesOfEachKindKeepTheirOrder) {
 }
 
 TEST_F(StoreTest, TheOwnerOutlivesTheProcess) {
-    const SZamControlOwnerInfo owner{NewGuid(), "console", ZAMOwnerType::ManagementConsole,
+    const SZamControlOwnerInfo owner{Guid::Random(), "console", ZAMOwnerType::ManagementConsole,
                                      ZAMOwnerMode::Exclusive};
     {
         CStore store(Path);

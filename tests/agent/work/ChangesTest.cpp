@@ -155,7 +155,7 @@ TEST_F(AgentTest, ControlOutlivesARestart) {
     Agent.reset();
     Agent = std::make_unique<CAgent>(Folders, Settings, Engine, Clock, Log);
     EXPECT_EQ(Agent->CurrentOwner(), Owner);
-    SZamControlOwnerInfo other{NewGuid(), "other", {}, ZAMOwnerMode::Shared};
+    SZamControlOwnerInfo other{Guid::Random(), "other", {}, ZAMOwnerMode::Shared};
     EXPECT_THROW(Agent->RequestControl(Peer, other, false), CGenericException);
     EXPECT_NO_THROW(Agent->RequestControl(Peer, Owner, false));
     Agent->ReleaseControl(Peer, Owner);
@@ -165,7 +165,7 @@ TEST_F(AgentTest, ControlOutlivesARestart) {
 TEST_F(AgentTest, WhoHasLostControlChangesNothing) {
     Start();
     const Guid job = MakeJob();
-    Agent->RequestControl(Peer, {NewGuid(), "thief", {}, ZAMOwnerMode::Shared}, true);
+    Agent->RequestControl(Peer, {Guid::Random(), "thief", {}, ZAMOwnerMode::Shared}, true);
     EXPECT_THROW(Agent->CreateJob(Caller, Config("b")), CGenericException);
     EXPECT_THROW(Agent->DeleteJob(Caller, job), CGenericException);
     EXPECT_THROW(Agent->SetEnabled(Caller, job, false), CGenericException);
@@ -173,7 +173,7 @@ TEST_F(AgentTest, WhoHasLostControlChangesNothing) {
     EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
     EXPECT_THROW(Agent->SetSchedulerAllowed(Caller, false), CGenericException);
     EXPECT_THROW(Agent->DeleteRepository(Caller, Repository), CGenericException);
-    EXPECT_THROW(Agent->StopSession(Caller, NewGuid(), ""), CGenericException);
+    EXPECT_THROW(Agent->StopSession(Caller, Guid::Random(), ""), CGenericException);
     EXPECT_EQ(Agent->JobInfo(job).Name, "nightly");
 }
 
@@ -262,7 +262,7 @@ TEST_F(AgentTest, ARepositoryThatAJobUsesStays) {
     EXPECT_FALSE(Agent->CanRepositoryBeDeleted(Repository));
     EXPECT_THROW(Agent->DeleteRepository(Caller, Repository), CGenericException);
     EXPECT_TRUE(Agent->RepositorySize(Repository));
-    EXPECT_FALSE(Agent->RepositorySize(NewGuid()));
+    EXPECT_FALSE(Agent->RepositorySize(Guid::Random()));
     Agent->DeleteJob(Caller, job);
     EXPECT_TRUE(Agent->CanRepositoryBeDeleted(Repository));
     Agent->DeleteRepository(Caller, Repository);
@@ -358,11 +358,11 @@ TEST_F(AgentTest, GrabbingLogsHoldsLittleHoweverMuchThereIs) {
     {
         CStore store(Folders.State);
         const std::vector<SLogDetail> lines(
-            1000, SLogDetail{ELogDetailType::Info, NewGuid(), std::string(16000, 'x')});
+            1000, SLogDetail{ELogDetailType::Info, Guid::Random(), std::string(16000, 'x')});
         for (int i = 0; i < 4; ++i) {
             store.AddLines(info.Uid, lines);
         }
-        store.AddLines(info.Uid, {{ELogDetailType::Info, NewGuid(), "the last line"}});
+        store.AddLines(info.Uid, {{ELogDetailType::Info, Guid::Random(), "the last line"}});
     }
     std::ofstream(Folders.Log + "/tarvod.log") << "the first line of the log\n";
     std::filesystem::resize_file(Folders.Log + "/tarvod.log", 100ULL << 20);

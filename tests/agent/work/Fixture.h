@@ -176,7 +176,7 @@ protected:
     CFakeClock Clock{std::chrono::sys_days(std::chrono::year(2026) / 3 / 2) + 12h};
     CMemoryLog Log;
     SPeer Peer{::getuid(), "tester", ::getpid()};
-    SZamControlOwnerInfo Owner{NewGuid(), "", {}, {}};
+    SZamControlOwnerInfo Owner{Guid::Random(), "", {}, {}};
     SCaller Caller;
     Guid Repository;
     std::unique_ptr<CAgent> Agent;

@@ -150,7 +150,7 @@ TEST_F(AgentTest, AStopEndsTheSessionAndIsNotRepeated) {
     EXPECT_TRUE(Says(info, "lunch")) << Lines(info);
     EXPECT_TRUE(Says(info, "Canceled")) << Lines(info);
     EXPECT_FALSE(Agent->StopSession(Caller, session, ""));
-    EXPECT_FALSE(Agent->StopSession(Caller, NewGuid(), ""));
+    EXPECT_FALSE(Agent->StopSession(Caller, Guid::Random(), ""));
     EXPECT_EQ(Agent->SessionsOf(job).size(), 1U);
     EXPECT_TRUE(Agent->PointsForRestore(job).empty());
 }
