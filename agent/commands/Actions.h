@@ -14,6 +14,7 @@ struct SOptions {
     std::string Job;
     std::string Point;
     std::string To;
+    std::string Location;
     std::vector<std::string> Paths;
     std::string PasswordFile;
     int Chain = 0;       ///< 0: all
@@ -30,5 +31,6 @@ int ShowFiles(const SPlace& place, const SOptions& options);
 int Restore(const SPlace& place, const SOptions& options);
 int Verify(const SPlace& place, const SOptions& options);
 int ForgetOrphans(const SPlace& place, const SOptions& options);
+int Adopt(const SPlace& place, const SOptions& options);
 
 }  // namespace tarvo::commands

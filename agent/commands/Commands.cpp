@@ -13,7 +13,7 @@
 namespace tarvo::commands {
 namespace {
 
-constexpr std::string_view Names[]{"points", "files", "restore", "verify", "chains", "forget"};
+constexpr std::string_view Names[]{"points", "files", "restore", "verify", "chains", "forget", "adopt"};
 
 /// As entries are named: absolute, without a slash at the end.
 void Normalise(std::vector<std::string>& paths) {
@@ -83,6 +83,14 @@ struct SCommandLine {
         auto* forget = Add("forget", "removes points for good", ForgetOrphans);
         forget->add_flag("--orphans", Options.Orphans, "all points of jobs that were deleted")->required();
         forget->add_flag("--dry-run", Options.IsDryRun, "only tell what would be removed");
+        auto* adopt = Add("adopt", "takes up chains that are in a folder, but not in the agent's state",
+                          commands::Adopt);
+        adopt->add_option("location", Options.Location, "the repository's folder, in which \"tarvo\" is")
+            ->required();
+        adopt->add_option("--password-file", Options.PasswordFile,
+                          "file with the password of the chains that have one");
+        adopt->add_flag("--dry-run", Options.IsDryRun, "only tell what would be adopted");
+        AddJson(adopt);
     }
 };
 

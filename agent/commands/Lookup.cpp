@@ -31,6 +31,8 @@ bool IsOf(const std::vector<SJob>& jobs, const Guid& id) {
     return std::any_of(jobs.begin(), jobs.end(), [&](const SJob& job) { return job.Id == id; });
 }
 
+}  // namespace
+
 std::string PasswordIn(const std::string& path) {
     constexpr std::size_t Limit = 64 * 1024;
     std::ifstream file(path, std::ios::binary);
@@ -42,8 +44,6 @@ std::string PasswordIn(const std::string& path) {
     if (password.ends_with('\r')) password.pop_back();
     return password;
 }
-
-}  // namespace
 
 CPathFilter::CPathFilter(std::vector<std::string> paths) : m_paths(std::move(paths)) {
     if (std::find(m_paths.begin(), m_paths.end(), "/") != m_paths.end()) m_paths.clear();

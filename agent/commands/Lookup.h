@@ -26,6 +26,9 @@ private:
     int m_status;
 };
 
+/// What the file holds, without the end of its line. \throws CCommandError
+std::string PasswordIn(const std::string& path);
+
 /// The parts of a point that are asked for, and which of them it holds.
 class CPathFilter {
 public:

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/engine/ReadMe.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -10,11 +14,14 @@
 #include <utility>
 
 #include "agent/host/Files.h"
+#include "support/common/CDescriptor.h"
 #include "support/common/Text.h"
+#include "support/common/Waiting.h"
 
 namespace tarvo {
 namespace {
 
+constexpr std::string_view JobLine = "Backups of the job ";
 constexpr std::string_view ConstantLine = "Chains that open with the constant key: ";
 
 /// The chains that an earlier text names there.
@@ -42,7 +49,7 @@ std::string Text(const SPrepareRequest& request, const std::set<std::uint64_t>& 
     const std::string folder = ShellWord(request.Store.Folder);
     std::ostringstream text;
     text
-        << "Backups of the job " << apigen::common::Quoted(request.JobName)
+        << JobLine << apigen::common::Quoted(request.JobName)
         << "\n\n"
            "Each numbered folder here is a repository of restic (https://restic.net), the greatest number "
            "the\n"
@@ -84,6 +91,24 @@ void WriteReadMe(const SPrepareRequest& request) {
         constant.insert(number);
     }
     WriteSecretFile(path, Text(request, constant));
+}
+
+std::string JobNameInReadMe(const std::string& path) {
+    using apigen::common::CDescriptor;
+    constexpr std::size_t Longest = 4096;
+    // It may be anything by now: a pipe would have us wait.
+    const CDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    struct stat status {};
+    if (!file || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+    std::string line(Longest, '\0');
+    const auto length =
+        apigen::common::RetryInterrupted([&] { return ::pread(file.Get(), line.data(), line.size(), 0); });
+    line.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    line.resize(std::min(line.find('\n'), line.size()));
+    const std::size_t start = JobLine.size() + 1;
+    if (!line.starts_with(std::string(JobLine) + '"') || !line.ends_with('"') || line.size() < start + 2)
+        return {};
+    return apigen::common::Escaped(line.substr(start, line.size() - start - 1));
 }
 
 }  // namespace tarvo

@@ -13,4 +13,7 @@ namespace tarvo {
 /// \throws std::system_error
 void WriteReadMe(const SPrepareRequest& request);
 
+/// The job's name as that text shows it, escaped; empty where there is none, or the file is none of ours.
+std::string JobNameInReadMe(const std::string& path);
+
 }  // namespace tarvo

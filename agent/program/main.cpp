@@ -95,7 +95,7 @@ int PrintUsage(std::ostream& to) {
           "  tarvod                        runs the daemon until SIGTERM or SIGINT\n"
           "  tarvod --check-config [FILE]  looks for mistakes in the settings\n"
           "  tarvod --version\n"
-          "  tarvod points|files|restore|verify|chains|forget ...; tarvod COMMAND --help tells more\n";
+          "  tarvod points|files|restore|verify|chains|forget|adopt ...; tarvod COMMAND --help tells more\n";
     return &to == &std::cout ? 0 : UsageError;
 }
 

@@ -29,6 +29,8 @@ void CStore::CTransaction::Commit() {
 }
 
 void CStore::RemoveStraySecrets() {
+    // Others write files of secrets, then what speaks of them: in a transaction, during which this one waits.
+    const CTransaction transaction(*this);
     std::set<std::string> known;
     for (auto query = m_database->Query("SELECT secrets FROM job UNION SELECT secrets FROM chain "
                                         "UNION SELECT secrets FROM place");
