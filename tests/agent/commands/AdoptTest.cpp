@@ -374,6 +374,22 @@ TEST_F(Adopt, AnEndInTheMiddleLeavesWholeChainsAndTheNextRunGoesOn) {
     EXPECT_EQ(NumbersOf(One), (std::vector<unsigned>{1, 2, 3}));
 }
 
+TEST_F(Adopt, ADaemonThatStartsMeanwhileLeavesThePasswordOfAChainThatIsBeingAdopted) {
+    auto state = State();
+    SChain chain;
+    chain.Job = One;
+    chain.Number = 1;
+    {
+        CStore::CTransaction transaction(state);
+        state.AddChain(chain, "s3cret");
+        CStore starting(m_folders.State, {.BusyLimit = std::chrono::milliseconds(10)});
+        EXPECT_THROW(starting.RemoveStraySecrets(), CStateError);  // it would wait for longer
+        transaction.Commit();
+        starting.RemoveStraySecrets();
+    }
+    EXPECT_EQ(state.ChainPassword(One, 1), "s3cret");
+}
+
 TEST_F(Adopt, ChainsOfTheRealEngineGiveBackWhatTheyHoldAfterTheStateIsLost) {
     if (tests::IsSanitized) GTEST_SKIP() << "runs no code of ours that other tests do not run";
     if (std::system("command -v restic >/dev/null") != 0) GTEST_SKIP() << "restic is not installed";
