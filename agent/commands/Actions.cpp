@@ -195,10 +195,11 @@ int Restore(const SPlace& place, const SOptions& options) {
                              : target.ends_with('/') ? target.substr(0, target.size() - 1)
                                                      : target;
     CPathFilter filter(options.Paths);
+    const SListRequest listed{store, point.EngineId, "/", PointName(point)};
     if (options.IsDryRun) {
         std::uint64_t count = 0, bytes = 0;
         engine->List(
-            store, point.EngineId, "/",
+            listed,
             [&](const SEntry& entry) {
                 if (!filter.Takes(entry.Path)) return;
                 ++count;
@@ -207,7 +208,8 @@ int Restore(const SPlace& place, const SOptions& options) {
             },
             place.Stop);
         filter.RequireAll(point);
-        place.Errors << "Would restore " << count << " entries, " << SizeText(bytes) << '\n';
+        place.Errors << "Would restore " << Counted(count, "entry", "entries") << ", " << SizeText(bytes)
+                     << '\n';
         return Done;
     }
     CheckTarget(root.empty() ? "/" : root);
@@ -215,7 +217,7 @@ int Restore(const SPlace& place, const SOptions& options) {
     if (mayOverwrite || !filter.IsAll()) {
         COverwritten overwritten(root);
         engine->List(
-            store, point.EngineId, "/",
+            listed,
             [&](const SEntry& entry) {
                 const bool isWanted = filter.Takes(entry.Path);
                 if (mayOverwrite && (isWanted || filter.LeadsOn(entry.Path)))
@@ -230,11 +232,15 @@ int Restore(const SPlace& place, const SOptions& options) {
     request.Snapshot = point.EngineId;
     request.Target = target;
     request.Paths = filter.Paths();
+    request.Point = listed.Point;
     request.OnWarning = [&](const SEngineWarning& warning) { place.Errors << warning.Message << '\n'; };
     const auto result =
         WhenUnlocked(*engine, store, place.Stop, [&] { return engine->Restore(request, place.Stop); });
     if (result.Warnings != 0) {
-        place.Errors << "Restored with " << result.Warnings << " entries that are not as they were\n";
+        place.Errors << "Restored with "
+                     << Counted(result.Warnings, "entry that is not as it was",
+                                "entries that are not as they were")
+                     << '\n';
         return Failed;
     }
     place.Out << "Restored the point " << PlainText(point.Id) << " of the job \"" << lookup.JobName(point.Job)
@@ -276,8 +282,9 @@ int ForgetOrphans(const SPlace& place, const SOptions& options) {
         const auto points = lookup.State()->PointsOf(chain.Job);
         const auto count = std::count_if(points.begin(), points.end(),
                                          [&](const SPoint& point) { return point.Chain == chain.Number; });
-        const std::string what = ChainText(lookup, chain) + ", " + std::to_string(count) +
-                                 (count == 1 ? " point" : " points") + ": the job was deleted";
+        const std::string what = ChainText(lookup, chain) + ", " +
+                                 Counted(static_cast<std::uint64_t>(count), "point", "points") +
+                                 ": the job was deleted";
         if (options.IsDryRun) {
             place.Out << "Would remove " << what << '\n';
             continue;

@@ -9,6 +9,7 @@
 #include <set>
 #include <utility>
 
+#include "agent/commands/Table.h"
 #include "support/common/Text.h"
 
 namespace tarvo::commands {
@@ -69,6 +70,10 @@ void CPathFilter::RequireAll(const SPoint& point) const {
     if (m_missing.empty()) return;
     throw CCommandError(NotFound,
                         "The point " + PlainText(point.Id) + " does not hold " + Quoted(*m_missing.begin()));
+}
+
+std::string PointName(const SPoint& point) {
+    return PlainText(point.Id) + " of " + TimeText(point.Created);
 }
 
 CLookup::CLookup(const SFolders& folders, bool isReadOnly) {

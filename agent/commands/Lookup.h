@@ -49,6 +49,9 @@ private:
     std::set<std::string> m_missing;
 };
 
+/// A point in messages: its id and its time.
+std::string PointName(const SPoint& point);
+
 /// The state, as far as there is one: before the first start of the daemon there are no jobs and no points.
 class CLookup {
 public:

@@ -152,7 +152,7 @@ int ShowFiles(const SPlace& place, const SOptions& options) {
     CPathFilter filter(options.Paths);
     // As they come: there may be millions, which no table would hold.
     place.MakeEngine()->List(
-        store, point.EngineId, "/",
+        {store, point.EngineId, "/", PointName(point)},
         [&](const SEntry& entry) {
             if (!filter.Takes(entry.Path)) return;
             const auto changed = std::chrono::floor<std::chrono::milliseconds>(entry.Changed);

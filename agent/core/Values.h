@@ -22,6 +22,9 @@ using apigen::Guid;
 /// Lower-case digits without braces: as folders and tags have it.
 std::string PlainText(const Guid& guid);
 
+/// "1 file", "2 files".
+std::string Counted(std::uint64_t count, const char* one, const char* many);
+
 /// The process at the other end of a connection.
 struct SPeer {
     uid_t User{};

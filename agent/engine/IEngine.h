@@ -178,16 +178,24 @@ struct SEntry {
     std::chrono::system_clock::time_point Changed;
 };
 
+struct SListRequest {
+    SEngineStore Store;
+    std::string Snapshot;
+    std::string Path = "/";  ///< only what is at or below it; "/": all
+    std::string Point = {};  ///< what people call the snapshot, for messages
+};
+
 struct SRestoreRequest {
     SEngineStore Store;
     std::string Snapshot;
     std::string Target;              ///< existing or not; entries land below it with their whole paths
     std::vector<std::string> Paths;  ///< absolute, of entries; empty: everything
+    std::string Point;               ///< what people call the snapshot, for messages
     std::function<void(const SEngineWarning&)> OnWarning;
 };
 
 struct SRestoreResult {
-    std::uint64_t Warnings = 0;  ///< entries that could not be restored as they were
+    std::uint64_t Warnings = 0;  ///< how many entries could not be restored as they were
 };
 
 /// The part of the data that is read.
@@ -229,9 +237,9 @@ public:
     virtual void Forget(const SEngineStore& store, const std::vector<std::string>& snapshots,
                         std::stop_token stop) = 0;
 
-    /// Hands over each entry at or below `path` ("/": all), folders before what is in them.
-    virtual void List(const SEngineStore& store, const std::string& snapshot, const std::string& path,
-                      const std::function<void(const SEntry&)>& entry, std::stop_token stop) = 0;
+    /// Hands over each entry, folders before what is in them.
+    virtual void List(const SListRequest& request, const std::function<void(const SEntry&)>& entry,
+                      std::stop_token stop) = 0;
 
     virtual SRestoreResult Restore(const SRestoreRequest& request, std::stop_token stop) = 0;
 

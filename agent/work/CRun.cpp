@@ -102,8 +102,8 @@ void CRun::Run() noexcept {
     if (m_outcome == Status::Success && m_hasWarning) m_outcome = Status::Warning;
     if (isInterrupted) Say(Type::Error, "Interrupted: the agent ends");
     if (m_linesLeftOut != 0) {
-        m_lines.push_back(
-            LogLine(Type::Warning, std::to_string(m_linesLeftOut) + " further lines are left out"));
+        m_lines.push_back(LogLine(Type::Warning, Counted(m_linesLeftOut, "further line is left out",
+                                                         "further lines are left out")));
     }
     if (!m_isPointKept && m_progress.BytesDone != 0) {
         // How far it has come, whenever that was told last.
@@ -515,8 +515,8 @@ void CRun::KeepPoint(const SBackupResult& result, std::uint64_t bytesRead, Momen
     point.EngineId = result.Snapshot;
     const auto size = SizeOf(m_repository);
     Say(Type::Info, "The point " + PlainText(point.Id) +
-                        " is complete: " + std::to_string(result.FilesTotal) + " files, " +
-                        std::to_string(result.BytesTotal) + " bytes");
+                        " is complete: " + Counted(result.FilesTotal, "file", "files") + ", " +
+                        Counted(result.BytesTotal, "byte", "bytes"));
     const SEnding::Also keep = [agent = &m_agent, point, elapsed, bytesRead, size, now](SSession& session,
                                                                                         SJob* job) {
         auto& info = session.Info;

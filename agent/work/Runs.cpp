@@ -510,7 +510,7 @@ void CAgent::Impl::Adopt(const ActivePtr& active) {
                 point.Type = known.empty() ? RestorePointType::Full : RestorePointType::Increment;
                 point.EngineId = found->Id;
                 m_engine->List(
-                    store, found->Id, "/",
+                    {store, found->Id},
                     [&](const SEntry& entry) {
                         if (entry.Type == EEntryType::File) point.SourceBytes += entry.Size;
                     },

@@ -36,9 +36,10 @@ public:
     SBackupResult BackUp(const SBackupRequest&, std::stop_token) override { return {}; }
     std::vector<SSnapshot> Snapshots(const SEngineStore&, std::stop_token) override { return {}; }
     void Forget(const SEngineStore&, const std::vector<std::string>&, std::stop_token) override {}
-    void List(const SEngineStore&, const std::string& snapshot, const std::string& path,
-              const std::function<void(const SEntry&)>& entry, std::stop_token) override {
-        Asked.push_back("list " + snapshot);
+    void List(const SListRequest& request, const std::function<void(const SEntry&)>& entry,
+              std::stop_token) override {
+        Asked.push_back("list " + request.Snapshot);
+        const auto& path = request.Path;
         for (const auto& each : Entries)
             if (path == "/" || each.Path == path || each.Path.starts_with(path + "/")) entry(each);
     }
@@ -293,6 +294,10 @@ TEST_F(Commands, ARestoreThatIsNotAsItWasFails) {
     AddThree();
     m_memory->RestoreWarnings = 2;
     EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/t"}), commands::Failed);
+    EXPECT_EQ(m_errors, "Restored with 2 entries that are not as they were\n");
+    m_memory->RestoreWarnings = 1;
+    EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/t"}), commands::Failed);
+    EXPECT_EQ(m_errors, "Restored with 1 entry that is not as it was\n");
 }
 
 TEST_F(Commands, AForgottenLockKeepsNobodyFromRestoring) {

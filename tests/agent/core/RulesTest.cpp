@@ -103,6 +103,17 @@ TEST(RetentionTest, TheNewestSoManyAreKept) {
     EXPECT_EQ(Kept(9, {}, points), (Flags{true, true, true, true}));
 }
 
+TEST(RetentionTest, OnePointThatIsKeptIsTheNewestAndOneDayADay) {
+    SBackupJobRetentionInfo retention;
+    retention.RestorePointsCount = 1;
+    retention.RetainDays = 1UL;
+    const auto choices = ChooseKept(retention, {PointOf(days(9)), PointOf(days(2))}, {}, Now);
+    EXPECT_EQ(choices[0].Reason, "the newest");
+    EXPECT_EQ(choices[1].Reason, "not the newest, and older than 1 day");
+    EXPECT_EQ(Counted(1, "entry", "entries"), "1 entry");
+    EXPECT_EQ(Counted(0, "entry", "entries"), "0 entries");
+}
+
 TEST(RetentionTest, APointThatWasMadeAfterTheClockWasSetBackIsStillTheNewest) {
     EXPECT_EQ(Kept(1, {}, {PointOf(days(30)), PointOf(days(1))}), (Flags{true, false}));
     EXPECT_EQ(Kept(1, {}, {PointOf(days(1)), PointOf(days(1))}), (Flags{true, false}));

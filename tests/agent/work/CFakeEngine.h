@@ -99,10 +99,10 @@ public:
         std::erase_if(Open(store).Snapshots, [&](const SSnapshot& each) { return gone.contains(each.Id); });
     }
 
-    void List(const SEngineStore& store, const std::string&, const std::string&,
-              const std::function<void(const SEntry&)>& entry, std::stop_token) override {
+    void List(const SListRequest& request, const std::function<void(const SEntry&)>& entry,
+              std::stop_token) override {
         const std::lock_guard lock(m_mutex);
-        Open(store);
+        Open(request.Store);
         SEntry file;
         file.Type = EEntryType::File;
         file.Size = 3000;

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "agent/core/Validity.h"
+#include "agent/work/Source.h"
 #include "tests/agent/work/Fixture.h"
 
 namespace tarvo::tests {
@@ -50,6 +51,17 @@ TEST_F(AgentTest, ARunMakesAPointAndTellsWhatItDid) {
     EXPECT_EQ(second.SessionAlgorithm, JobSessionAlgorithm::Increment);
     EXPECT_EQ(Agent->PointsForRestore(job).at(1).Type, RestorePointType::Increment);
     EXPECT_EQ(Engine->m_parents, (std::vector<std::string>{"", "snapshot1"}));
+}
+
+TEST(SightingsTest, OneIsToldOfAsOne) {
+    SWalkResult walk;
+    walk.Unreadable = {1, {"/closed"}};
+    walk.SparseFiles = {2, {"/a", "/b"}};
+    const auto told = SightingsOf(walk, {});
+    ASSERT_EQ(told.size(), 2U);
+    EXPECT_EQ(told[0].second, "1 folder can't be read: /closed");
+    EXPECT_EQ(told[1].second,
+              "2 files with holes come back without them with this version of the engine: /a, /b");
 }
 
 TEST_F(AgentTest, WhatASessionSaidIsThereAfterARestart) {
