@@ -25,6 +25,7 @@
 
 #include "agent/engine/ReadMe.h"
 #include "agent/engine/ResticWords.h"
+#include "agent/host/Loads.h"
 #include "agent/host/RunChild.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/COutputTail.h"
@@ -116,6 +117,7 @@ struct SRun {
     const SEngineStore* Store = nullptr;
     std::vector<std::string> Arguments = {};
     std::optional<std::string> NewPassword = {};
+    std::function<void(pid_t)> OnStart = {};
     SChildTask::LineHandler OnOutput = {};
     /// Beside what is always done with them; true where the line is told already, and no part of the last words.
     std::function<bool(std::string_view line)> OnErrors = {};
@@ -445,6 +447,7 @@ SOutcome CResticEngine::Run(const SRun& run, const std::stop_token& stop) {
         tail.Append(line);
         tail.Append("\n");
     };
+    task.OnStart = run.OnStart;
     task.OnOutput = run.OnOutput;
     task.OutputFile = run.OutputFile;
     task.ShouldEnd = [&] { return isHopeless; };
@@ -638,13 +641,17 @@ SBackupResult CResticEngine::BackUp(const SBackupRequest& request, const std::st
     }
     // Until it deals with files: what it says of a lock or a parent that is gone, another attempt makes up for.
     warnings.Hold();
+    pid_t process = 0;
+    run.OnStart = [&](pid_t number) { process = number; };
     const auto take = [&](std::string_view line) {
         auto message = restic::ParseMessage(line);
-        if (const auto* progress = std::get_if<SBackupProgress>(&message)) {
+        if (auto* progress = std::get_if<SBackupProgress>(&message)) {
             if (progress->FilesDone != 0 || progress->FilesTotal != 0) warnings.Release();
+            progress->CpuTime = CpuTimeOf(process);
             if (request.OnProgress) request.OnProgress(*progress);
         } else if (auto* done = std::get_if<restic::SSummary>(&message)) {
             summary = std::move(*done);
+            result.CpuTime = CpuTimeOf(process);  // it ends with that
         } else if (const auto* error = std::get_if<restic::SReadError>(&message);
                    error != nullptr && !error->IsScan) {
             warnings.Release();

@@ -121,6 +121,7 @@ struct SBackupProgress {
     std::uint64_t FilesTotal = 0;  ///< grows while the engine still counts
     std::uint64_t BytesDone = 0;
     std::uint64_t BytesTotal = 0;
+    std::chrono::milliseconds CpuTime{};  ///< that the engine has used, of all processors together
 };
 
 /// An entry that could not be read, or something else that is worth a line of the session's log.
@@ -150,6 +151,7 @@ struct SBackupResult {
     std::optional<std::uint64_t> BytesRead;  ///< of these; empty when the engine does not tell: the walk does
     std::int64_t StoreGrowth = 0;            ///< bytes that the store has grown by
     std::uint64_t Warnings = 0;              ///< how many there were, reported or not
+    std::chrono::milliseconds CpuTime{};     ///< that the engine has used, of all processors together
 };
 
 struct SSnapshot {

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <map>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "agent/core/Retention.h"
@@ -164,12 +165,25 @@ void CRun::Tell(const std::function<void(SBackupJobSessionInfo&)>& change) {
 void CRun::TellNowAndThen() {
     if (steady_clock::now() - m_lastTold < TellInterval) return;
     const auto elapsed = std::chrono::duration_cast<milliseconds>(steady_clock::now() - m_workBegan);
+    const auto busy = Busy();
     try {
-        Tell([&](SBackupJobSessionInfo& info) { TellProgress(info, m_progress, elapsed); });
+        Tell([&](SBackupJobSessionInfo& info) {
+            TellProgress(info, m_progress, elapsed);
+            TellLoads(info, busy, elapsed);
+        });
     } catch (const CStateError& error) {
         // Progress is no reason to fail; the end of the session says what is wrong.
         m_agent.m_log.Warning("The progress of a session can't be kept: " + Escaped(error.what()));
     }
+}
+
+SBusyTimes CRun::Busy() const {
+    const auto processors = std::max(std::thread::hardware_concurrency(), 1U);
+    SBusyTimes busy;
+    if (m_sourceDisks) busy.Source = m_sourceDisks->Busy();
+    busy.Engine = m_cpuTime / processors;
+    if (m_targetDisk) busy.Target = m_targetDisk->Busy();
+    return busy;
 }
 
 void CRun::RequireGoingOn() const {
@@ -469,11 +483,14 @@ void CRun::BackUp() {
     request.OneFileSystem = walked.OneFileSystem;
     request.Parent = parent;
     const bool isAllRead = parent.empty();
+    m_sourceDisks.emplace(walked.Resolved);
+    m_targetDisk.emplace(std::vector{LocationOf(m_repository)});
     m_workBegan = steady_clock::now();
     request.OnProgress = [&](const SBackupProgress& progress) {
         const auto read = isAllRead ? progress.BytesDone
                                     : ReadOf(walked.BytesSince, progress.BytesDone, progress.BytesTotal);
         m_progress = {progress.BytesDone, progress.BytesTotal, read};
+        m_cpuTime = progress.CpuTime;
         m_lastProgress = steady_clock::now();
         TellNowAndThen();
     };
@@ -497,6 +514,7 @@ void CRun::BackUp() {
         throw;
     }
     if (result.Warnings != 0) m_hasWarning = true;
+    m_cpuTime = std::max(m_cpuTime, result.CpuTime);
     KeepPoint(result, result.BytesRead.value_or(walked.BytesSince), began);
 }
 
@@ -517,11 +535,12 @@ void CRun::KeepPoint(const SBackupResult& result, std::uint64_t bytesRead, Momen
     Say(Type::Info, "The point " + PlainText(point.Id) +
                         " is complete: " + Counted(result.FilesTotal, "file", "files") + ", " +
                         Counted(result.BytesTotal, "byte", "bytes"));
-    const SEnding::Also keep = [agent = &m_agent, point, elapsed, bytesRead, size, now](SSession& session,
-                                                                                        SJob* job) {
+    const SEnding::Also keep = [agent = &m_agent, point, elapsed, bytesRead, size, now, busy = Busy()](
+                                   SSession& session, SJob* job) {
         auto& info = session.Info;
         const auto percent = info.PercentCompleted;
         TellProgress(info, {point.SourceBytes, point.SourceBytes, 0}, elapsed);
+        TellLoads(info, busy, elapsed);
         info.PercentCompleted = std::max(percent, info.PercentCompleted);
         info.ReadSizeBytes = bytesRead;
         info.BackedUpSizeBytes = static_cast<long>(point.SourceBytes);

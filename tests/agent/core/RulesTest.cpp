@@ -294,6 +294,17 @@ TEST(ProgressTest, WhatIsReadGrowsWithWhatIsDoneAndNeverBeyondWhatIsToBeRead) {
     EXPECT_EQ(info.ProcessingRateByteInSec, 250);
 }
 
+TEST(ProgressTest, LoadsArePercentagesOfTheTimeAndNeverMore) {
+    SBackupJobSessionInfo info;
+    TellLoads(info, {250ms, 999ms, 7s}, 1s);
+    EXPECT_EQ(info.SourceLoad, 25);
+    EXPECT_EQ(info.ProxyLoad, 99);
+    EXPECT_EQ(info.TargetLoad, 100);
+    EXPECT_EQ(info.NetworkLoad, 0);
+    TellLoads(info, {250ms, -1ms, 7s}, 0s);
+    EXPECT_EQ(info.SourceLoad + info.ProxyLoad + info.TargetLoad, 0);
+}
+
 // Sessions
 
 TEST(SessionRuleTest, AFailedRunIsRepeatedSoOftenAndNoMore) {

@@ -116,6 +116,7 @@ TEST_F(ResticEngine, AnOddTreeComesBackBitForBitAndByStockResticTheSame) {
     EXPECT_EQ(result.BytesRead, result.BytesTotal);
     EXPECT_GT(result.StoreGrowth, 0);
     EXPECT_EQ(result.Snapshot.size(), 64U);
+    EXPECT_GT(result.CpuTime.count(), 0);
     ASSERT_FALSE(m_progress.empty());
 
     const std::string source = m_folder / "source";

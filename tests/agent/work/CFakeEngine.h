@@ -82,7 +82,7 @@ public:
         const std::string id = "snapshot" + std::to_string(++m_count);
         kept.Snapshots.push_back({id, request.Job, request.Point, std::chrono::system_clock::now(), "host"});
         if (m_afterBackup) m_afterBackup();
-        return {id, 3, 3000, 2, 2000, 700, m_warnings.size()};
+        return {id, 3, 3000, 2, 2000, 700, m_warnings.size(), m_cpuTime};
     }
 
     std::vector<SSnapshot> Snapshots(const SEngineStore& store, std::stop_token) override {
@@ -184,6 +184,7 @@ public:
     // Set before the agent runs.
     std::string m_fault;
     std::vector<SBackupProgress> m_progress{{1, 1000, 2000}};
+    std::chrono::milliseconds m_cpuTime{};
     std::function<bool()> m_isSeen;  ///< the last progress is told again until then
     std::vector<std::string> m_warnings;
     SVerifyResult m_verified;

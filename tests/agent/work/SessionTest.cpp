@@ -97,7 +97,8 @@ TEST_F(AgentTest, ProgressIsToldWhileItRuns) {
 }
 
 TEST_F(AgentTest, SizesMoveWithTheEnginesProgressAndEndTrue) {
-    Engine->m_progress = {{0, 0, 500, 1000}};
+    Engine->m_progress = {{0, 0, 500, 1000, 1h}};
+    Engine->m_cpuTime = 2h;
     Start();
     const Guid job = MakeJob();
     SBackupJobSessionInfo midway;
@@ -111,10 +112,12 @@ TEST_F(AgentTest, SizesMoveWithTheEnginesProgressAndEndTrue) {
     EXPECT_EQ(midway.ReadSizeBytes, 500U);
     EXPECT_EQ(midway.BackedUpSizeBytes, 500);
     EXPECT_GT(midway.ProcessingRateByteInSec, 0);
+    EXPECT_EQ(midway.ProxyLoad, 100);
     const auto second = RunJob(job);
     EXPECT_EQ(midway.ReadSizeBytes, 2U);  // half of the one file that has changed
     EXPECT_EQ(second.ReadSizeBytes, 2000U);
     EXPECT_EQ(second.BackedUpSizeBytes, 3000);
+    EXPECT_EQ(second.ProxyLoad, 100);
 }
 
 TEST_F(AgentTest, AFailedSessionTellsHowFarItCame) {
