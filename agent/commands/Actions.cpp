@@ -34,6 +34,10 @@ void Mark(CLookup& lookup, const SChain& verified, EChainState state, const std:
     if (state != EChainState::Open) {
         chain->State = state;
         chain->Damage = damage;
+    } else if (chain->State == EChainState::Lost) {  // its disk is back
+        const bool isNewest = store.ChainsOf(chain->Job).back().Number == chain->Number;
+        chain->State = isNewest ? EChainState::Open : EChainState::Closed;
+        chain->Damage.clear();
     }
     if (progress) chain->Verified = *progress;
     store.SaveChain(*chain);
@@ -257,7 +261,7 @@ int Verify(const SPlace& place, const SOptions& options) {
     if (chains.empty() && options.Chain != 0)
         throw CCommandError(NotFound, "There is no chain " + std::to_string(options.Chain));
     if (chains.empty()) {
-        place.Errors << "There is nothing to verify yet\n";
+        place.Errors << "There is nothing to verify yet" << lookup.WhyNothing() << '\n';
         return Done;
     }
     const auto engine = place.MakeEngine();
@@ -272,7 +276,7 @@ int ForgetOrphans(const SPlace& place, const SOptions& options) {
     auto chains = lookup.Chains("");
     std::erase_if(chains, [&](const SChain& chain) { return !lookup.IsOrphan(chain.Job); });
     if (chains.empty()) {
-        place.Errors << "There are no orphans\n";
+        place.Errors << "There are no orphans" << lookup.WhyNothing() << '\n';
         return Done;
     }
     const auto engine = place.MakeEngine();

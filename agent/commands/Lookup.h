@@ -76,9 +76,13 @@ public:
     std::string JobName(const Guid& job) const;  ///< escaped
     bool IsOrphan(const Guid& job) const;        ///< its job was deleted
 
+    /// For messages: names the folder where a state was looked for, when there was none. Somebody may have meant another.
+    std::string WhyNothing() const;
+
     CStore* State() const noexcept { return m_state.get(); }  ///< none before the first start
 
 private:
+    std::string m_folder;
     std::unique_ptr<CStore> m_state;
     std::vector<SJob> m_jobs;
 };

@@ -80,6 +80,9 @@ enum class EChainState {
     Lost = 4,       ///< was not where it should be
 };
 
+/// The engine divides a chain into so many parts at most.
+inline constexpr unsigned MostVerifyParts = 256;
+
 /// What is remembered of reading a chain in parts.
 struct SVerifyProgress {
     unsigned Part = 0;   ///< the one that was read last, 1 to `Parts`
