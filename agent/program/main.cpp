@@ -21,8 +21,8 @@
 #include "agent/daemon/Settings.h"
 #include "agent/engine/CResticEngine.h"
 #include "agent/host/Folders.h"
+#include "agent/jobs/CAgent.h"
 #include "agent/program/CReloadableEngine.h"
-#include "agent/work/CAgent.h"
 #include "support/common/Text.h"
 
 namespace tarvo {

@@ -12,7 +12,7 @@
 #include "agent/core/Retention.h"
 #include "agent/core/Sessions.h"
 #include "agent/host/Loads.h"
-#include "agent/work/CAgentImpl.h"
+#include "agent/jobs/CAgentImpl.h"
 
 namespace tarvo {
 

@@ -5,8 +5,8 @@
 
 #include "agent/core/Schedule.h"
 #include "agent/core/Sessions.h"
-#include "agent/work/CAgentImpl.h"
-#include "agent/work/CRun.h"
+#include "agent/jobs/CAgentImpl.h"
+#include "agent/jobs/CRun.h"
 #include "support/common/Text.h"
 
 namespace tarvo {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/work/CRun.h"
+#include "agent/jobs/CRun.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,7 +17,7 @@
 #include "agent/core/Sessions.h"
 #include "agent/host/Files.h"
 #include "agent/host/Scripts.h"
-#include "agent/work/Source.h"
+#include "agent/jobs/Source.h"
 #include "support/common/Text.h"
 
 namespace tarvo {

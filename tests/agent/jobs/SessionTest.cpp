@@ -5,8 +5,8 @@
 #include <sys/stat.h>
 
 #include "agent/core/Validity.h"
-#include "agent/work/Source.h"
-#include "tests/agent/work/Fixture.h"
+#include "agent/jobs/Source.h"
+#include "tests/agent/jobs/Fixture.h"
 
 namespace tarvo::tests {
 

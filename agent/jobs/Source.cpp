@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/work/Source.h"
+#include "agent/jobs/Source.h"
 
 #include <sys/stat.h>
 

@@ -19,9 +19,9 @@
 #include <vector>
 
 #include "agent/host/Folders.h"
-#include "agent/work/CAgent.h"
+#include "agent/jobs/CAgent.h"
 #include "tests/agent/core/FakeClock.h"
-#include "tests/agent/work/CFakeEngine.h"
+#include "tests/agent/jobs/CFakeEngine.h"
 
 namespace tarvo::tests {
 
