@@ -9,11 +9,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -22,17 +20,6 @@ using namespace zamclientlib;
 using namespace std::chrono_literals;
 
 namespace {
-
-apigen::Guid RandomGuid() {
-    std::random_device random;
-    apigen::Guid guid;
-    guid.Data1 = random();
-    guid.Data2 = static_cast<std::uint16_t>(random());
-    guid.Data3 = static_cast<std::uint16_t>(random());
-    for (auto& byte : guid.Data4)
-        byte = static_cast<std::uint8_t>(random());
-    return guid;
-}
 
 std::shared_ptr<IBackupJob> MakeJob(IZamProduct& product, const std::string& location,
                                     const std::vector<std::string>& folders) {
@@ -109,7 +96,7 @@ void Run(const std::vector<std::string>& arguments) {
     std::cout << "agent: " << what.Name << ' ' << what.Version << '\n';
 
     SZamControlOwnerInfo owner;
-    owner.Id = RandomGuid();
+    owner.Id = apigen::Guid::Random();
     owner.Name = "demo";
     owner.Type = ZAMOwnerType::Local;
     owner.Mode = ZAMOwnerMode::Exclusive;

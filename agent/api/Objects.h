@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "agent/core/Values.h"
-#include "agent/work/CAgent.h"
+#include "agent/jobs/CAgent.h"
 
 namespace tarvo::api {
 

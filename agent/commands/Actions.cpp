@@ -34,6 +34,10 @@ void Mark(CLookup& lookup, const SChain& verified, EChainState state, const std:
     if (state != EChainState::Open) {
         chain->State = state;
         chain->Damage = damage;
+    } else if (chain->State == EChainState::Lost) {  // its disk is back
+        const bool isNewest = store.ChainsOf(chain->Job).back().Number == chain->Number;
+        chain->State = isNewest ? EChainState::Open : EChainState::Closed;
+        chain->Damage.clear();
     }
     if (progress) chain->Verified = *progress;
     store.SaveChain(*chain);
@@ -195,10 +199,11 @@ int Restore(const SPlace& place, const SOptions& options) {
                              : target.ends_with('/') ? target.substr(0, target.size() - 1)
                                                      : target;
     CPathFilter filter(options.Paths);
+    const SListRequest listed{store, point.EngineId, "/", PointName(point)};
     if (options.IsDryRun) {
         std::uint64_t count = 0, bytes = 0;
         engine->List(
-            store, point.EngineId, "/",
+            listed,
             [&](const SEntry& entry) {
                 if (!filter.Takes(entry.Path)) return;
                 ++count;
@@ -207,7 +212,8 @@ int Restore(const SPlace& place, const SOptions& options) {
             },
             place.Stop);
         filter.RequireAll(point);
-        place.Errors << "Would restore " << count << " entries, " << SizeText(bytes) << '\n';
+        place.Errors << "Would restore " << Counted(count, "entry", "entries") << ", " << SizeText(bytes)
+                     << '\n';
         return Done;
     }
     CheckTarget(root.empty() ? "/" : root);
@@ -215,7 +221,7 @@ int Restore(const SPlace& place, const SOptions& options) {
     if (mayOverwrite || !filter.IsAll()) {
         COverwritten overwritten(root);
         engine->List(
-            store, point.EngineId, "/",
+            listed,
             [&](const SEntry& entry) {
                 const bool isWanted = filter.Takes(entry.Path);
                 if (mayOverwrite && (isWanted || filter.LeadsOn(entry.Path)))
@@ -230,11 +236,15 @@ int Restore(const SPlace& place, const SOptions& options) {
     request.Snapshot = point.EngineId;
     request.Target = target;
     request.Paths = filter.Paths();
+    request.Point = listed.Point;
     request.OnWarning = [&](const SEngineWarning& warning) { place.Errors << warning.Message << '\n'; };
     const auto result =
         WhenUnlocked(*engine, store, place.Stop, [&] { return engine->Restore(request, place.Stop); });
     if (result.Warnings != 0) {
-        place.Errors << "Restored with " << result.Warnings << " entries that are not as they were\n";
+        place.Errors << "Restored with "
+                     << Counted(result.Warnings, "entry that is not as it was",
+                                "entries that are not as they were")
+                     << '\n';
         return Failed;
     }
     place.Out << "Restored the point " << PlainText(point.Id) << " of the job \"" << lookup.JobName(point.Job)
@@ -251,7 +261,7 @@ int Verify(const SPlace& place, const SOptions& options) {
     if (chains.empty() && options.Chain != 0)
         throw CCommandError(NotFound, "There is no chain " + std::to_string(options.Chain));
     if (chains.empty()) {
-        place.Errors << "There is nothing to verify yet\n";
+        place.Errors << "There is nothing to verify yet" << lookup.WhyNothing() << '\n';
         return Done;
     }
     const auto engine = place.MakeEngine();
@@ -266,7 +276,7 @@ int ForgetOrphans(const SPlace& place, const SOptions& options) {
     auto chains = lookup.Chains("");
     std::erase_if(chains, [&](const SChain& chain) { return !lookup.IsOrphan(chain.Job); });
     if (chains.empty()) {
-        place.Errors << "There are no orphans\n";
+        place.Errors << "There are no orphans" << lookup.WhyNothing() << '\n';
         return Done;
     }
     const auto engine = place.MakeEngine();
@@ -276,8 +286,9 @@ int ForgetOrphans(const SPlace& place, const SOptions& options) {
         const auto points = lookup.State()->PointsOf(chain.Job);
         const auto count = std::count_if(points.begin(), points.end(),
                                          [&](const SPoint& point) { return point.Chain == chain.Number; });
-        const std::string what = ChainText(lookup, chain) + ", " + std::to_string(count) +
-                                 (count == 1 ? " point" : " points") + ": the job was deleted";
+        const std::string what = ChainText(lookup, chain) + ", " +
+                                 Counted(static_cast<std::uint64_t>(count), "point", "points") +
+                                 ": the job was deleted";
         if (options.IsDryRun) {
             place.Out << "Would remove " << what << '\n';
             continue;

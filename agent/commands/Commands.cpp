@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 
 #include "agent/commands/Actions.h"
 #include "agent/commands/Lookup.h"
@@ -15,13 +16,13 @@ namespace {
 
 constexpr std::string_view Names[]{"points", "files", "restore", "verify", "chains", "forget", "adopt"};
 
-/// As entries are named: absolute, without a slash at the end.
+/// As entries are named: absolute, without a slash too many, "." or "..", which the point's own paths never have.
 void Normalise(std::vector<std::string>& paths) {
     for (auto& path : paths) {
         if (!path.starts_with('/'))
             throw CCommandError(Usage, "A path in a point is absolute, not " + apigen::common::Quoted(path));
-        while (path.size() > 1 && path.ends_with('/'))
-            path.pop_back();
+        path = std::filesystem::path(path).lexically_normal().string();
+        if (path.size() > 1 && path.ends_with('/')) path.pop_back();
     }
 }
 
@@ -35,24 +36,38 @@ struct SCommandLine {
         command->callback([this, action] { Action = action; });
         return command;
     }
-    void AddJob(CLI::App* command) { command->add_option("--job", Options.Job, "name or id of the job"); }
+    void AddJob(CLI::App* command) {
+        command->add_option("--job", Options.Job, "name or id of the job")->type_name("JOB");
+    }
+    void AddPassword(CLI::App* command) {
+        command
+            ->add_option("--password-file", Options.PasswordFile,
+                         "file with the password, when the agent does not have it")
+            ->type_name("FILE");
+    }
     void AddJson(CLI::App* command) {
         command->add_flag("--json", Options.IsJson, "a line of JSON for each row");
     }
     void AddPoint(CLI::App* command) {
         command
-            ->add_option("point", Options.Point, "id of the point, a unique beginning of it, or \"latest\"")
+            ->add_option("POINT", Options.Point, "id of the point, a unique beginning of it, or \"latest\"")
+            ->type_name("")
             ->required();
         AddJob(command);
-        command->add_option("--path", Options.Paths, "only this entry, with all that is in it")
+        command
+            ->add_option("--path", Options.Paths,
+                         "only this entry, with all that is in it; may be said again for others")
+            ->type_name("PATH")
             ->take_all()
             ->expected(1)
             ->allow_extra_args(false);
-        command->add_option("--password-file", Options.PasswordFile,
-                            "file with the password, when the agent does not have it");
+        AddPassword(command);
     }
 
     SCommandLine() {
+        App.failure_message([](const CLI::App*, const CLI::Error& error) {
+            return std::string("tarvod: ") + error.what() + "\nRun with --help for more information.\n";
+        });
         App.require_subcommand(1);
         auto* points = Add("points", "lists the restore points", ShowPoints);
         AddJob(points);
@@ -69,17 +84,20 @@ struct SCommandLine {
         restore
             ->add_option("--to", Options.To,
                          "folder below which each entry lands with its whole original path")
+            ->type_name("DIR")
             ->required();
         restore->add_flag("--dry-run", Options.IsDryRun, "only tell what would be restored");
         auto* verify = Add("verify", "reads what is stored and tells whether it is sound", Verify);
         AddJob(verify);
         AddJson(verify);
-        verify->add_option("--chain", Options.Chain, "only this chain")->check(CLI::Range(1, 1'000'000'000));
+        verify->add_option("--chain", Options.Chain, "only this chain")
+            ->type_name("N")
+            ->check(CLI::Range(1, 1'000'000'000));
         verify
             ->add_option("--parts", Options.Parts, "only the next of so many parts; which one is remembered")
-            ->check(CLI::Range(1U, 100'000U));
-        verify->add_option("--password-file", Options.PasswordFile,
-                           "file with the password, when the agent does not have it");
+            ->type_name("N")
+            ->check(CLI::Range(1U, MostVerifyParts));
+        AddPassword(verify);
         auto* forget = Add("forget", "removes points for good", ForgetOrphans);
         forget->add_flag("--orphans", Options.Orphans, "all points of jobs that were deleted")->required();
         forget->add_flag("--dry-run", Options.IsDryRun, "only tell what would be removed");

@@ -9,6 +9,7 @@
 #include <set>
 #include <utility>
 
+#include "agent/commands/Table.h"
 #include "support/common/Text.h"
 
 namespace tarvo::commands {
@@ -71,7 +72,11 @@ void CPathFilter::RequireAll(const SPoint& point) const {
                         "The point " + PlainText(point.Id) + " does not hold " + Quoted(*m_missing.begin()));
 }
 
-CLookup::CLookup(const SFolders& folders, bool isReadOnly) {
+std::string PointName(const SPoint& point) {
+    return PlainText(point.Id) + " of " + TimeText(point.Created);
+}
+
+CLookup::CLookup(const SFolders& folders, bool isReadOnly) : m_folder(folders.State) {
     if (::access(folders.Database().c_str(), F_OK) != 0) {
         if (errno == ENOENT) return;
         throw CCommandError(Failed, "The state in " + Quoted(folders.State) +
@@ -79,6 +84,10 @@ CLookup::CLookup(const SFolders& folders, bool isReadOnly) {
     }
     m_state = std::make_unique<CStore>(folders.State, SStoreOptions{.IsReadOnly = isReadOnly});
     m_jobs = m_state->Jobs();
+}
+
+std::string CLookup::WhyNothing() const {
+    return m_state != nullptr ? "" : ": no agent has kept its state in " + Quoted(m_folder);
 }
 
 std::vector<SJob> CLookup::Jobs(const std::string& nameOrId) const {
@@ -90,7 +99,7 @@ std::vector<SJob> CLookup::Jobs(const std::string& nameOrId) const {
     // A name may be given again when its job has been deleted: the living one is meant.
     if (std::any_of(found.begin(), found.end(), [](const SJob& job) { return !job.IsDeleted; }))
         std::erase_if(found, [&](const SJob& job) { return job.IsDeleted && PlainText(job.Id) != id; });
-    if (found.empty()) throw CCommandError(NotFound, "There is no job " + Quoted(nameOrId));
+    if (found.empty()) throw CCommandError(NotFound, "There is no job " + Quoted(nameOrId) + WhyNothing());
     return found;
 }
 
@@ -123,7 +132,7 @@ SPoint CLookup::Point(const std::string& name, const std::string& job) const {
             // Its name may have been given again: by name it is the other job that is meant.
             if (IsOrphan(point.Job)) names += " (deleted: " + PlainText(point.Job) + ")";
         }
-        if (jobs.empty()) throw CCommandError(NotFound, "There is no point yet");
+        if (jobs.empty()) throw CCommandError(NotFound, "There is no point yet" + WhyNothing());
         if (jobs.size() > 1)
             throw CCommandError(Usage, "There are points of several jobs; say --job NAME, one of: " + names);
         return points.back();
@@ -132,7 +141,7 @@ SPoint CLookup::Point(const std::string& name, const std::string& job) const {
     std::vector<SPoint> found;
     for (const auto& point : points)
         if (!beginning.empty() && PlainText(point.Id).starts_with(beginning)) found.push_back(point);
-    if (found.empty()) throw CCommandError(NotFound, "There is no point " + Quoted(name));
+    if (found.empty()) throw CCommandError(NotFound, "There is no point " + Quoted(name) + WhyNothing());
     if (found.size() > 1) {
         throw CCommandError(Usage, "There are " + std::to_string(found.size()) +
                                        " points whose ids begin with " + Quoted(name) + ": say more of it");

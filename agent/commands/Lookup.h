@@ -52,6 +52,9 @@ private:
     std::set<std::string> m_missing;
 };
 
+/// A point in messages: its id and its time.
+std::string PointName(const SPoint& point);
+
 /// The state, as far as there is one: before the first start of the daemon there are no jobs and no points.
 class CLookup {
 public:
@@ -76,9 +79,13 @@ public:
     std::string JobName(const Guid& job) const;  ///< escaped
     bool IsOrphan(const Guid& job) const;        ///< its job was deleted
 
+    /// For messages: names the folder where a state was looked for, when there was none. Somebody may have meant another.
+    std::string WhyNothing() const;
+
     CStore* State() const noexcept { return m_state.get(); }  ///< none before the first start
 
 private:
+    std::string m_folder;
     std::unique_ptr<CStore> m_state;
     std::vector<SJob> m_jobs;
 };

@@ -106,7 +106,8 @@ int ShowPoints(const SPlace& place, const SOptions& options) {
         return Done;
     }
     const auto points = lookup.Points(options.Job);
-    if (points.empty() && !options.IsJson) place.Errors << "There are no points yet\n";
+    if (points.empty() && !options.IsJson)
+        place.Errors << "There are no points yet" << lookup.WhyNothing() << '\n';
     for (const auto& point : points)
         table.Add(PointRow(lookup, point));
     return Done;
@@ -116,7 +117,8 @@ int ShowChains(const SPlace& place, const SOptions& options) {
     const CLookup lookup(place.Folders, true);
     CTable table(place.Out, options.IsJson);
     const auto chains = lookup.Chains(options.Job);
-    if (chains.empty() && !options.IsJson) place.Errors << "There are no chains yet\n";
+    if (chains.empty() && !options.IsJson)
+        place.Errors << "There are no chains yet" << lookup.WhyNothing() << '\n';
     for (const auto& chain : chains) {
         std::uint64_t points = 0;
         for (const auto& point : lookup.State()->PointsOf(chain.Job))
@@ -152,7 +154,7 @@ int ShowFiles(const SPlace& place, const SOptions& options) {
     CPathFilter filter(options.Paths);
     // As they come: there may be millions, which no table would hold.
     place.MakeEngine()->List(
-        store, point.EngineId, "/",
+        {store, point.EngineId, "/", PointName(point)},
         [&](const SEntry& entry) {
             if (!filter.Takes(entry.Path)) return;
             const auto changed = std::chrono::floor<std::chrono::milliseconds>(entry.Changed);

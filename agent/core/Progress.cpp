@@ -35,4 +35,16 @@ void TellProgress(zamclientlib::SBackupJobSessionInfo& info, const SEngineProgre
     info.ProcessingRateByteInSec = RateOf(progress.BytesDone, elapsed);
 }
 
+void TellLoads(zamclientlib::SBackupJobSessionInfo& info, const SBusyTimes& busy,
+               std::chrono::milliseconds elapsed) {
+    const auto load = [&](std::chrono::milliseconds time) {
+        if (elapsed.count() <= 0) return 0;
+        return static_cast<int>(
+            std::clamp<std::chrono::milliseconds::rep>(time.count() * 100 / elapsed.count(), 0, 100));
+    };
+    info.SourceLoad = load(busy.Source);
+    info.ProxyLoad = load(busy.Engine);
+    info.TargetLoad = load(busy.Target);
+}
+
 }  // namespace tarvo

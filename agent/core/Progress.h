@@ -31,4 +31,15 @@ long RateOf(std::uint64_t bytes, std::chrono::milliseconds elapsed);
 void TellProgress(zamclientlib::SBackupJobSessionInfo& info, const SEngineProgress& progress,
                   std::chrono::milliseconds elapsed);
 
+/// How long each part of the way was at work, of some time.
+struct SBusyTimes {
+    std::chrono::milliseconds Source{};
+    std::chrono::milliseconds Engine{};
+    std::chrono::milliseconds Target{};
+};
+
+/// Writes them into what clients see, as percentages of the time.
+void TellLoads(zamclientlib::SBackupJobSessionInfo& info, const SBusyTimes& busy,
+               std::chrono::milliseconds elapsed);
+
 }  // namespace tarvo

@@ -17,7 +17,12 @@ bool IsSound(const SPoint& point, const std::vector<SChain>& chains) {
 }
 
 std::string Days(unsigned long days) {
-    return std::to_string(days) + (days == 1 ? " day" : " days");
+    return Counted(days, "day", "days");
+}
+
+/// Those that are kept by their number.
+std::string Newest(std::size_t wanted) {
+    return wanted == 1 ? "the newest" : "one of the newest " + std::to_string(wanted);
 }
 
 }  // namespace
@@ -43,15 +48,15 @@ std::vector<SRetentionChoice> ChooseKept(const zamclientlib::SBackupJobRetention
         if (wanted == 0 && days == 0) {
             choice.Reason = "every point is kept";
         } else if (wanted != 0 && newer < wanted) {
-            choice.Reason = isSound ? "one of the newest " + std::to_string(wanted)
-                                    : "in a damaged chain, and too few sound points are newer";
+            choice.Reason =
+                isSound ? Newest(wanted) : "in a damaged chain, and too few sound points are newer";
         } else if (days != 0 && choice.Point.Created > limit) {
             choice.Reason = "younger than " + Days(days);
         } else if (newer == 0) {
             choice.Reason = isSound ? "the newest" : "in a damaged chain, and no sound point is newer";
         } else {
             choice.IsKept = false;
-            if (wanted != 0) choice.Reason = "not one of the newest " + std::to_string(wanted);
+            if (wanted != 0) choice.Reason = "not " + Newest(wanted);
             if (days != 0) {
                 choice.Reason +=
                     (choice.Reason.empty() ? "" : ", and ") + std::string("older than ") + Days(days);

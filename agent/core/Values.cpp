@@ -8,4 +8,8 @@ std::string PlainText(const Guid& guid) {
     return text.substr(1, text.size() - 2);
 }
 
+std::string Counted(std::uint64_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
 }  // namespace tarvo

@@ -22,6 +22,9 @@ using apigen::Guid;
 /// Lower-case digits without braces: as folders and tags have it.
 std::string PlainText(const Guid& guid);
 
+/// "1 file", "2 files".
+std::string Counted(std::uint64_t count, const char* one, const char* many);
+
 /// The process at the other end of a connection.
 struct SPeer {
     uid_t User{};
@@ -76,6 +79,9 @@ enum class EChainState {
     Damaged = 3,    ///< was found damaged
     Lost = 4,       ///< was not where it should be
 };
+
+/// The engine divides a chain into so many parts at most.
+inline constexpr unsigned MostVerifyParts = 256;
 
 /// What is remembered of reading a chain in parts.
 struct SVerifyProgress {

@@ -83,6 +83,55 @@ std::string RefusalFrame(const std::string& why) {
     return std::string(header.data(), header.size()) + text;
 }
 
+namespace {
+
+/// A device that tells whether a request is being carried out: between its arrival and its answer. (One could have the
+/// kit ask us for each answer instead, but then it copies every request and answer.)
+class CTellingDevice final : public apigen::IIoDev {
+public:
+    CTellingDevice(apigen::IIoDev& device, std::atomic<bool>& isAnswering) noexcept
+        : m_device(device), m_isAnswering(isAnswering) {}
+
+    std::string ReadRawText(unsigned long maxBytes, bool& flag) override {
+        Tell(false);
+        return m_device.ReadRawText(maxBytes, flag);
+    }
+    std::string ReadString() override {
+        Tell(false);
+        std::string message = m_device.ReadString();
+        Tell(true);
+        return message;
+    }
+    std::string_view ReadMessage(std::string& room) override {
+        Tell(false);
+        const auto message = m_device.ReadMessage(room);
+        Tell(true);
+        return message;
+    }
+    void WriteString(const std::string& text) override {
+        Tell(false);
+        m_device.WriteString(text);
+    }
+    void WriteLater(const std::string& text) override {
+        Tell(false);
+        m_device.WriteLater(text);
+    }
+    void SendQueued() override { m_device.SendQueued(); }
+    void SetDeadline(Clock::time_point deadline) override { m_device.SetDeadline(deadline); }
+    void SetEvent(const apigen::io::event::IEvent* event) override { m_device.SetEvent(event); }
+    std::string Peer() const override { return m_device.Peer(); }
+    std::string WhyEnded() override { return m_device.WhyEnded(); }
+
+private:
+    /// Nothing hangs on the order: who looks does so again and again.
+    void Tell(bool isAnswering) noexcept { m_isAnswering.store(isAnswering, std::memory_order_relaxed); }
+
+    apigen::IIoDev& m_device;
+    std::atomic<bool>& m_isAnswering;
+};
+
+}  // namespace
+
 struct CConnections::SConnection {
     CConnections& Owner;
     CDescriptor Control;
@@ -244,13 +293,8 @@ void CConnections::Serve(SConnection& connection) noexcept {
             device->WriteString(apigen::CXmlData::Serialize(*zamservice::Failure(error)));
         }
         if (service) {
-            zamservice::Serve(*service, *device,
-                              [&](zamservice::CService& served, const std::string& request) {
-                                  connection.IsAnswering = true;
-                                  std::string answer = served.Answer(request);
-                                  connection.IsAnswering = false;
-                                  return answer;
-                              });
+            CTellingDevice telling(*device, connection.IsAnswering);
+            zamservice::Serve(*service, telling);
         }
     } catch (const apigen::InterruptedError&) {  // by us
     } catch (const std::exception& error) {

@@ -14,6 +14,7 @@
 #define TOML_HEADER_ONLY 1
 #include <toml++/toml.h>
 
+#include "agent/core/Values.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/Text.h"
 
@@ -117,7 +118,6 @@ SSettings Read(const toml::table& file, const std::string& place) {
     constexpr std::int64_t HighestNice = 19;
     constexpr std::int64_t MostSessions = 1'000'000;
     constexpr std::int64_t MostJitterMinutes = 60;
-    constexpr std::int64_t MostParts = 1000;
     constexpr std::int64_t MostLogMegabytes = 1024;
     constexpr std::int64_t MostLogFiles = 100;
     constexpr std::uint64_t Megabyte = 1024UL * 1024;
@@ -146,7 +146,7 @@ SSettings Read(const toml::table& file, const std::string& place) {
     schedule.Finish();
 
     CTable verify(file, "verify", place);
-    verify.Number("parts", settings.Work.VerifyParts, 0, MostParts);
+    verify.Number("parts", settings.Work.VerifyParts, 0, MostVerifyParts);
     verify.Finish();
 
     CTable log(file, "log", place);

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "agent/work/CAgent.h"
+#include "agent/jobs/CAgent.h"
 
 namespace tarvo {
 

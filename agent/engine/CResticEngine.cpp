@@ -20,10 +20,12 @@
 #include <mutex>
 #include <string_view>
 #include <system_error>
+#include <unordered_set>
 #include <utility>
 
 #include "agent/engine/ReadMe.h"
 #include "agent/engine/ResticWords.h"
+#include "agent/host/Loads.h"
 #include "agent/host/RunChild.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/COutputTail.h"
@@ -115,8 +117,10 @@ struct SRun {
     const SEngineStore* Store = nullptr;
     std::vector<std::string> Arguments = {};
     std::optional<std::string> NewPassword = {};
+    std::function<void(pid_t)> OnStart = {};
     SChildTask::LineHandler OnOutput = {};
-    SChildTask::LineHandler OnErrors = {};  ///< beside what is always done with them
+    /// Beside what is always done with them; true where the line is told already, and no part of the last words.
+    std::function<bool(std::string_view line)> OnErrors = {};
     int OutputFile = -1;
     bool IsDamageExpected = false;  ///< a missing file of the store ends the run: it is what is looked for
 };
@@ -166,11 +170,24 @@ class CWarnings {
 public:
     explicit CWarnings(const std::function<void(const SEngineWarning&)>& handler) : m_handler(handler) {}
 
+    /// What comes from here on waits until it is known whether it is worth a word.
+    void Hold() { m_isHolding = true; }
+    void Release() {
+        m_isHolding = false;
+        for (const auto& warning : std::exchange(m_held, {}))
+            Add(warning);
+    }
+
     void Add(std::string_view path, const std::string& reason) {
         const std::string shown = Escaped(path);
         Add({shown, shown.empty() ? reason : shown + ": " + reason});
     }
     void Add(const SEngineWarning& warning) {
+        if (m_isHolding) {
+            m_held.push_back(warning);
+            if (m_held.size() == MostWarnings) Release();
+            return;
+        }
         if (++m_count > MostWarnings || !m_handler) return;
         m_handler(warning);
         if (m_count == MostWarnings) m_handler({"", "Further warnings are counted, but not listed"});
@@ -180,6 +197,83 @@ public:
 private:
     const std::function<void(const SEngineWarning&)>& m_handler;
     std::uint64_t m_count = 0;
+    bool m_isHolding = false;
+    std::vector<SEngineWarning> m_held;
+};
+
+/// What could not be restored. restic tells names as they are, so that one may go over several lines.
+class CRestoreErrors {
+public:
+    CRestoreErrors(CWarnings& warnings, std::string target)
+        : m_warnings(warnings), m_target(std::move(target)) {
+        if (m_target.ends_with('/')) m_target.pop_back();
+    }
+
+    /// False of a line that is about something else.
+    bool Take(std::string_view line) {
+        constexpr std::string_view Begin = "ignoring error for ";
+        constexpr std::size_t Longest = 64UL * 1024;
+        if (line.starts_with(Begin)) {
+            Finish();
+            m_isOpen = true;
+            m_text = line.substr(Begin.size());
+            return true;
+        }
+        if (!m_isOpen) return false;
+        if (line.starts_with("Fatal: ") || line.starts_with("Warning: ") || restic::IsRetry(line)) {
+            Finish();
+            return false;
+        }
+        if (m_text.size() < Longest) (m_text += '\n') += line;
+        return true;
+    }
+
+    /// With the last line.
+    void Finish() {
+        if (!std::exchange(m_isOpen, false)) return;
+        while (m_text.ends_with('\n'))
+            m_text.pop_back();
+        if (m_text == std::exchange(m_last, m_text)) return;  // one of a file's parts after another
+        const std::string path = Path();
+        m_paths.insert(std::hash<std::string>()(path));
+        m_warnings.Add({Escaped(path), Escaped(m_text)});
+        const auto reason = m_text.rfind(": ");
+        if (reason == std::string::npos ||
+            restic::FailureIn(std::string_view(m_text).substr(reason)) != EFailure::NoSpace)
+            return;
+        if (m_crowded.empty()) m_firstCrowded = Escaped(m_text.substr(reason + 2)) + ": " + Quoted(path);
+        m_crowded.insert(std::hash<std::string>()(path));
+    }
+
+    /// How many entries are not as they were.
+    std::uint64_t Count() const noexcept { return m_paths.size(); }
+
+    /// Why, and for which entries, there was no room; empty when there was.
+    std::string Crowded() const {
+        if (m_crowded.size() < 2) return m_firstCrowded;
+        return m_firstCrowded + " and " + std::to_string(m_crowded.size() - 1) + " more";
+    }
+
+private:
+    /// The entry's: the reason mostly names it again, below the target, which tells where an odd name ends.
+    std::string Path() const {
+        const std::string_view text = m_text;
+        auto end = text.find(": ");
+        for (auto at = end; at != std::string_view::npos; at = text.find(": ", at + 1)) {
+            const std::string again = m_target + std::string(text.substr(0, at)) + ": ";
+            if (text.find(again, at) != std::string_view::npos) end = at;
+        }
+        return std::string(text.substr(0, end));
+    }
+
+    CWarnings& m_warnings;
+    std::string m_target;
+    bool m_isOpen = false;
+    std::string m_text;
+    std::string m_last;
+    std::string m_firstCrowded;
+    std::unordered_set<std::size_t> m_paths;  ///< as hashes: there may be very many
+    std::unordered_set<std::size_t> m_crowded;
 };
 
 bool IsBelowOrSame(std::string_view path, std::string_view folder) {
@@ -198,8 +292,8 @@ public:
     std::vector<SSnapshot> Snapshots(const SEngineStore& store, std::stop_token stop) override;
     void Forget(const SEngineStore& store, const std::vector<std::string>& snapshots,
                 std::stop_token stop) override;
-    void List(const SEngineStore& store, const std::string& snapshot, const std::string& path,
-              const std::function<void(const SEntry&)>& entry, std::stop_token stop) override;
+    void List(const SListRequest& request, const std::function<void(const SEntry&)>& entry,
+              std::stop_token stop) override;
     SRestoreResult Restore(const SRestoreRequest& request, std::stop_token stop) override;
     SVerifyResult Verify(const SVerifyRequest& request, std::stop_token stop) override;
     void ChangePassword(const SEngineStore& store, const std::string& newPassword,
@@ -333,7 +427,7 @@ SOutcome CResticEngine::Run(const SRun& run, const std::stop_token& stop) {
     bool isHopeless = false;
     task.OnErrors = [&](std::string_view raw) {
         const std::string_view line = restic::WithoutTerminalWords(raw);
-        if (line.empty()) return;
+        if (line.empty() && !raw.empty()) return;
         // One that reads or writes a file of the store again and again goes on so for a quarter of an hour.
         if (restic::IsRetry(line)) {
             const auto failure = restic::FailureIn(line);
@@ -345,14 +439,15 @@ SOutcome CResticEngine::Run(const SRun& run, const std::stop_token& stop) {
                 isHopeless = true;
             }
         }
-        if (!line.starts_with('{')) {
-            if (!isHopeless && (said == EFailure::None || said == EFailure::Other))
-                said = restic::FailureIn(line);
-            tail.Append(line);
-            tail.Append("\n");
-        }
-        if (run.OnErrors) run.OnErrors(line);
+        const bool isTold = run.OnErrors && run.OnErrors(line);
+        if (line.empty() || line.starts_with('{')) return;
+        if (!isHopeless && (said == EFailure::None || said == EFailure::Other))
+            said = restic::FailureIn(line);
+        if (isTold) return;
+        tail.Append(line);
+        tail.Append("\n");
     };
+    task.OnStart = run.OnStart;
     task.OnOutput = run.OnOutput;
     task.OutputFile = run.OutputFile;
     task.ShouldEnd = [&] { return isHopeless; };
@@ -544,14 +639,22 @@ SBackupResult CResticEngine::BackUp(const SBackupRequest& request, const std::st
     } else {
         run.Arguments.insert(run.Arguments.end(), {"--parent", parent});
     }
+    // Until it deals with files: what it says of a lock or a parent that is gone, another attempt makes up for.
+    warnings.Hold();
+    pid_t process = 0;
+    run.OnStart = [&](pid_t number) { process = number; };
     const auto take = [&](std::string_view line) {
         auto message = restic::ParseMessage(line);
-        if (const auto* progress = std::get_if<SBackupProgress>(&message)) {
+        if (auto* progress = std::get_if<SBackupProgress>(&message)) {
+            if (progress->FilesDone != 0 || progress->FilesTotal != 0) warnings.Release();
+            progress->CpuTime = CpuTimeOf(process);
             if (request.OnProgress) request.OnProgress(*progress);
         } else if (auto* done = std::get_if<restic::SSummary>(&message)) {
             summary = std::move(*done);
+            result.CpuTime = CpuTimeOf(process);  // it ends with that
         } else if (const auto* error = std::get_if<restic::SReadError>(&message);
                    error != nullptr && !error->IsScan) {
+            warnings.Release();
             std::string reason = error->Reason;
             // Of folders it does not say why; we are told the same when we ask.
             if (reason.empty() && ::access(error->Item.c_str(), R_OK) != 0)
@@ -565,17 +668,21 @@ SBackupResult CResticEngine::BackUp(const SBackupRequest& request, const std::st
         constexpr std::size_t LongestTold = 1000;
         if (line.ends_with(Gone)) {
             warnings.Add(line.substr(0, line.size() - Gone.size()), "is gone since it was listed");
-        } else if (line.starts_with('{')) {
+            return true;
+        }
+        if (line.starts_with('{')) {
             take(line);
-        } else if (!restic::IsRetry(line) && !line.starts_with("Warning: at least one source file") &&
-                   !line.starts_with("Fatal: ")) {
+        } else if (!line.empty() && !restic::IsRetry(line) &&
+                   !line.starts_with("Warning: at least one source file") && !line.starts_with("Fatal: ")) {
             // What it finds worth telling is worth reading: an attribute that can't be read, for one.
             warnings.Add("", Escaped(line.substr(0, LongestTold)));
         }
+        return false;
     };
     const auto before = SizeBelow(store.Folder);
     const auto outcome = Run(run, stop);
     const bool isPartial = outcome.ExitStatus == PartialBackup;
+    if (outcome.Failure != EFailure::Locked && outcome.Failure != EFailure::NoSuchPoint) warnings.Release();
     if (outcome.Failure != EFailure::None && !isPartial) ThrowFailure(outcome.Failure, run, outcome);
     if (!summary || summary->Snapshot.empty()) {
         throw CEngineFailed(run.What + " failed: restic " + outcome.Ending +
@@ -679,14 +786,22 @@ private:
     std::FILE* m_file;
 };
 
-void CResticEngine::List(const SEngineStore& store, const std::string& snapshot, const std::string& path,
-                         const std::function<void(const SEntry&)>& entry, std::stop_token stop) {
+/// As people know it.
+template <class Request>
+std::string PointText(const Request& request) {
+    return "the point " + (request.Point.empty() ? "of the snapshot " + request.Snapshot : request.Point);
+}
+
+void CResticEngine::List(const SListRequest& request, const std::function<void(const SEntry&)>& entry,
+                         std::stop_token stop) {
+    const auto& store = request.Store;
+    const auto& snapshot = request.Snapshot;
     if (!HasConfig(store.Folder)) ThrowNoStore(store, "There is no store in " + Quoted(store.Folder));
-    SRun run{.What = "Listing the point " + Quoted(snapshot) + " of " + Quoted(store.Folder),
+    SRun run{.What = "Listing " + PointText(request) + " from " + Quoted(store.Folder),
              .Store = &store,
              .Arguments = {"ls", "--json", "--no-lock", snapshot}};
     // Its own filter takes no files and no odd names, and it reads every folder anyway.
-    const auto isWanted = [&](std::string_view each) { return IsBelowOrSame(each, path); };
+    const auto isWanted = [&](std::string_view each) { return IsBelowOrSame(each, request.Path); };
     const std::unique_ptr<std::FILE, SCloseFile> lines(std::tmpfile());
     if (lines == nullptr) throw CEngineFailed("No temporary file: " + apigen::common::ErrorText(errno));
     bool hasOddNames = false;
@@ -739,25 +854,24 @@ SRestoreResult CResticEngine::Restore(const SRestoreRequest& request, std::stop_
     const auto& store = request.Store;
     if (!HasConfig(store.Folder)) ThrowNoStore(store, "There is no store in " + Quoted(store.Folder));
     CWarnings warnings(request.OnWarning);
-    SRun run{.What = "Restoring the point " + Quoted(request.Snapshot) + " of " + Quoted(store.Folder),
+    CRestoreErrors errors(warnings, request.Target);
+    SRun run{.What = "Restoring " + PointText(request) + " from " + Quoted(store.Folder),
              .Store = &store,
              .Arguments = {"restore", request.Snapshot, "--target", request.Target}};
     for (const auto& path : request.Paths)
         run.Arguments.insert(run.Arguments.end(), {"--include", restic::LiteralPattern(path)});
     if (::access(store.Folder.c_str(), W_OK) != 0) run.Arguments.emplace_back("--no-lock");
-    run.OnErrors = [&](std::string_view line) {
-        constexpr std::string_view Ignored = "ignoring error for ";
-        if (!line.starts_with(Ignored)) return;
-        line.remove_prefix(Ignored.size());
-        const auto colon = line.find(": ");
-        warnings.Add({Escaped(line.substr(0, colon)), Escaped(line)});
-    };
+    run.OnErrors = [&](std::string_view line) { return errors.Take(line); };
     const auto outcome = Run(run, stop);
+    errors.Finish();
+    // Each was told by itself.
+    if (outcome.Failure == EFailure::NoSpace && !errors.Crowded().empty())
+        throw CNoSpace(run.What + " failed: " + errors.Crowded());
     // It restores what it can of a damaged store.
     const bool isIncomplete = (outcome.Failure == EFailure::Other || outcome.Failure == EFailure::Damaged) &&
-                              outcome.ExitStatus == 1 && warnings.Count() != 0;
+                              outcome.ExitStatus == 1 && errors.Count() != 0;
     if (outcome.Failure != EFailure::None && !isIncomplete) ThrowFailure(outcome.Failure, run, outcome);
-    return {warnings.Count()};
+    return {errors.Count()};
 }
 
 SVerifyResult CResticEngine::Verify(const SVerifyRequest& request, std::stop_token stop) {
@@ -776,18 +890,19 @@ SVerifyResult CResticEngine::Verify(const SVerifyRequest& request, std::stop_tok
     run.IsDamageExpected = true;
     SVerifyResult result;
     run.OnErrors = [&](std::string_view line) {
-        if (line.starts_with("Fatal: repository contains errors") ||
+        if (line.empty() || line.starts_with("Fatal: repository contains errors") ||
             line.starts_with("using temporary cache"))
-            return;
+            return false;
         if (const auto again = line.find(" returned error, retrying after");
             again != std::string_view::npos) {
             const auto reason = line.find(": ", again);
             result.Findings.push_back(
                 Escaped(std::string(line.substr(0, again)) +
                         std::string(reason != std::string_view::npos ? line.substr(reason) : "")));
-            return;
+            return false;
         }
         if (result.Findings.size() < MostFindings) result.Findings.push_back(Escaped(line));
+        return false;
     };
     const auto outcome = Run(run, stop);
     if (outcome.Failure == EFailure::None) {

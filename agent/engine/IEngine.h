@@ -121,6 +121,7 @@ struct SBackupProgress {
     std::uint64_t FilesTotal = 0;  ///< grows while the engine still counts
     std::uint64_t BytesDone = 0;
     std::uint64_t BytesTotal = 0;
+    std::chrono::milliseconds CpuTime{};  ///< that the engine has used, of all processors together
 };
 
 /// An entry that could not be read, or something else that is worth a line of the session's log.
@@ -150,6 +151,7 @@ struct SBackupResult {
     std::optional<std::uint64_t> BytesRead;  ///< of these; empty when the engine does not tell: the walk does
     std::int64_t StoreGrowth = 0;            ///< bytes that the store has grown by
     std::uint64_t Warnings = 0;              ///< how many there were, reported or not
+    std::chrono::milliseconds CpuTime{};     ///< that the engine has used, of all processors together
 };
 
 struct SSnapshot {
@@ -178,16 +180,24 @@ struct SEntry {
     std::chrono::system_clock::time_point Changed;
 };
 
+struct SListRequest {
+    SEngineStore Store;
+    std::string Snapshot;
+    std::string Path = "/";  ///< only what is at or below it; "/": all
+    std::string Point = {};  ///< what people call the snapshot, for messages
+};
+
 struct SRestoreRequest {
     SEngineStore Store;
     std::string Snapshot;
     std::string Target;              ///< existing or not; entries land below it with their whole paths
     std::vector<std::string> Paths;  ///< absolute, of entries; empty: everything
+    std::string Point;               ///< what people call the snapshot, for messages
     std::function<void(const SEngineWarning&)> OnWarning;
 };
 
 struct SRestoreResult {
-    std::uint64_t Warnings = 0;  ///< entries that could not be restored as they were
+    std::uint64_t Warnings = 0;  ///< how many entries could not be restored as they were
 };
 
 /// The part of the data that is read.
@@ -229,9 +239,9 @@ public:
     virtual void Forget(const SEngineStore& store, const std::vector<std::string>& snapshots,
                         std::stop_token stop) = 0;
 
-    /// Hands over each entry at or below `path` ("/": all), folders before what is in them.
-    virtual void List(const SEngineStore& store, const std::string& snapshot, const std::string& path,
-                      const std::function<void(const SEntry&)>& entry, std::stop_token stop) = 0;
+    /// Hands over each entry, folders before what is in them.
+    virtual void List(const SListRequest& request, const std::function<void(const SEntry&)>& entry,
+                      std::stop_token stop) = 0;
 
     virtual SRestoreResult Restore(const SRestoreRequest& request, std::stop_token stop) = 0;
 

@@ -157,6 +157,7 @@ SChildOutcome RunChild(const SChildTask& task, const std::stop_token& stop) {
 
     CChildProcess child(start);
     CGroup group(child);
+    if (task.OnStart) task.OnStart(child.Pid());
     output.Theirs.Close();
     errors.Theirs.Close();
     null.Close();

@@ -3,6 +3,8 @@
 /// A child that is watched from its start to its end: its output in lines, limits, a stop that reaches its whole group.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -19,10 +21,11 @@ struct SChildTask {
     /// Its standard streams and its group are set here; descriptors from 3 on are the caller's.
     apigen::common::SChildStart Start;
 
-    LineHandler OnOutput;             ///< without the line's end; very long lines come cut
-    LineHandler OnErrors;             ///< none: with the output
-    int OutputFile = -1;              ///< takes the output in the handler's place
-    std::function<bool()> ShouldEnd;  ///< asked after lines have come: true ends the child as a stop does
+    std::function<void(pid_t)> OnStart;  ///< with its number, which stays its own until `RunChild` returns
+    LineHandler OnOutput;                ///< without the line's end; very long lines come cut
+    LineHandler OnErrors;                ///< none: with the output
+    int OutputFile = -1;                 ///< takes the output in the handler's place
+    std::function<bool()> ShouldEnd;     ///< asked after lines have come: true ends the child as a stop does
 
     std::optional<std::chrono::milliseconds> Limit;         ///< from start to end
     std::optional<std::chrono::milliseconds> SilenceLimit;  ///< without a byte of output

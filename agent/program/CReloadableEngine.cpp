@@ -32,9 +32,9 @@ void CReloadableEngine::Forget(const SEngineStore& store, const std::vector<std:
     Current()->Forget(store, snapshots, std::move(stop));
 }
 
-void CReloadableEngine::List(const SEngineStore& store, const std::string& snapshot, const std::string& path,
-                             const std::function<void(const SEntry&)>& entry, std::stop_token stop) {
-    Current()->List(store, snapshot, path, entry, std::move(stop));
+void CReloadableEngine::List(const SListRequest& request, const std::function<void(const SEntry&)>& entry,
+                             std::stop_token stop) {
+    Current()->List(request, entry, std::move(stop));
 }
 
 SRestoreResult CReloadableEngine::Restore(const SRestoreRequest& request, std::stop_token stop) {

@@ -23,8 +23,8 @@ public:
     std::vector<SSnapshot> Snapshots(const SEngineStore& store, std::stop_token stop) override;
     void Forget(const SEngineStore& store, const std::vector<std::string>& snapshots,
                 std::stop_token stop) override;
-    void List(const SEngineStore& store, const std::string& snapshot, const std::string& path,
-              const std::function<void(const SEntry&)>& entry, std::stop_token stop) override;
+    void List(const SListRequest& request, const std::function<void(const SEntry&)>& entry,
+              std::stop_token stop) override;
     SRestoreResult Restore(const SRestoreRequest& request, std::stop_token stop) override;
     SVerifyResult Verify(const SVerifyRequest& request, std::stop_token stop) override;
     void ChangePassword(const SEngineStore& store, const std::string& newPassword,

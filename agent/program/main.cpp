@@ -21,8 +21,8 @@
 #include "agent/daemon/Settings.h"
 #include "agent/engine/CResticEngine.h"
 #include "agent/host/Folders.h"
+#include "agent/jobs/CAgent.h"
 #include "agent/program/CReloadableEngine.h"
-#include "agent/work/CAgent.h"
 #include "support/common/Text.h"
 
 namespace tarvo {
@@ -146,7 +146,10 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
         return 0;
     }
     if (arguments.size() == 1 && (first == "--help" || first == "-h")) return PrintUsage(std::cout);
-    std::cerr << "tarvod: can't understand " << apigen::common::Quoted(arguments.back()) << " here\n";
+    const bool isKnown =
+        first == "--check-config" || first == "--version" || first == "--help" || first == "-h";
+    std::cerr << "tarvod: can't understand " << apigen::common::Quoted(isKnown ? arguments.back() : first)
+              << " here\n";
     return PrintUsage(std::cerr);
 }
 

@@ -82,6 +82,7 @@ TEST_F(CProgramTest, VersionAndHelpAreToldAndAnythingElseIsAUsageError) {
         EXPECT_EQ(run.Output, "") << words.back();
         EXPECT_THAT(run.Errors, HasSubstr(words.back()));
     }
+    EXPECT_THAT(Run({"pionts", "--job", "x"}).Errors, HasSubstr("can't understand \"pionts\""));
 }
 
 TEST_F(CProgramTest, TheToolTellsHowItIsUsed) {

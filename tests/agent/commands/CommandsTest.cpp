@@ -36,9 +36,10 @@ public:
     SBackupResult BackUp(const SBackupRequest&, std::stop_token) override { return {}; }
     std::vector<SSnapshot> Snapshots(const SEngineStore&, std::stop_token) override { return {}; }
     void Forget(const SEngineStore&, const std::vector<std::string>&, std::stop_token) override {}
-    void List(const SEngineStore&, const std::string& snapshot, const std::string& path,
-              const std::function<void(const SEntry&)>& entry, std::stop_token) override {
-        Asked.push_back("list " + snapshot);
+    void List(const SListRequest& request, const std::function<void(const SEntry&)>& entry,
+              std::stop_token) override {
+        Asked.push_back("list " + request.Snapshot);
+        const auto& path = request.Path;
         for (const auto& each : Entries)
             if (path == "/" || each.Path == path || each.Path.starts_with(path + "/")) entry(each);
     }
@@ -162,7 +163,8 @@ protected:
 TEST_F(Commands, BeforeTheFirstStartThereIsNothing) {
     EXPECT_EQ(Run({"points"}), commands::Done) << m_errors;
     EXPECT_EQ(m_out, "");
-    EXPECT_EQ(m_errors, "There are no points yet\n");
+    EXPECT_EQ(m_errors,
+              "There are no points yet: no agent has kept its state in \"" + m_folders.State + "\"\n");
     EXPECT_EQ(Run({"chains", "--json"}), commands::Done);
     EXPECT_EQ(m_out + m_errors, "");
     EXPECT_EQ(Run({"verify"}), commands::Done);
@@ -181,13 +183,14 @@ TEST_F(Commands, WrongUseIsSaidToBe) {
                                                {"points", "--unknown"},
                                                {"forget"},
                                                {"verify", "--parts", "0"},
+                                               {"verify", "--parts", "257"},
                                                {"verify", "--parts", "x"},
                                                {"verify", "--chain", "-1"},
                                                {"verify", "--chain", "x"},
                                                {"restore", "latest", "--to", ""},
                                                {"files", "latest", "--path", "relative"}}) {
         EXPECT_EQ(Run(arguments), commands::Usage) << arguments[0];
-        EXPECT_NE(m_errors, "") << arguments[0];
+        EXPECT_TRUE(m_errors.starts_with("tarvod: ")) << m_errors;
         EXPECT_LT(m_errors.size(), 150U) << m_errors;
     }
     EXPECT_EQ(Run({"restore", "--help"}), commands::Done);
@@ -282,6 +285,9 @@ TEST_F(Commands, APathThatThePointDoesNotHoldIsNotFound) {
     const auto asked = m_memory->Asked.size();
     EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/t/", "--path", "/a", "--dry-run"}), commands::Done);
     EXPECT_EQ(m_out, "/t/a\n/t/a/b\\xff\n");
+    EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/t", "--path", "//a/./x/../b\xff/", "--dry-run"}),
+              commands::Done);
+    EXPECT_EQ(m_out, "/t/a/b\\xff\n");
     EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/t", "--path", "/c", "--dry-run"}), commands::NotFound);
     EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/", "--dry-run"}), commands::Done);
     EXPECT_TRUE(m_out.starts_with("/a\n"));
@@ -293,6 +299,10 @@ TEST_F(Commands, ARestoreThatIsNotAsItWasFails) {
     AddThree();
     m_memory->RestoreWarnings = 2;
     EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/t"}), commands::Failed);
+    EXPECT_EQ(m_errors, "Restored with 2 entries that are not as they were\n");
+    m_memory->RestoreWarnings = 1;
+    EXPECT_EQ(Run({"restore", "aaaa1", "--to", "/t"}), commands::Failed);
+    EXPECT_EQ(m_errors, "Restored with 1 entry that is not as it was\n");
 }
 
 TEST_F(Commands, AForgottenLockKeepsNobodyFromRestoring) {
@@ -419,6 +429,11 @@ TEST_F(Commands, AStoreThatIsGoneIsLostAndOneWhoseDiskIsAwayIsNot) {
     State().SaveChain(missed);
     EXPECT_EQ(Run({"verify", "--job", "alpha"}), commands::Failed);
     EXPECT_NE(m_out.find(": lost: it is no longer in \""), std::string::npos) << m_out;
+    // When it is back, that is known as well.
+    m_memory->IsThere = true;
+    m_memory->OnVerify = {};
+    EXPECT_EQ(Run({"verify", "--job", "alpha"}), commands::Done);
+    EXPECT_EQ(State().FindChain(One, 1)->State, EChainState::Open);
     // One that cannot be opened is not said to be damaged.
     m_memory->OnVerify = [] { throw CWrongKey("no"); };
     EXPECT_EQ(Run({"verify", "--job", "be\nta"}), commands::Failed);

@@ -103,6 +103,17 @@ TEST(RetentionTest, TheNewestSoManyAreKept) {
     EXPECT_EQ(Kept(9, {}, points), (Flags{true, true, true, true}));
 }
 
+TEST(RetentionTest, OnePointThatIsKeptIsTheNewestAndOneDayADay) {
+    SBackupJobRetentionInfo retention;
+    retention.RestorePointsCount = 1;
+    retention.RetainDays = 1UL;
+    const auto choices = ChooseKept(retention, {PointOf(days(9)), PointOf(days(2))}, {}, Now);
+    EXPECT_EQ(choices[0].Reason, "the newest");
+    EXPECT_EQ(choices[1].Reason, "not the newest, and older than 1 day");
+    EXPECT_EQ(Counted(1, "entry", "entries"), "1 entry");
+    EXPECT_EQ(Counted(0, "entry", "entries"), "0 entries");
+}
+
 TEST(RetentionTest, APointThatWasMadeAfterTheClockWasSetBackIsStillTheNewest) {
     EXPECT_EQ(Kept(1, {}, {PointOf(days(30)), PointOf(days(1))}), (Flags{true, false}));
     EXPECT_EQ(Kept(1, {}, {PointOf(days(1)), PointOf(days(1))}), (Flags{true, false}));
@@ -281,6 +292,17 @@ TEST(ProgressTest, WhatIsReadGrowsWithWhatIsDoneAndNeverBeyondWhatIsToBeRead) {
     EXPECT_EQ(info.ReadSizeBytes, 50U);
     EXPECT_EQ(info.PercentCompleted, 50);
     EXPECT_EQ(info.ProcessingRateByteInSec, 250);
+}
+
+TEST(ProgressTest, LoadsArePercentagesOfTheTimeAndNeverMore) {
+    SBackupJobSessionInfo info;
+    TellLoads(info, {250ms, 999ms, 7s}, 1s);
+    EXPECT_EQ(info.SourceLoad, 25);
+    EXPECT_EQ(info.ProxyLoad, 99);
+    EXPECT_EQ(info.TargetLoad, 100);
+    EXPECT_EQ(info.NetworkLoad, 0);
+    TellLoads(info, {250ms, -1ms, 7s}, 0s);
+    EXPECT_EQ(info.SourceLoad + info.ProxyLoad + info.TargetLoad, 0);
 }
 
 // Sessions

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The daemon from its start to its end, by hand, by a tool and under systemd, and what keeps it from starting.
+#include <sys/timex.h>
+
 #include "tests/agent/daemon/DaemonFixture.h"
 
 namespace tests {
@@ -40,6 +42,33 @@ public:
 
 private:
     int m_socket;
+};
+
+/// Moves the host's clock by a nanosecond, and back at its end. To the system it was set, and nobody else notices.
+class CNudgedClock {
+public:
+    CNudgedClock() : m_isMoved(Move(1)) {}
+    CNudgedClock(const CNudgedClock&) = delete;
+    CNudgedClock& operator=(const CNudgedClock&) = delete;
+    ~CNudgedClock() { Restore(); }
+
+    bool IsMoved() const noexcept { return m_isMoved; }
+    void Restore() { EXPECT_TRUE(!std::exchange(m_isMoved, false) || Move(-1)); }
+
+private:
+    static bool Move(long nanoseconds) {
+        constexpr long Second = 1'000'000'000;
+        timex now{};
+        ::clock_adjtime(CLOCK_REALTIME, &now);
+        if ((static_cast<unsigned>(now.status) & STA_UNSYNC) == 0) return false;  // somebody keeps it exact
+        timex change{};
+        change.modes = ADJ_SETOFFSET | ADJ_NANO;
+        change.time.tv_sec = nanoseconds < 0 ? -1 : 0;
+        change.time.tv_usec = nanoseconds < 0 ? Second + nanoseconds : nanoseconds;
+        return ::clock_adjtime(CLOCK_REALTIME, &change) >= 0;
+    }
+
+    bool m_isMoved;
 };
 
 using CDaemonLifeTest = CDaemonTest;
@@ -94,6 +123,19 @@ TEST_F(CDaemonLifeTest, AClientThatComesWhileADaemonEndsGetsTheNextOne) {
     EXPECT_EQ(DaemonPid(), pid) << "it ends still";
     EXPECT_NE(Connect()->GetSessionId(), run);
     caller.join();
+}
+
+TEST_F(CDaemonLifeTest, EachTimeThatSomebodySetsTheClockTheWorkIsTold) {
+    Connect();
+    const auto isTold = [&](const std::string& times) {
+        return Eventually([&] { return TextOf(Home("clock")) == times; });
+    };
+    CNudgedClock clock;
+    if (!clock.IsMoved()) GTEST_SKIP() << "no right to set the clock, or it is kept exact";
+    EXPECT_TRUE(isTold("1"));
+    clock.Restore();
+    EXPECT_TRUE(isTold("2"));
+    EXPECT_THAT(Log(), HasSubstr("The host's clock was set"));
 }
 
 TEST_F(CDaemonLifeTest, SocketsOfTheDeadAreReplaced) {

@@ -54,6 +54,11 @@ TEST(Settings, EverythingThatCanBeSaidIsHeard) {
     EXPECT_EQ(settings.Log.OldFiles, 9U);
 }
 
+TEST(Settings, MorePartsThanTheEngineCanTellApartAreAMistake) {
+    EXPECT_EQ(ParseSettings("[verify]\nparts = 256\n", "FILE").Work.VerifyParts, 256U);
+    EXPECT_THAT(MistakeIn("[verify]\nparts = 257\n"), HasSubstr("from 0 to 256"));
+}
+
 TEST(Settings, AnEngineIsAPathThatMeansTheSameEverywhereOrAName) {
     EXPECT_EQ(ParseSettings("[engine]\nrestic = \"restic-0.16\"\n", "FILE").Restic, "restic-0.16");
     for (const char* const path : {"bin/restic", "./restic", "~/bin/restic"}) {

@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -82,11 +84,16 @@ public:
     }
     void Start() override {}
     void Reload(const tarvo::SSettings& settings) override { g_atOnce = settings.Work.AtOnce; }
-    void ClockChanged() noexcept override {}
+    void ClockChanged() noexcept override {
+        ++m_clockChanges;
+        std::ofstream(InHome("clock.new")) << m_clockChanges;
+        std::rename(InHome("clock.new").c_str(), InHome("clock").c_str());
+    }
     void Stop() noexcept override {}
 
 private:
     apigen::Guid m_run;
+    int m_clockChanges = 0;
 };
 
 }  // namespace

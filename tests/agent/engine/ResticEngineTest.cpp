@@ -61,7 +61,7 @@ protected:
     std::string Restored(const SEngineStore& store, const std::string& snapshot,
                          const std::vector<std::string>& paths = {}) {
         const std::string target = m_folder / "restored" + std::to_string(++m_restores);
-        const auto result = m_engine->Restore({store, snapshot, target, paths, {}}, {});
+        const auto result = m_engine->Restore({store, snapshot, target, paths, "p", {}}, {});
         EXPECT_EQ(result.Warnings, 0U);
         return target;
     }
@@ -116,6 +116,7 @@ TEST_F(ResticEngine, AnOddTreeComesBackBitForBitAndByStockResticTheSame) {
     EXPECT_EQ(result.BytesRead, result.BytesTotal);
     EXPECT_GT(result.StoreGrowth, 0);
     EXPECT_EQ(result.Snapshot.size(), 64U);
+    EXPECT_GT(result.CpuTime.count(), 0);
     ASSERT_FALSE(m_progress.empty());
 
     const std::string source = m_folder / "source";
@@ -139,8 +140,8 @@ TEST_F(ResticEngine, AnOddTreeComesBackBitForBitAndByStockResticTheSame) {
 
     // A listing tells names as they are.
     std::vector<std::string> listed;
-    m_engine->List(store, result.Snapshot, source, [&](const SEntry& entry) { listed.push_back(entry.Path); },
-                   {});
+    m_engine->List({store, result.Snapshot, source},
+                   [&](const SEntry& entry) { listed.push_back(entry.Path); }, {});
     std::vector<std::string> there{source};
     for (const auto& entry : fs::recursive_directory_iterator(source))
         there.push_back(entry.path());
@@ -180,8 +181,9 @@ TEST_F(ResticEngine, PointsOfAJobAreForgottenOneByOneAndTheOthersStay) {
     EXPECT_EQ(left[1].Point, "point-4");
     EXPECT_EQ(TreeText(Restored(store, second.Snapshot) + (m_folder / "source")),
               TreeText(m_folder / "source"));
-    EXPECT_THROW(m_engine->Restore({store, first.Snapshot, m_folder / "none", {}, {}}, {}), CNoSuchPoint);
-    EXPECT_THROW(m_engine->List(store, first.Snapshot, "/", [](const SEntry&) {}, {}), CNoSuchPoint);
+    EXPECT_THROW(m_engine->Restore({store, first.Snapshot, m_folder / "none", {}, "p", {}}, {}),
+                 CNoSuchPoint);
+    EXPECT_THROW(m_engine->List({store, first.Snapshot}, [](const SEntry&) {}, {}), CNoSuchPoint);
     const std::string readMe = ContentOf(m_folder / "location/tarvo/" + Job + "/README.txt");
     EXPECT_EQ(readMe.find("RESTIC_PASSWORD="), std::string::npos) << readMe;
 }
@@ -220,39 +222,52 @@ TEST_F(ResticEngine, WhatTheWalkLeavesOutStaysOutAndEmptyFoldersStay) {
     if (isMounted) ::umount2((source + "/memory").c_str(), MNT_DETACH);
 }
 
+bool HasLock(const SEngineStore& store) {
+    const fs::directory_iterator locks(store.Folder + "/locks");
+    return std::any_of(begin(locks), end(locks),
+                       [](const auto& lock) { return lock.path().filename().string().size() == 64; });
+}
+
+/// Runs restic and kills it while it holds its lock.
+void LeaveLock(const CTemporaryFolder& folder, const SEngineStore& store, const std::string& words) {
+    SChildTask task;
+    task.Start.Program = "sh";
+    task.Start.Arguments = {"-c", "exec restic -r " + store.Folder + " " + words};
+    task.Start.Environment = {"PATH=/usr/local/bin:/usr/bin:/bin", "HOME=" + folder.Path(),
+                              "RESTIC_PASSWORD=" + std::string(ConstantKey)};
+    task.StopPatience = std::chrono::milliseconds(0);
+    task.Start.EndSignal = SIGKILL;
+    std::stop_source source;
+    std::jthread killer([&] {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (!HasLock(store) && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+        source.request_stop();
+    });
+    RunChild(task, source.get_token());
+}
+
 TEST_F(ResticEngine, ALockOfAKilledProcessIsRemovedAndTheStoreGoesOn) {
     m_folder.Write("source/a", "1");
     const auto store = Store();
     m_engine->Prepare({store, "job"}, {});
     ::mkfifo((m_folder / "pipe").c_str(), 0600);
-    // A backup from a pipe that never ends, killed while it holds its lock.
-    SChildTask task;
-    task.Start.Program = "sh";
-    task.Start.Arguments = {"-c",
-                            "exec restic -r " + store.Folder + " backup --stdin <> " + (m_folder / "pipe")};
-    task.Start.Environment = {"PATH=/usr/local/bin:/usr/bin:/bin", "HOME=" + m_folder.Path(),
-                              "RESTIC_PASSWORD=" + std::string(ConstantKey)};
-    task.StopPatience = std::chrono::milliseconds(0);
-    task.Start.EndSignal = SIGKILL;
-    const auto hasLock = [&] {
-        const fs::directory_iterator locks(store.Folder + "/locks");
-        return std::any_of(begin(locks), end(locks),
-                           [](const auto& lock) { return lock.path().filename().string().size() == 64; });
-    };
-    std::stop_source source;
-    std::jthread killer([&] {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (!hasLock() && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::yield();
-        source.request_stop();
-    });
-    RunChild(task, source.get_token());
-    killer.join();
-    ASSERT_TRUE(hasLock());
+    LeaveLock(m_folder, store, "backup --stdin <> " + (m_folder / "pipe"));  // a pipe that never ends
+    ASSERT_TRUE(HasLock(store));
     EXPECT_THROW(m_engine->Verify({store, {}}, {}), CStoreLocked);
     m_engine->Unlock(store, {});
-    EXPECT_FALSE(hasLock());
+    EXPECT_FALSE(HasLock(store));
     EXPECT_FALSE(m_engine->Verify({store, {}}, {}).IsDamaged);
+}
+
+TEST_F(ResticEngine, ABackupThatMetTheLockOfAKilledProcessHasNoWarning) {
+    m_folder.Write("source/a", "1");
+    const auto store = Store();
+    m_engine->Prepare({store, "job"}, {});
+    LeaveLock(m_folder, store, "check --read-data");  // it wants the store for itself
+    ASSERT_TRUE(HasLock(store));
+    EXPECT_EQ(BackUp(store, "point-1").Warnings, 0U);
+    EXPECT_TRUE(m_warnings.empty()) << m_warnings.front();
 }
 
 TEST_F(ResticEngine, AFolderThatIsClosedToUsIsAWarningThatSaysWhy) {

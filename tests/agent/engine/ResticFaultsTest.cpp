@@ -236,6 +236,68 @@ TEST_F(ResticFaults, ALivingLockIsWaitedForAndNotBeyondPatience) {
     EXPECT_THROW(MakeResticEngine(options)->BackUp(request, source.get_token()), CEngineStopped);
 }
 
+TEST_F(ResticFaults, WhatWasSaidOfALockIsNoWarningOnceTheRetrySucceeds) {
+    const std::string lock = m_folder.Write("l/tarvo/j/1/locks/0123", "");
+    const auto result = BackUp("if [ \"$1\" = unlock ]; then rm " + lock + "; exit 0; fi\nif [ -e " + lock +
+                               " ]; then echo '{\"message_type\":\"status\",\"percent_done\":0}'\n"
+                               "echo 'lock was created at 2026-11-21 (1m ago)' >&2\n" +
+                               Locked + "fi\necho 'cannot read attribute of /a' >&2\n" + Summary);
+    EXPECT_EQ(result.Warnings, 1U);
+    EXPECT_EQ(m_warnings, std::vector<std::string>{"cannot read attribute of /a"});
+}
+
+TEST_F(ResticFaults, WhatWasSaidBeforeAnotherFailureIsTold) {
+    EXPECT_THROW(BackUp("echo 'the disk is odd' >&2; echo 'Fatal: no way' >&2; exit 1"), CEngineFailed);
+    EXPECT_EQ(m_warnings, std::vector<std::string>{"the disk is odd"});
+}
+
+TEST_F(ResticFaults, AWarningHoldsTheWholeNameWhateverIsInIt) {
+    const auto request = Request();
+    const auto restored =
+        Engine(std::string(Version) +
+               "printf 'ignoring error for /s/a\\n\\nb: c: open /t/s/a\\n\\nb: c: permission denied\\n' >&2\n"
+               "printf 'ignoring error for /s/d: UtimesNano: not permitted\\n' >&2\n"
+               "printf 'ignoring error for /s/d: UtimesNano: not permitted\\n' >&2\n"
+               "printf 'ignoring error for /s/d: chown: not permitted\\n' >&2\n"
+               "printf 'Fatal: There were 4 errors\\n\\n' >&2\nexit 1\n")
+            ->Restore({request.Store, "abcd", "/t/", {}, "p", request.OnWarning}, {});
+    EXPECT_EQ(restored.Warnings, 2U);
+    EXPECT_EQ(m_warnings,
+              (std::vector<std::string>{"/s/a\\n\\nb: c: open /t/s/a\\n\\nb: c: permission denied",
+                                        "/s/d: UtimesNano: not permitted", "/s/d: chown: not permitted"}));
+}
+
+TEST_F(ResticFaults, ARestoreThatFindsNoRoomSaysSoInOneShortReason) {
+    const auto request = Request();
+    std::string script = Version;
+    for (const char* name : {"a\\nb", "c", "c", "d"})
+        script += std::string("printf 'ignoring error for /s/") + name + ": write /t/s/" + name +
+                  ": no space left on device\\n' >&2\n";
+    script += "echo 'Fatal: There were 4 errors' >&2; exit 1\n";
+    const auto message = MessageOf<CNoSpace>([&] {
+        Engine(script)->Restore({request.Store, "abcd", "/t", {}, "p1 of today", request.OnWarning}, {});
+    });
+    EXPECT_EQ(message, "Restoring the point p1 of today from \"" + request.Store.Folder +
+                           "\" failed: no space left on device: \"/s/a\\nb\" and 2 more");
+    EXPECT_EQ(m_warnings.size(), 3U);
+}
+
+TEST_F(ResticFaults, MessagesNameThePointAsPeopleKnowIt) {
+    const auto request = Request();
+    const auto engine = Engine(std::string(Version) + "echo 'Fatal: no way' >&2; exit 1\n");
+    const std::string snapshot(64, 'e');
+    for (const auto& message :
+         {MessageOf<CEngineFailed>([&] {
+              engine->Restore({request.Store, snapshot, "/t", {}, "p1 of today", {}}, {});
+          }),
+          MessageOf<CEngineFailed>([&] {
+              engine->List({request.Store, snapshot, "/", "p1 of today"}, [](const SEntry&) {}, {});
+          })}) {
+        EXPECT_NE(message.find("the point p1 of today from"), std::string::npos) << message;
+        EXPECT_EQ(message.find(snapshot), std::string::npos) << message;
+    }
+}
+
 TEST_F(ResticFaults, AProgramEndsWithTheAgentHoweverThatEnds) {
     const auto request = Request();
     const auto engine = Engine(std::string(Version) + "echo $$ > " + (m_folder / "pid.new") + "; mv " +

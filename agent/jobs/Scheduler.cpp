@@ -5,7 +5,7 @@
 
 #include "agent/core/Schedule.h"
 #include "agent/core/Sessions.h"
-#include "agent/work/CAgentImpl.h"
+#include "agent/jobs/CAgentImpl.h"
 #include "support/common/Text.h"
 
 namespace tarvo {

@@ -11,7 +11,8 @@
 #include "agent/core/Progress.h"
 #include "agent/core/Retention.h"
 #include "agent/core/Sessions.h"
-#include "agent/work/CAgentImpl.h"
+#include "agent/host/Loads.h"
+#include "agent/jobs/CAgentImpl.h"
 
 namespace tarvo {
 
@@ -55,6 +56,7 @@ private:
     void Say(Type type, std::string text);
     void Tell(const std::function<void(zamclientlib::SBackupJobSessionInfo&)>& change = {});
     void TellNowAndThen();
+    SBusyTimes Busy() const;
 
     CAgent::Impl& m_agent;
     const ActivePtr m_active;
@@ -72,6 +74,9 @@ private:
     std::size_t m_lineCount = 0;
     std::size_t m_linesLeftOut = 0;
     SEngineProgress m_progress;
+    std::optional<CDiskWatch> m_sourceDisks;
+    std::optional<CDiskWatch> m_targetDisk;
+    std::chrono::milliseconds m_cpuTime{};              ///< of the engine
     std::chrono::steady_clock::time_point m_workBegan;  ///< that of the engine
     std::chrono::steady_clock::time_point m_lastProgress;
     std::chrono::steady_clock::time_point m_lastTold;

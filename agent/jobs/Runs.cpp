@@ -5,8 +5,8 @@
 
 #include "agent/core/Schedule.h"
 #include "agent/core/Sessions.h"
-#include "agent/work/CAgentImpl.h"
-#include "agent/work/CRun.h"
+#include "agent/jobs/CAgentImpl.h"
+#include "agent/jobs/CRun.h"
 #include "support/common/Text.h"
 
 namespace tarvo {
@@ -510,7 +510,7 @@ void CAgent::Impl::Adopt(const ActivePtr& active) {
                 point.Type = known.empty() ? RestorePointType::Full : RestorePointType::Increment;
                 point.EngineId = found->Id;
                 m_engine->List(
-                    store, found->Id, "/",
+                    {store, found->Id},
                     [&](const SEntry& entry) {
                         if (entry.Type == EEntryType::File) point.SourceBytes += entry.Size;
                     },

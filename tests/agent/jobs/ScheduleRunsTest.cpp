@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What begins by itself, on a clock that the test moves.
-#include "tests/agent/work/Fixture.h"
+#include "tests/agent/jobs/Fixture.h"
 
 namespace tarvo::tests {
 

@@ -9,7 +9,7 @@
 
 #include "agent/state/CStore.h"
 #include "tests/Sanitized.h"
-#include "tests/agent/work/Fixture.h"
+#include "tests/agent/jobs/Fixture.h"
 
 namespace tarvo::tests {
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The agent's face. What only reads stands here; what changes something, behind it.
-#include "agent/work/CAgent.h"
+#include "agent/jobs/CAgent.h"
 
 #include <utility>
 
 #include "agent/core/Sessions.h"
 #include "agent/host/Mounts.h"
-#include "agent/work/CAgentImpl.h"
+#include "agent/jobs/CAgentImpl.h"
 
 namespace tarvo {
 

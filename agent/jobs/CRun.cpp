@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/work/CRun.h"
+#include "agent/jobs/CRun.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <map>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "agent/core/Retention.h"
@@ -16,7 +17,7 @@
 #include "agent/core/Sessions.h"
 #include "agent/host/Files.h"
 #include "agent/host/Scripts.h"
-#include "agent/work/Source.h"
+#include "agent/jobs/Source.h"
 #include "support/common/Text.h"
 
 namespace tarvo {
@@ -102,8 +103,8 @@ void CRun::Run() noexcept {
     if (m_outcome == Status::Success && m_hasWarning) m_outcome = Status::Warning;
     if (isInterrupted) Say(Type::Error, "Interrupted: the agent ends");
     if (m_linesLeftOut != 0) {
-        m_lines.push_back(
-            LogLine(Type::Warning, std::to_string(m_linesLeftOut) + " further lines are left out"));
+        m_lines.push_back(LogLine(Type::Warning, Counted(m_linesLeftOut, "further line is left out",
+                                                         "further lines are left out")));
     }
     if (!m_isPointKept && m_progress.BytesDone != 0) {
         // How far it has come, whenever that was told last.
@@ -164,12 +165,25 @@ void CRun::Tell(const std::function<void(SBackupJobSessionInfo&)>& change) {
 void CRun::TellNowAndThen() {
     if (steady_clock::now() - m_lastTold < TellInterval) return;
     const auto elapsed = std::chrono::duration_cast<milliseconds>(steady_clock::now() - m_workBegan);
+    const auto busy = Busy();
     try {
-        Tell([&](SBackupJobSessionInfo& info) { TellProgress(info, m_progress, elapsed); });
+        Tell([&](SBackupJobSessionInfo& info) {
+            TellProgress(info, m_progress, elapsed);
+            TellLoads(info, busy, elapsed);
+        });
     } catch (const CStateError& error) {
         // Progress is no reason to fail; the end of the session says what is wrong.
         m_agent.m_log.Warning("The progress of a session can't be kept: " + Escaped(error.what()));
     }
+}
+
+SBusyTimes CRun::Busy() const {
+    const auto processors = std::max(std::thread::hardware_concurrency(), 1U);
+    SBusyTimes busy;
+    if (m_sourceDisks) busy.Source = m_sourceDisks->Busy();
+    busy.Engine = m_cpuTime / processors;
+    if (m_targetDisk) busy.Target = m_targetDisk->Busy();
+    return busy;
 }
 
 void CRun::RequireGoingOn() const {
@@ -469,11 +483,14 @@ void CRun::BackUp() {
     request.OneFileSystem = walked.OneFileSystem;
     request.Parent = parent;
     const bool isAllRead = parent.empty();
+    m_sourceDisks.emplace(walked.Resolved);
+    m_targetDisk.emplace(std::vector{LocationOf(m_repository)});
     m_workBegan = steady_clock::now();
     request.OnProgress = [&](const SBackupProgress& progress) {
         const auto read = isAllRead ? progress.BytesDone
                                     : ReadOf(walked.BytesSince, progress.BytesDone, progress.BytesTotal);
         m_progress = {progress.BytesDone, progress.BytesTotal, read};
+        m_cpuTime = progress.CpuTime;
         m_lastProgress = steady_clock::now();
         TellNowAndThen();
     };
@@ -497,6 +514,7 @@ void CRun::BackUp() {
         throw;
     }
     if (result.Warnings != 0) m_hasWarning = true;
+    m_cpuTime = std::max(m_cpuTime, result.CpuTime);
     KeepPoint(result, result.BytesRead.value_or(walked.BytesSince), began);
 }
 
@@ -515,13 +533,14 @@ void CRun::KeepPoint(const SBackupResult& result, std::uint64_t bytesRead, Momen
     point.EngineId = result.Snapshot;
     const auto size = SizeOf(m_repository);
     Say(Type::Info, "The point " + PlainText(point.Id) +
-                        " is complete: " + std::to_string(result.FilesTotal) + " files, " +
-                        std::to_string(result.BytesTotal) + " bytes");
-    const SEnding::Also keep = [agent = &m_agent, point, elapsed, bytesRead, size, now](SSession& session,
-                                                                                        SJob* job) {
+                        " is complete: " + Counted(result.FilesTotal, "file", "files") + ", " +
+                        Counted(result.BytesTotal, "byte", "bytes"));
+    const SEnding::Also keep = [agent = &m_agent, point, elapsed, bytesRead, size, now, busy = Busy()](
+                                   SSession& session, SJob* job) {
         auto& info = session.Info;
         const auto percent = info.PercentCompleted;
         TellProgress(info, {point.SourceBytes, point.SourceBytes, 0}, elapsed);
+        TellLoads(info, busy, elapsed);
         info.PercentCompleted = std::max(percent, info.PercentCompleted);
         info.ReadSizeBytes = bytesRead;
         info.BackedUpSizeBytes = static_cast<long>(point.SourceBytes);

@@ -82,7 +82,7 @@ public:
         const std::string id = "snapshot" + std::to_string(++m_count);
         kept.Snapshots.push_back({id, request.Job, request.Point, std::chrono::system_clock::now(), "host"});
         if (m_afterBackup) m_afterBackup();
-        return {id, 3, 3000, 2, 2000, 700, m_warnings.size()};
+        return {id, 3, 3000, 2, 2000, 700, m_warnings.size(), m_cpuTime};
     }
 
     std::vector<SSnapshot> Snapshots(const SEngineStore& store, std::stop_token) override {
@@ -99,10 +99,10 @@ public:
         std::erase_if(Open(store).Snapshots, [&](const SSnapshot& each) { return gone.contains(each.Id); });
     }
 
-    void List(const SEngineStore& store, const std::string&, const std::string&,
-              const std::function<void(const SEntry&)>& entry, std::stop_token) override {
+    void List(const SListRequest& request, const std::function<void(const SEntry&)>& entry,
+              std::stop_token) override {
         const std::lock_guard lock(m_mutex);
-        Open(store);
+        Open(request.Store);
         SEntry file;
         file.Type = EEntryType::File;
         file.Size = 3000;
@@ -184,6 +184,7 @@ public:
     // Set before the agent runs.
     std::string m_fault;
     std::vector<SBackupProgress> m_progress{{1, 1000, 2000}};
+    std::chrono::milliseconds m_cpuTime{};
     std::function<bool()> m_isSeen;  ///< the last progress is told again until then
     std::vector<std::string> m_warnings;
     SVerifyResult m_verified;

@@ -10,7 +10,7 @@
 
 #include "agent/host/Files.h"
 #include "agent/host/Mounts.h"
-#include "agent/work/CAgentImpl.h"
+#include "agent/jobs/CAgentImpl.h"
 #include "support/common/Text.h"
 
 namespace tarvo {

@@ -19,9 +19,9 @@
 #include <vector>
 
 #include "agent/host/Folders.h"
-#include "agent/work/CAgent.h"
+#include "agent/jobs/CAgent.h"
 #include "tests/agent/core/FakeClock.h"
-#include "tests/agent/work/CFakeEngine.h"
+#include "tests/agent/jobs/CFakeEngine.h"
 
 namespace tarvo::tests {
 
@@ -52,10 +52,11 @@ private:
     std::vector<std::string> m_lines;
 };
 
-/// Waits for a condition; false when it doesn't come.
+/// Waits for a condition, for as long as a session of the real engine may take on a host that has much else to do; false
+/// when it doesn't come.
 template <class Condition>
 bool Await(Condition&& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    const auto deadline = std::chrono::steady_clock::now() + 120s;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
         std::this_thread::sleep_for(2ms);

@@ -5,7 +5,8 @@
 #include <sys/stat.h>
 
 #include "agent/core/Validity.h"
-#include "tests/agent/work/Fixture.h"
+#include "agent/jobs/Source.h"
+#include "tests/agent/jobs/Fixture.h"
 
 namespace tarvo::tests {
 
@@ -52,6 +53,17 @@ TEST_F(AgentTest, ARunMakesAPointAndTellsWhatItDid) {
     EXPECT_EQ(Engine->m_parents, (std::vector<std::string>{"", "snapshot1"}));
 }
 
+TEST(SightingsTest, OneIsToldOfAsOne) {
+    SWalkResult walk;
+    walk.Unreadable = {1, {"/closed"}};
+    walk.SparseFiles = {2, {"/a", "/b"}};
+    const auto told = SightingsOf(walk, {});
+    ASSERT_EQ(told.size(), 2U);
+    EXPECT_EQ(told[0].second, "1 folder can't be read: /closed");
+    EXPECT_EQ(told[1].second,
+              "2 files with holes come back without them with this version of the engine: /a, /b");
+}
+
 TEST_F(AgentTest, WhatASessionSaidIsThereAfterARestart) {
     Start();
     const Guid job = MakeJob();
@@ -85,7 +97,8 @@ TEST_F(AgentTest, ProgressIsToldWhileItRuns) {
 }
 
 TEST_F(AgentTest, SizesMoveWithTheEnginesProgressAndEndTrue) {
-    Engine->m_progress = {{0, 0, 500, 1000}};
+    Engine->m_progress = {{0, 0, 500, 1000, 1h}};
+    Engine->m_cpuTime = 2h;
     Start();
     const Guid job = MakeJob();
     SBackupJobSessionInfo midway;
@@ -99,10 +112,12 @@ TEST_F(AgentTest, SizesMoveWithTheEnginesProgressAndEndTrue) {
     EXPECT_EQ(midway.ReadSizeBytes, 500U);
     EXPECT_EQ(midway.BackedUpSizeBytes, 500);
     EXPECT_GT(midway.ProcessingRateByteInSec, 0);
+    EXPECT_EQ(midway.ProxyLoad, 100);
     const auto second = RunJob(job);
     EXPECT_EQ(midway.ReadSizeBytes, 2U);  // half of the one file that has changed
     EXPECT_EQ(second.ReadSizeBytes, 2000U);
     EXPECT_EQ(second.BackedUpSizeBytes, 3000);
+    EXPECT_EQ(second.ProxyLoad, 100);
 }
 
 TEST_F(AgentTest, AFailedSessionTellsHowFarItCame) {

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/work/Source.h"
+#include "agent/jobs/Source.h"
 
 #include <sys/stat.h>
 
+#include "agent/core/Values.h"
 #include "support/common/Text.h"
 
 namespace tarvo {
@@ -61,8 +62,8 @@ void AddEntireMachine(const SBackupSourceInfo& source, const SHostPlaces& host, 
     }
 }
 
-std::string Told(const SSighting& sighting, const std::string& text) {
-    std::string told = std::to_string(sighting.Count) + " " + text + ": ";
+std::string Told(const SSighting& sighting, const char* one, const char* many) {
+    std::string told = Counted(sighting.Count, one, many) + ": ";
     for (const auto& example : sighting.Examples) {
         if (&example != &sighting.Examples.front()) told += ", ";
         told += example;
@@ -101,19 +102,23 @@ SRoots RootsOf(const SBackupSourceInfo& source, const SHostPlaces& host) {
 std::vector<std::pair<ELogDetailType, std::string>> SightingsOf(const SWalkResult& walk,
                                                                 const SEngineInfo& engine) {
     std::vector<std::pair<ELogDetailType, std::string>> told;
-    const auto add = [&](ELogDetailType type, const SSighting& sighting, const char* text) {
-        if (sighting.Count != 0) told.emplace_back(type, Told(sighting, text));
+    const auto add = [&](ELogDetailType type, const SSighting& sighting, const char* one, const char* many) {
+        if (sighting.Count != 0) told.emplace_back(type, Told(sighting, one, many));
     };
-    add(ELogDetailType::Warning, walk.Unreadable, "folders can't be read");
+    add(ELogDetailType::Warning, walk.Unreadable, "folder can't be read", "folders can't be read");
     add(ELogDetailType::Warning, walk.Unsayable,
+        "folder is left out, since the engine can't be told its name",
         "folders are left out, since the engine can't be told their names");
-    add(ELogDetailType::Warning, walk.TooLong, "paths are left out, since they are too long");
+    add(ELogDetailType::Warning, walk.TooLong, "path is left out, since it is too long",
+        "paths are left out, since they are too long");
     if (!engine.KeepsOddLinkTargets) {
         add(ELogDetailType::Warning, walk.OddLinkTargets,
+            "link whose target is no valid UTF-8 is altered by this version of the engine",
             "links whose targets are no valid UTF-8 are altered by this version of the engine");
     }
     if (!engine.KeepsSparseFiles) {
         add(ELogDetailType::Info, walk.SparseFiles,
+            "file with holes comes back without them with this version of the engine",
             "files with holes come back without them with this version of the engine");
     }
     return told;

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "agent/core/Schedule.h"
-#include "agent/work/CAgentImpl.h"
+#include "agent/jobs/CAgentImpl.h"
 #include "support/common/Text.h"
 
 namespace tarvo {

@@ -8,8 +8,8 @@
 #include "agent/core/Sessions.h"
 #include "agent/host/Mounts.h"
 #include "agent/host/Scripts.h"
-#include "agent/work/CAgentImpl.h"
-#include "agent/work/Source.h"
+#include "agent/jobs/CAgentImpl.h"
+#include "agent/jobs/Source.h"
 #include "support/common/Text.h"
 
 namespace tarvo {

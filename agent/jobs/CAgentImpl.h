@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 /// \file
 /// The agent's inside. A file a concern: Control, Jobs, Places, Runs (how sessions begin and end), Scheduler, CRun (what
-/// a session does).
+/// a session does), Source (what there is to back up), GrabLogs.
 #pragma once
 
 #include <zamservice/EventSource.h>
@@ -20,8 +20,8 @@
 #include "agent/core/Validity.h"
 #include "agent/engine/IEngine.h"
 #include "agent/host/Folders.h"
+#include "agent/jobs/CAgent.h"
 #include "agent/state/CStore.h"
-#include "agent/work/CAgent.h"
 
 namespace tarvo {
 

@@ -16,7 +16,7 @@
 #include <memory>
 #include <vector>
 
-#include "agent/work/CAgentImpl.h"
+#include "agent/jobs/CAgentImpl.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/Text.h"
 
