@@ -3,13 +3,16 @@
 /// The agent as commands reach it: connecting, and control of it for as long as a command needs it.
 #pragma once
 
+#include <apigen/CallControl.h>
 #include <zamclientlib/Connect.h>
 #include <zamclientlib/ZamClientLib.h>
 
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace zamctl {
 
@@ -28,7 +31,7 @@ class CAgent;
 class CChange {
 public:
     CChange(CAgent& agent, std::shared_ptr<zamclientlib::IZamProduct> product,
-            zamclientlib::SZamControlOwnerInfo owner, bool isToBeReleased);
+            zamclientlib::SZamControlOwnerInfo owner);
     CChange(CChange&& other) noexcept;
     CChange& operator=(CChange&&) = delete;
     ~CChange();
@@ -37,10 +40,9 @@ public:
     zamclientlib::IZamProduct& operator*() const { return *m_product; }
 
 private:
-    CAgent* m_agent;
+    CAgent* m_agent;  ///< none after a move
     std::shared_ptr<zamclientlib::IZamProduct> m_product;
     zamclientlib::SZamControlOwnerInfo m_owner;
-    bool m_isToBeReleased;
 };
 
 /// The connection to the agent, made when it is first needed.
@@ -48,7 +50,7 @@ private:
 /// All calls end early on Ctrl-C (Interrupt.h).
 class CAgent {
 public:
-    explicit CAgent(SAgentOptions options) : m_options(std::move(options)) {}
+    explicit CAgent(SAgentOptions options);
     CAgent(const CAgent&) = delete;
     CAgent& operator=(const CAgent&) = delete;
 
@@ -80,10 +82,15 @@ public:
 private:
     friend class CChange;
 
-    std::shared_ptr<zamclientlib::IZamProduct> Request(const zamclientlib::SZamControlOwnerInfo& owner,
-                                                       bool isForced);
+    using OwnerInfo = zamclientlib::SZamControlOwnerInfo;
+
+    std::shared_ptr<zamclientlib::IZamProduct> Request(const OwnerInfo& owner, bool isForced);
+    std::shared_ptr<zamclientlib::IZamProduct> RequestInTurn(const OwnerInfo& owner, bool isToChange);
+    void Release(const OwnerInfo& owner) noexcept;
 
     SAgentOptions m_options;
+    /// Of this thread, which makes all calls; none while control is given back.
+    std::optional<apigen::CCancellableCalls> m_interruptible;
     std::shared_ptr<zamclientlib::IZamControl> m_control;
     std::shared_ptr<zamclientlib::IZamProduct> m_product;
 };

@@ -47,6 +47,7 @@ struct SOption {
     std::span<const char* const> Choices = {};
     bool IsRepeated = false;
     bool IsRequired = false;
+    char Short = 0;  ///< 'o' for "-o"
 };
 
 class CCall;
@@ -62,6 +63,8 @@ struct SVerb {
     std::span<const SOption> Options;
     /// Returns the exit status; throws what can't be done.
     EExit (*Run)(CCall& call);
+    /// What programs get: the name of a shape of the schema, "[SBackupJobInfo]" for rows of it.
+    const char* Shape = "";
     bool HasForms = true;  ///< whether `--output` may ask for another form than the table
     bool IsFollowing =
         false;  ///< shows what happens as it comes: of the forms, JSON as one document is refused
