@@ -149,7 +149,7 @@ constexpr std::array VerifyOptions{SOption{.Name = "--parts",
                                            .Help = "only the next of so many parts; which one is remembered"},
                                    PasswordOption};
 
-constexpr std::array Verbs{
+constexpr std::array Table{
     SVerb{.Noun = "point",
           .Name = "list",
           .Help = "lists restore points",
@@ -190,7 +190,7 @@ constexpr std::array Verbs{
 }  // namespace
 
 std::span<const SVerb> PointVerbs() {
-    return Verbs;
+    return Table;
 }
 
 }  // namespace zamctl

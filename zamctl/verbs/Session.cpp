@@ -100,7 +100,7 @@ constexpr std::array LogOptions{SOption{.Name = "--errors", .Help = "only warnin
 constexpr std::array StopOptions{
     SOption{.Name = "--message", .Value = "TEXT", .Help = "goes into the session's log"}, ForceOption};
 
-constexpr std::array Verbs{
+constexpr std::array Table{
     SVerb{.Noun = "session",
           .Name = "list",
           .Help = "lists sessions, the newest of each job first",
@@ -148,7 +148,7 @@ constexpr std::array Verbs{
 }  // namespace
 
 std::span<const SVerb> SessionVerbs() {
-    return Verbs;
+    return Table;
 }
 
 }  // namespace zamctl

@@ -107,7 +107,7 @@ EExit Run(CCall& call) {
     return EExit::Done;
 }
 
-constexpr std::array Verbs{
+constexpr std::array Table{
     SVerb{.Noun = "",
           .Name = "status",
           .Help = "shows the whole agent on one screen",
@@ -122,7 +122,7 @@ constexpr std::array Verbs{
 }  // namespace
 
 std::span<const SVerb> StatusVerbs() {
-    return Verbs;
+    return Table;
 }
 
 }  // namespace zamctl
