@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <deque>
 #include <limits>
 
 #include "show/Terminal.h"
@@ -83,18 +84,31 @@ const SVerb& VerbOf(const SChosen& chosen) {
                    DidYouMean(chosen.Name, verbs, "it can " + Listed(verbs)));
 }
 
-CLI::Option* Declare(CLI::App& app, const SOption& option) {
+/// Where CLI11 puts values; they are read from its options themselves.
+using Values = std::deque<std::vector<std::string>>;
+
+CLI::Option* Declare(CLI::App& app, const SOption& option, Values& values) {
     std::string names = option.Name;
     if (option.Short != 0) names = std::string("-") + option.Short + "," + names;
     if (option.Value == nullptr) return app.add_flag(names);
-    auto* const declared = app.add_option(names);
+    auto* const declared = app.add_option(names, values.emplace_back());
     declared->expected(1)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     return declared;
 }
 
-/// What CLI11 says of a word that it can't take: the parts that people need.
+/// What CLI11 says of a command line, in words of ours: that a value is missing, "--limit: 1 required TEXT missing", is
+/// what there is left to say.
 [[noreturn]] void ThrowUsage(const SVerb& verb, const CLI::ParseError& error) {
-    throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(error.what()), "usage: " + Usage(verb));
+    const std::string why = error.what();
+    const std::string name = why.substr(0, why.find(':'));
+    for (const auto& options : {verb.Options, CommonOptions()}) {
+        const SOption* const option = FindOption(options, name);
+        if (option == nullptr) continue;
+        if (option->Value == nullptr)
+            throw CFailure(EExit::Usage, std::string(option->Name) + " takes no value", "usage: " + Usage(verb));
+        throw CFailure(EExit::Usage, std::string(option->Name) + " needs " + option->Value, option->Help);
+    }
+    throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(why), "usage: " + Usage(verb));
 }
 
 void CheckChoice(const SOption& option, const std::string& value) {
@@ -214,6 +228,7 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
         return line;
     }
 
+    Values values;
     CLI::App app;
     app.set_help_flag();
     app.allow_extras();
@@ -221,10 +236,10 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     std::vector<std::pair<const SOption*, CLI::Option*>> options;
     for (const auto& some : {verb.Options, CommonOptions()})
         for (const auto& option : some)
-            options.emplace_back(&option, Declare(app, option));
+            options.emplace_back(&option, Declare(app, option, values));
     std::vector<std::pair<const SArgument*, CLI::Option*>> words;
     for (const auto& argument : verb.Arguments) {
-        auto* const declared = app.add_option(argument.Name);
+        auto* const declared = app.add_option(argument.Name, values.emplace_back());
         if (argument.IsRepeated) {
             declared->expected(0, std::numeric_limits<int>::max());
         } else {
@@ -252,14 +267,14 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
             if (declared->count() > 0) line.Words.emplace_back(option->Name, "");
             continue;
         }
-        const auto& values = declared->results();
-        if (values.size() > 1 && !option->IsRepeated)
+        const auto& given = declared->results();
+        if (given.size() > 1 && !option->IsRepeated)
             throw CFailure(EExit::Usage, std::string(option->Name) + " can be given once only");
-        for (const auto& value : values) {
+        for (const auto& value : given) {
             CheckChoice(*option, value);
             line.Words.emplace_back(option->Name, value);
         }
-        if (values.empty() && option->IsRequired)
+        if (given.empty() && option->IsRequired)
             throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name, "usage: " + Usage(verb));
     }
     line.Verb = &verb;
