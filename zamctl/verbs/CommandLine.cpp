@@ -54,7 +54,7 @@ SChosen ChosenBy(const std::vector<std::string>& arguments) {
                 chosen.Others.push_back(arguments[++i]);
         } else if (words == 0) {
             chosen.Noun = word;
-            words = FindVerb("", word) != nullptr ? 2 : 1;
+            words = FindVerb(word, "") != nullptr ? 2 : 1;
         } else if (words == 1) {
             chosen.Name = word;
             words = 2;
@@ -170,6 +170,7 @@ std::vector<std::string> FirstWords() {
     std::vector<std::string> words;
     for (const SVerb* const verb : Verbs()) {
         const std::string word = verb->Noun[0] == '\0' ? verb->Name : verb->Noun;
+        if (word.starts_with('_')) continue;  // for machines
         if (words.empty() || words.back() != word) words.push_back(word);
     }
     return words;

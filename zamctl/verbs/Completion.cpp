@@ -126,7 +126,7 @@ void CCompletions::ReadWord(const std::string& word, bool isLast) {
             m_isHelp = true;
         } else if (m_noun.empty()) {
             m_noun = word;
-            m_verb = FindVerb("", word);
+            m_verb = FindVerb(word, "");
         } else {
             m_verb = FindVerb(m_noun, word);
             if (m_verb == nullptr) m_noun = "?";
@@ -147,7 +147,7 @@ void CCompletions::CompleteFirst(const std::string& part) {
         return;
     }
     for (const auto& word : FirstWords()) {
-        const SVerb* const alone = FindVerb("", word);
+        const SVerb* const alone = FindVerb(word, "");
         std::string help;
         if (alone != nullptr) {
             help = alone->Help;
