@@ -12,6 +12,8 @@
 
 namespace zamctl {
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow"  // g++ takes the member for one that hides the type
 /// How results are shown.
 enum class EForm {
     Table,      ///< for people
@@ -19,6 +21,7 @@ enum class EForm {
     JsonLines,  ///< one object a line
     Tsv,        ///< a line of keys, then a line a row; tabs, line ends and backslashes as \t, \n, \r and \\.
 };
+#pragma GCC diagnostic pop
 
 /// How a column's value is shown to people. Programs get it as JSON has it, in TSV as text.
 enum class EKind {
@@ -50,7 +53,8 @@ struct SOutputOptions {
     bool HasColours = false;
 };
 
-/// Writes to standard output. Not for several threads.
+/// Writes to standard output, at once on a terminal, else when there is much or `Flush` says so. SIGPIPE has to be
+/// ignored. Words are escaped: a line stays a line. Not for several threads.
 class COutput {
 public:
     explicit COutput(SOutputOptions options);
@@ -83,7 +87,8 @@ public:
     /// Text as it is, in every form: a generated document.
     void Raw(std::string_view text);
 
-    /// Writes what is held back.
+    /// Writes what is held back, also of a list that goes on, and waits for the user to leave the pager. A list that is
+    /// flushed gets no pager any more: its rows are to be seen as they come.
     /// \throws COutputGone; CFailure (Refused) when the output can't be written, a full disk say
     void Flush();
 

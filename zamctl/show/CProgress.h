@@ -33,6 +33,8 @@ public:
     void Clear();
 
 private:
+    void Draw(std::string line);
+
     bool m_isShown;
     bool m_hasColours;
     bool m_isThere = false;

@@ -14,6 +14,12 @@ namespace zamctl {
 /// Columns of the terminal at standard output; those of $COLUMNS where it is none, else 80. 40 at least.
 [[nodiscard]] unsigned TerminalWidth();
 
+/// Columns of the terminal at standard error, 80 where it is none.
+[[nodiscard]] unsigned ErrorWidth();
+
+/// Lines of the terminal at standard output, 24 where it is none.
+[[nodiscard]] unsigned TerminalHeight();
+
 /// Whether colours may be used: on a terminal that is not "dumb", and not under NO_COLOR.
 [[nodiscard]] bool HasColours();
 
