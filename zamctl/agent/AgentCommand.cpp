@@ -2,6 +2,7 @@
 #include "agent/AgentCommand.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,22 +47,40 @@ struct SPipe {
     }
 };
 
-void ReadLines(int descriptor, const std::function<void(std::string_view)>& onLine) {
-    std::string held;
-    std::array<char, 65536> piece{};
-    while (true) {
-        const ssize_t got = ::read(descriptor, piece.data(), piece.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) break;
-        held.append(piece.data(), static_cast<std::size_t>(got));
+/// A stream cut into lines.
+struct SLines {
+    int Descriptor;
+    const std::function<void(std::string_view)>& OnLine;
+    std::string Held = {};
+
+    /// False at its end.
+    bool Read() {
+        std::array<char, 65536> piece{};
+        const ssize_t got = ::read(Descriptor, piece.data(), piece.size());
+        if (got < 0 && errno == EINTR) return true;
+        if (got <= 0) {
+            if (!Held.empty()) OnLine(Held);
+            Descriptor = -1;
+            return false;
+        }
+        Held.append(piece.data(), static_cast<std::size_t>(got));
         std::size_t start = 0;
-        for (std::size_t end = held.find('\n'); end != std::string::npos; end = held.find('\n', start)) {
-            onLine(std::string_view(held).substr(start, end - start));
+        for (std::size_t end = Held.find('\n'); end != std::string::npos; end = Held.find('\n', start)) {
+            OnLine(std::string_view(Held).substr(start, end - start));
             start = end + 1;
         }
-        held.erase(0, start);
+        Held.erase(0, start);
+        return true;
     }
-    if (!held.empty()) onLine(held);
+};
+
+void ReadAll(std::array<SLines, 2> streams) {
+    while (streams[0].Descriptor >= 0 || streams[1].Descriptor >= 0) {
+        std::array<pollfd, 2> ready{{{streams[0].Descriptor, POLLIN, 0}, {streams[1].Descriptor, POLLIN, 0}}};
+        if (::poll(ready.data(), ready.size(), -1) < 0 && errno != EINTR) return;
+        for (std::size_t i = 0; i < streams.size(); ++i)
+            if (ready[i].revents != 0) streams[i].Read();
+    }
 }
 
 /// The child, collected when this goes, whatever the reading of its output threw.
@@ -85,9 +104,12 @@ struct SChild {
 }  // namespace
 
 int RunAgentCommand(const std::vector<std::string>& arguments,
-                    const std::function<void(std::string_view)>& onLine) {
+                    const std::function<void(std::string_view)>& onLine,
+                    const std::function<void(std::string_view)>& onError) {
     SPipe output;
-    if (onLine && ::pipe2(output.Ends.data(), O_CLOEXEC) != 0)
+    SPipe errors;
+    if ((onLine && ::pipe2(output.Ends.data(), O_CLOEXEC) != 0) ||
+        ::pipe2(errors.Ends.data(), O_CLOEXEC) != 0)
         throw CFailure(EExit::Refused, std::string("no pipe can be made: ") + std::strerror(errno));
 
     const std::string path = ProgramPath();
@@ -101,6 +123,7 @@ int RunAgentCommand(const std::vector<std::string>& arguments,
     posix_spawn_file_actions_t actions{};
     posix_spawn_file_actions_init(&actions);
     if (onLine) posix_spawn_file_actions_adddup2(&actions, output.Ends[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errors.Ends[1], STDERR_FILENO);
     posix_spawnattr_t attributes{};
     posix_spawnattr_init(&attributes);
     sigset_t defaults;
@@ -120,7 +143,13 @@ int RunAgentCommand(const std::vector<std::string>& arguments,
             "this needs the agent's programs on this host");
     }
     output.Close(1);
-    if (onLine) ReadLines(output.Ends[0], onLine);
+    errors.Close(1);
+    const std::function<void(std::string_view)> onErrorLine = [&](std::string_view line) {
+        constexpr std::string_view Own = "tarvod: ";
+        if (line.starts_with(Own)) line.remove_prefix(Own.size());
+        onError(line);
+    };
+    ReadAll({SLines{output.Ends[0], onLine}, SLines{errors.Ends[0], onErrorLine}});
     return child.Wait();
 }
 

@@ -57,13 +57,13 @@ class CCall;
 struct SVerb {
     const char* Noun;  ///< "job"; empty for a word that stands alone, "status"
     const char* Name;
-    const char* Help;     ///< one line, "starts a job"
-    const char* Details;  ///< paragraphs for help and man page; may be empty
-    const char* Example;  ///< one or more command lines, a line each
-    std::span<const SArgument> Arguments;
-    std::span<const SOption> Options;
+    const char* Help;          ///< one line, "starts a job"
+    const char* Details = "";  ///< paragraphs for help and man page
+    const char* Example = "";  ///< one or more command lines, a line each
+    std::span<const SArgument> Arguments = {};
+    std::span<const SOption> Options = {};
     /// Returns the exit status; throws what can't be done.
-    EExit (*Run)(CCall& call);
+    EExit (*Run)(CCall& call) = nullptr;
     /// What programs get: the name of a shape of the schema, "[SBackupJobInfo]" for rows of it.
     const char* Shape = "";
     bool HasForms = true;  ///< whether `--output` may ask for another form than the table
