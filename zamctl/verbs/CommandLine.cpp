@@ -2,6 +2,7 @@
 #include "verbs/CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <strings.h>
 
 #include <algorithm>
 #include <deque>
@@ -54,7 +55,7 @@ SChosen ChosenBy(const std::vector<std::string>& arguments) {
                 chosen.Others.push_back(arguments[++i]);
         } else if (words == 0) {
             chosen.Noun = word;
-            words = FindVerb("", word) != nullptr ? 2 : 1;
+            words = FindVerb(word, "") != nullptr ? 2 : 1;
         } else if (words == 1) {
             chosen.Name = word;
             words = 2;
@@ -111,11 +112,16 @@ CLI::Option* Declare(CLI::App& app, const SOption& option, Values& values) {
     throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(why), "usage: " + Usage(verb));
 }
 
-void CheckChoice(const SOption& option, const std::string& value) {
-    if (option.Choices.empty()) return;
-    const std::vector<std::string> choices(option.Choices.begin(), option.Choices.end());
-    if (std::find(choices.begin(), choices.end(), value) != choices.end()) return;
-    throw CFailure(EExit::Usage, std::string(option.Name) + " can't be " + Quoted(value),
+/// The value, as the choice that it is in any case.
+template <class Word>
+std::string Chosen(const Word& of, const std::string& value) {
+    if (of.Choices.empty()) return value;
+    const std::vector<std::string> choices(of.Choices.begin(), of.Choices.end());
+    const auto found = std::find_if(choices.begin(), choices.end(), [&](const std::string& choice) {
+        return ::strcasecmp(choice.c_str(), value.c_str()) == 0;
+    });
+    if (found != choices.end()) return *found;
+    throw CFailure(EExit::Usage, std::string(of.Name) + " can't be " + Quoted(value),
                    DidYouMean(value, choices, "it is one of " + Listed(choices)));
 }
 
@@ -178,6 +184,7 @@ std::vector<std::string> FirstWords() {
     std::vector<std::string> words;
     for (const SVerb* const verb : Verbs()) {
         const std::string word = verb->Noun[0] == '\0' ? verb->Name : verb->Noun;
+        if (word.starts_with('_')) continue;  // for machines
         if (words.empty() || words.back() != word) words.push_back(word);
     }
     return words;
@@ -257,7 +264,7 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
 
     for (const auto& [argument, declared] : words) {
         for (const auto& value : declared->results())
-            line.Words.emplace_back(argument->Name, value);
+            line.Words.emplace_back(argument->Name, Chosen(*argument, value));
         if (declared->empty() && !argument->IsOptional)
             throw CFailure(EExit::Usage, FullName(verb) + " needs " + argument->Name,
                            "usage: " + Usage(verb));
@@ -270,10 +277,8 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
         const auto& given = declared->results();
         if (given.size() > 1 && !option->IsRepeated)
             throw CFailure(EExit::Usage, std::string(option->Name) + " can be given once only");
-        for (const auto& value : given) {
-            CheckChoice(*option, value);
-            line.Words.emplace_back(option->Name, value);
-        }
+        for (const auto& value : given)
+            line.Words.emplace_back(option->Name, Chosen(*option, value));
         if (given.empty() && option->IsRequired)
             throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name, "usage: " + Usage(verb));
     }

@@ -20,7 +20,7 @@ enum class EWord {
     Text,
     File,
     Folder,
-    Choice,  ///< one of SOption::Choices
+    Choice,  ///< one of its Choices, in any case
     Job,
     Session,
     Point,
@@ -36,6 +36,7 @@ struct SArgument {
     EWord Word = EWord::Text;
     bool IsOptional = false;
     bool IsRepeated = false;  ///< the last one only
+    std::span<const char* const> Choices = {};
 };
 
 /// A word with dashes.
