@@ -3,7 +3,6 @@
 #include <array>
 #include <filesystem>
 
-#include "agent/AgentCommand.h"
 #include "agent/Find.h"
 #include "show/Words.h"
 #include "verbs/Places.h"
@@ -243,20 +242,7 @@ EExit Adopt(CCall& call) {
         words.emplace_back("--password-file");
         words.push_back(*file);
     }
-    // What it says, it says itself, on our streams.
-    const int status = RunAgentCommand(words);
-    switch (status) {
-        case 0:
-            return EExit::Done;
-        case 2:
-            return EExit::Usage;
-        case 3:
-            return EExit::NotFound;
-        case 4:
-            return EExit::NoAgent;
-        default:
-            return status > 128 ? EExit::Interrupted : EExit::Refused;
-    }
+    return RunHostCommand(call, words, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
 }
 
 constexpr SArgument RepositoryArgument{
