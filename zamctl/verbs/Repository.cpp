@@ -5,6 +5,7 @@
 
 #include "agent/Find.h"
 #include "show/Words.h"
+#include "verbs/HostCommand.h"
 #include "verbs/Places.h"
 
 namespace zamctl {
