@@ -5,6 +5,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <deque>
 #include <limits>
 
 #include "show/Terminal.h"
@@ -54,7 +55,7 @@ SChosen ChosenBy(const std::vector<std::string>& arguments) {
                 chosen.Others.push_back(arguments[++i]);
         } else if (words == 0) {
             chosen.Noun = word;
-            words = FindVerb("", word) != nullptr ? 2 : 1;
+            words = FindVerb(word, "") != nullptr ? 2 : 1;
         } else if (words == 1) {
             chosen.Name = word;
             words = 2;
@@ -84,18 +85,31 @@ const SVerb& VerbOf(const SChosen& chosen) {
                    DidYouMean(chosen.Name, verbs, "it can " + Listed(verbs)));
 }
 
-CLI::Option* Declare(CLI::App& app, const SOption& option) {
+/// Where CLI11 puts values; they are read from its options themselves.
+using Values = std::deque<std::vector<std::string>>;
+
+CLI::Option* Declare(CLI::App& app, const SOption& option, Values& values) {
     std::string names = option.Name;
     if (option.Short != 0) names = std::string("-") + option.Short + "," + names;
     if (option.Value == nullptr) return app.add_flag(names);
-    auto* const declared = app.add_option(names);
+    auto* const declared = app.add_option(names, values.emplace_back());
     declared->expected(1)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     return declared;
 }
 
-/// What CLI11 says of a word that it can't take: the parts that people need.
+/// What CLI11 says of a command line, in words of ours: that a value is missing, "--limit: 1 required TEXT missing", is
+/// what there is left to say.
 [[noreturn]] void ThrowUsage(const SVerb& verb, const CLI::ParseError& error) {
-    throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(error.what()), "usage: " + Usage(verb));
+    const std::string why = error.what();
+    const std::string name = why.substr(0, why.find(':'));
+    for (const auto& options : {verb.Options, CommonOptions()}) {
+        const SOption* const option = FindOption(options, name);
+        if (option == nullptr) continue;
+        if (option->Value == nullptr)
+            throw CFailure(EExit::Usage, std::string(option->Name) + " takes no value", "usage: " + Usage(verb));
+        throw CFailure(EExit::Usage, std::string(option->Name) + " needs " + option->Value, option->Help);
+    }
+    throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(why), "usage: " + Usage(verb));
 }
 
 /// The value, as the choice that it is in any case.
@@ -170,6 +184,7 @@ std::vector<std::string> FirstWords() {
     std::vector<std::string> words;
     for (const SVerb* const verb : Verbs()) {
         const std::string word = verb->Noun[0] == '\0' ? verb->Name : verb->Noun;
+        if (word.starts_with('_')) continue;  // for machines
         if (words.empty() || words.back() != word) words.push_back(word);
     }
     return words;
@@ -220,6 +235,7 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
         return line;
     }
 
+    Values values;
     CLI::App app;
     app.set_help_flag();
     app.allow_extras();
@@ -227,10 +243,10 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     std::vector<std::pair<const SOption*, CLI::Option*>> options;
     for (const auto& some : {verb.Options, CommonOptions()})
         for (const auto& option : some)
-            options.emplace_back(&option, Declare(app, option));
+            options.emplace_back(&option, Declare(app, option, values));
     std::vector<std::pair<const SArgument*, CLI::Option*>> words;
     for (const auto& argument : verb.Arguments) {
-        auto* const declared = app.add_option(argument.Name);
+        auto* const declared = app.add_option(argument.Name, values.emplace_back());
         if (argument.IsRepeated) {
             declared->expected(0, std::numeric_limits<int>::max());
         } else {
@@ -258,12 +274,12 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
             if (declared->count() > 0) line.Words.emplace_back(option->Name, "");
             continue;
         }
-        const auto& values = declared->results();
-        if (values.size() > 1 && !option->IsRepeated)
+        const auto& given = declared->results();
+        if (given.size() > 1 && !option->IsRepeated)
             throw CFailure(EExit::Usage, std::string(option->Name) + " can be given once only");
-        for (const auto& value : values)
+        for (const auto& value : given)
             line.Words.emplace_back(option->Name, Chosen(*option, value));
-        if (values.empty() && option->IsRequired)
+        if (given.empty() && option->IsRequired)
             throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name, "usage: " + Usage(verb));
     }
     line.Verb = &verb;
