@@ -44,6 +44,8 @@ public:
         : m_agent(agent), m_onAway(std::move(onAway)), m_onInterrupt(std::move(onInterrupt)) {}
 
     void HeedInterrupt() {
+        // No call is under way that it would end.
+        if (InterruptedBy() != 0) throw CFailure(EExit::Interrupted, "interrupted");
         if (m_asked.Take() && !m_onInterrupt()) throw CFailure(EExit::Interrupted, "interrupted");
     }
 
@@ -164,11 +166,11 @@ SBackupJobSessionInfo FollowSession(CAgent& agent, const apigen::Guid& sessionId
 
 void FollowEvents(CAgent& agent, const std::function<bool(const SBaseEvent&)>& onEvent,
                   const std::function<void(const std::string&)>& onAway,
-                  const std::function<bool()>& onInterrupt) {
+                  const std::function<bool()>& onInterrupt, std::chrono::steady_clock::time_point until) {
     CWatch watch(agent, onAway, onInterrupt);
     watch.Through([&] { watch.Connect(); });
     if (!watch.HasEvents()) throw CFailure(EExit::Refused, "the agent offers no events");
-    while (true) {
+    while (Clock::now() < until) {
         apigen::Optional<SBaseEvent> event;
         watch.Through([&] { event = watch.NextEvent(); });
         if (event && !onEvent(*event)) return;

@@ -35,9 +35,9 @@ std::vector<SFoundJob> JobsCalled(CCall& call) {
 
 EExit Check(CCall& call) {
     static const std::vector<SColumn> columns{
-        {"Job", "JobName"},
-        {"Weight", "MessageType", EKind::Outcome},
-        {"Finding", "Message"},
+        {"JOB", "JobName"},
+        {"WEIGHT", "MessageType", EKind::Outcome},
+        {"FINDING", "Message"},
     };
     std::size_t errors = 0;
     std::size_t warnings = 0;
@@ -47,7 +47,7 @@ EExit Check(CCall& call) {
             if (finding.MessageType == ELogDetailType::Error) ++errors;
             if (finding.MessageType == ELogDetailType::Warning) ++warnings;
             Json row;
-            row["JobId"] = job.Info.Id.Serialize();
+            row["JobId"] = IdText(job.Info.Id);
             row["JobName"] = job.Info.Name;
             row.update(ToJson(finding));
             call.Out.Row(columns, row);

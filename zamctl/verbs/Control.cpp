@@ -2,6 +2,7 @@
 // zamctl control: who may change things, and whether schedules run.
 #include <array>
 
+#include "agent/Find.h"
 #include "show/Words.h"
 #include "verbs/Enums.h"
 
@@ -49,7 +50,7 @@ EExit Show(CCall& call) {
     item["Owner"] = owner.Id.IsNil() ? Json(nullptr) : ToJson(owner);
     item["IsMine"] = isMine;
     item["Product"] = ToJson(control.GetProductInfo());
-    item["SessionId"] = control.GetSessionId().Serialize();
+    item["SessionId"] = IdText(control.GetSessionId());
 
     std::vector<SColumn> columns;
     if (!call.Out.IsForPeople()) {

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "verbs/JobOptions.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -8,10 +12,10 @@
 #include <charconv>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
+#include <memory>
 
 #include "agent/Find.h"
+#include "agent/Interrupt.h"
 #include "show/Terminal.h"
 #include "show/Words.h"
 
@@ -322,31 +326,42 @@ std::string ScheduleWords(const SBackupScheduleInfo& schedule) {
 
 std::string ReadText(const std::string& path) {
     constexpr std::size_t Limit = std::size_t{16} << 20;
-    std::ifstream file;
-    if (path != "-") {
-        file.open(path, std::ios::binary);
-        if (!file)
-            throw CFailure(EExit::Usage,
-                           "the file " + Quoted(path) + " can't be read: " + std::strerror(errno));
-    }
-    std::istream& in = path == "-" ? std::cin : file;
+    const std::string name = path == "-" ? "standard input" : "the file " + Quoted(path);
+    const auto refuse = [&](int error) {
+        throw CFailure(EExit::Usage, name + " can't be read: " + std::strerror(error));
+    };
+    const int opened = path == "-" ? -1 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (opened < 0 && path != "-") refuse(errno);
+    const std::unique_ptr<const int, void (*)(const int*)> closing(&opened, [](const int* descriptor) {
+        if (*descriptor >= 0) ::close(*descriptor);
+    });
+    const int in = opened < 0 ? STDIN_FILENO : opened;
     std::string text;
-    std::array<char, 65536> piece{};
-    while (in.read(piece.data(), piece.size()) || in.gcount() > 0) {
-        text.append(piece.data(), static_cast<std::size_t>(in.gcount()));
-        if (text.size() > Limit) throw CFailure(EExit::Usage, "the file " + Quoted(path) + " is too long");
+    std::vector<char> piece(65536);
+    while (true) {
+        // Ctrl-C ends it where somebody is to type the text.
+        std::array<pollfd, 2> ready{pollfd{in, POLLIN, 0}, pollfd{Interruption()->Descriptor(), POLLIN, 0}};
+        ::poll(ready.data(), ready.size(), -1);
+        if (InterruptedBy() != 0) throw CFailure(EExit::Interrupted, "interrupted");
+        if (ready[0].revents == 0) continue;
+        const ssize_t got = ::read(in, piece.data(), piece.size());
+        if (got == 0) return text;
+        if (got < 0 && errno != EINTR) refuse(errno);
+        if (got > 0) text.append(piece.data(), static_cast<std::size_t>(got));
+        if (text.size() > Limit) throw CFailure(EExit::Usage, name + " is longer than " + SizeWords(Limit));
     }
-    if (in.bad()) throw CFailure(EExit::Usage, "the file " + Quoted(path) + " can't be read");
-    return text;
 }
 
 std::string AbsolutePath(const std::string& path) {
     if (path.empty()) return path;
     std::error_code error;
-    auto absolute = std::filesystem::absolute(path, error).lexically_normal();
+    auto absolute = std::filesystem::absolute(path, error);
     if (error)
         throw CFailure(EExit::Usage,
                        "the path " + Quoted(path) + " can't be made absolute: " + error.message());
+    // A ".." behind a link leads elsewhere than its text says.
+    if (std::find(absolute.begin(), absolute.end(), "..") == absolute.end())
+        absolute = absolute.lexically_normal();
     std::string text = absolute.string();
     while (text.size() > 1 && text.ends_with('/'))
         text.pop_back();

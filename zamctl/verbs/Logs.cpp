@@ -5,7 +5,7 @@
 
 #include "show/Terminal.h"
 #include "show/Words.h"
-#include "verbs/Places.h"
+#include "verbs/JobOptions.h"
 
 namespace zamctl {
 namespace {
@@ -21,7 +21,7 @@ std::string NameOfToday() {
 }
 
 EExit Logs(CCall& call) {
-    const std::string path = FromRoot(call.Optional("FILE").value_or(NameOfToday()));
+    const std::string path = AbsolutePath(call.Optional("FILE").value_or(NameOfToday()));
     call.Agent.Control().GrabLogs(path);
     if (call.Out.IsForPeople()) {
         call.Out.Raw((IsOutputTerminal() ? Escaped(path) : path) + "\n");

@@ -1,55 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "verbs/Places.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <filesystem>
-#include <memory>
 
-#include "agent/Interrupt.h"
 #include "show/Terminal.h"
 #include "show/Words.h"
+#include "verbs/JobOptions.h"
 
 namespace zamctl {
 
 using zamclientlib::SServerConnectionInfo;
 
 namespace {
-
-[[noreturn]] void ThrowUnreadable(const std::string& path, const std::string& why) {
-    throw CFailure(EExit::Usage, (path == "-" ? "standard input" : Quoted(path)) + " can't be read: " + why);
-}
-
-/// Ctrl-C ends it, as it does where somebody is to type the text.
-std::string Whole(const std::string& path) {
-    constexpr std::size_t Most = 16U << 20U;
-    const int opened = path == "-" ? -1 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (opened < 0 && path != "-") ThrowUnreadable(path, std::strerror(errno));
-    const std::unique_ptr<const int, void (*)(const int*)> closing(&opened, [](const int* descriptor) {
-        if (*descriptor >= 0) ::close(*descriptor);
-    });
-    const int in = opened < 0 ? STDIN_FILENO : opened;
-    std::string text;
-    std::vector<char> piece(65536);
-    while (true) {
-        std::array<pollfd, 2> ready{pollfd{in, POLLIN, 0}, pollfd{Interruption()->Descriptor(), POLLIN, 0}};
-        ::poll(ready.data(), ready.size(), -1);
-        if (InterruptedBy() != 0) throw CFailure(EExit::Interrupted, "interrupted");
-        const ssize_t got = ready[0].revents != 0 ? ::read(in, piece.data(), piece.size()) : -1;
-        if (got == 0) return text;
-        if (got < 0 && (ready[0].revents == 0 || errno == EINTR)) continue;
-        if (got < 0) ThrowUnreadable(path, std::strerror(errno));
-        text.append(piece.data(), static_cast<std::size_t>(got));
-        if (text.size() > Most) ThrowUnreadable(path, "it is longer than " + SizeWords(Most));
-    }
-}
 
 SServerConnectionInfo AddressOf(const std::string& word) {
     const auto refuse = [&](const std::string& why) {
@@ -82,7 +45,7 @@ SServerConnectionInfo AddressOf(const std::string& word) {
 std::optional<Json> FileOf(const CCall& call) {
     const auto path = call.Optional("--file");
     if (!path) return std::nullopt;
-    const std::string text = Whole(*path);
+    const std::string text = ReadText(*path);
     try {
         return ParseJson(text);
     } catch (const CFieldError& error) {
@@ -102,7 +65,7 @@ std::optional<std::string> PasswordOf(const CCall& call, const std::string& user
     if (file) return PasswordFrom(*file);
     const bool isAsked = call.Has("--ask-password") || (isNew && call.Has("--user"));
     if (!isAsked || call.Has("--dry-run")) return std::nullopt;
-    return AskPassword(user.empty() ? "Password: " : "Password of " + Quoted(user) + ": ", false);
+    return AskPassword(user.empty() ? "Password" : "Password of " + user, false);
 }
 
 std::vector<SServerConnectionInfo> AddressesOf(const CCall& call) {
@@ -121,17 +84,6 @@ std::string AddressWords(const std::vector<SServerConnectionInfo>& addresses) {
         if (address.Port != 0) words += ":" + std::to_string(address.Port);
     }
     return words;
-}
-
-std::string FromRoot(const std::string& path) {
-    if (path.empty() || path[0] == '/') return path;
-    std::filesystem::path whole = std::filesystem::absolute(path);
-    // A ".." behind a link leads elsewhere than its text says.
-    if (std::find(whole.begin(), whole.end(), "..") == whole.end()) whole = whole.lexically_normal();
-    std::string text = whole.string();
-    while (text.size() > 1 && text.ends_with('/'))
-        text.pop_back();
-    return text;
 }
 
 void RequireOneOf(const CCall& call, const std::vector<const char*>& options) {

@@ -70,9 +70,6 @@ void ApplyFile(const CCall& call, Record& record, const std::vector<const char*>
 /// "backup.example:9392, [fd00::1]:9392".
 [[nodiscard]] std::string AddressWords(const std::vector<zamclientlib::SServerConnectionInfo>& addresses);
 
-/// `path` from the root on; as it is when it is empty.
-[[nodiscard]] std::string FromRoot(const std::string& path);
-
 /// Refuses a change that changes nothing. \param options those of which one is needed
 void RequireOneOf(const CCall& call, const std::vector<const char*>& options);
 

@@ -17,10 +17,10 @@ constexpr const char* AddressesKey = "Addresses";  // which the record lacks
 
 const std::vector<SColumn>& ListColumns() {
     static const std::vector<SColumn> columns{
-        {"Name", "Name"},
-        {"Addresses", AddressesKey},
-        {"User", "Username", EKind::Text, true},
-        {"Id", "Id", EKind::Id, true},
+        {"NAME", "Name"},
+        {"ADDRESSES", AddressesKey},
+        {"USER", "Username", EKind::Text, true},
+        {"ID", "Id", EKind::Id, true},
     };
     return columns;
 }
@@ -56,9 +56,9 @@ EExit Show(CCall& call) {
 
 EExit Gateways(CCall& call) {
     static const std::vector<SColumn> columns{
-        {"Priority", "Priority", EKind::Number},
-        {"Address", "Connection.Address"},
-        {"Port", "Connection.Port", EKind::Number},
+        {"PRIORITY", "Priority", EKind::Number},
+        {"ADDRESS", "Connection.Address"},
+        {"PORT", "Connection.Port", EKind::Number},
     };
     const auto product = call.Agent.Look();
     const auto provider = FindProvider(*product, call.Value("PROVIDER"));

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // zamctl repo: the places that backups go to.
 #include <array>
+#include <csignal>
 #include <filesystem>
 
 #include "agent/Find.h"
 #include "show/Words.h"
 #include "verbs/HostCommand.h"
+#include "verbs/JobOptions.h"
 #include "verbs/Places.h"
 
 namespace zamctl {
@@ -75,13 +77,13 @@ EExit List(CCall& call) {
     for (const auto& repository : repositories)
         hasShares = hasShares || repository.SharedFolderInfo.HasValue();
 
-    std::vector<SColumn> columns{{"Name", "Name"}, {"Type", "Type"}, {"Location", "Location"}};
-    if (hasShares) columns.push_back({"Share", "SharedFolderInfo.Directory"});
+    std::vector<SColumn> columns{{"NAME", "Name"}, {"TYPE", "Type"}, {"LOCATION", "Location"}};
+    if (hasShares) columns.push_back({"SHARE", "SharedFolderInfo.Directory"});
     if (hasSizes) {
-        columns.push_back({"Free", "SizeInfo.FreeSpace", EKind::Bytes});
-        columns.push_back({"Capacity", "SizeInfo.Capacity", EKind::Bytes});
+        columns.push_back({"FREE", "SizeInfo.FreeSpace", EKind::Bytes});
+        columns.push_back({"CAPACITY", "SizeInfo.Capacity", EKind::Bytes});
     }
-    columns.push_back({"Id", "Id", EKind::Id, true});
+    columns.push_back({"ID", "Id", EKind::Id, true});
     for (const auto& repository : repositories)
         call.Out.Row(columns, hasSizes ? WithSize(call, *manager, repository) : ToJson(repository));
     call.Out.EndRows(columns, "no repositories yet; \"zamctl repo create NAME --path FOLDER\" makes one");
@@ -112,7 +114,7 @@ void ApplyPlace(CCall& call, SBackupRepositoryInfo& repository, bool isNew) {
         repository.SharedFolderInfo->Directory = nfs ? *nfs : *smb;
     }
     if (const auto path = call.Optional("--path")) {
-        repository.Location = FromRoot(*path);
+        repository.Location = AbsolutePath(*path);
         if (repository.Location != *path)
             call.Out.Note("--path " + Escaped(*path) + " is " + Escaped(repository.Location));
         if (isNew && repository.Type == BackupTargetType::Unknown)
@@ -222,7 +224,7 @@ bool IsFolder(const std::string& path) {
 /// The folder that a word means: what has a slash in it is one, else the repository of that name, else a folder here.
 std::string FolderCalled(CCall& call, const std::string& word) {
     const bool isFolder = IsFolder(word);
-    if (word.find('/') != std::string::npos || word == "." || word == "..") return FromRoot(word);
+    if (word.find('/') != std::string::npos || word == "." || word == "..") return AbsolutePath(word);
     try {
         const auto product = call.Agent.Look();
         const auto repository = FindRepository(*product, word);
@@ -234,7 +236,7 @@ std::string FolderCalled(CCall& call, const std::string& word) {
         const bool isElse = failure.Exit() == EExit::NotFound || failure.Exit() == EExit::NoAgent;
         if (!isElse || !isFolder) throw;
     }
-    return FromRoot(word);
+    return AbsolutePath(word);
 }
 
 EExit Adopt(CCall& call) {
@@ -243,7 +245,28 @@ EExit Adopt(CCall& call) {
         words.emplace_back("--password-file");
         words.push_back(*file);
     }
+            last = line;
+            tellLast();
+        [&](std::string_view line) {
+        if (!last.empty()) call.Out.Note(last);
+        last.empty() ? "the agent's command ended with " + std::to_string(status) : Escaped(last);
+        return EExit::Done;
+        tellLast();
+        words, [&](std::string_view line) { call.Out.Say(line); },
+        });
+    // The last thing that it says when it fails is the reason, everything else a remark.
+    const auto tellLast = [&] {
+    const int status = RunAgentCommand(
+    const std::string why =
+    if (status == 0) {
+    if (status == 128 + SIGINT || status == 128 + SIGTERM) throw CFailure(EExit::Interrupted, "interrupted");
+    if (status == 2) throw CFailure(EExit::Usage, why);
+    if (status == 3) throw CFailure(EExit::NotFound, why);
     return RunHostCommand(call, words, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
+    std::string last;
+    throw CFailure(EExit::Refused, why);
+    }
+    };
 }
 
 constexpr SArgument RepositoryArgument{

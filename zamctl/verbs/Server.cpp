@@ -16,11 +16,11 @@ constexpr const char* AddressesKey = "Addresses";  // which the record lacks
 
 const std::vector<SColumn>& ListColumns() {
     static const std::vector<SColumn> columns{
-        {"Name", "Name"},
-        {"Addresses", AddressesKey},
-        {"User", "Username", EKind::Text, true},
-        {"Only for restore", "OnlyForRestore", EKind::Truth, true},
-        {"Id", "Id", EKind::Id, true},
+        {"NAME", "Name"},
+        {"ADDRESSES", AddressesKey},
+        {"USER", "Username", EKind::Text, true},
+        {"ONLY FOR RESTORE", "OnlyForRestore", EKind::Truth, true},
+        {"ID", "Id", EKind::Id, true},
     };
     return columns;
 }
