@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // zamctl repo: the places that backups go to.
 #include <array>
-#include <csignal>
 #include <filesystem>
 
 #include "agent/Find.h"
@@ -245,28 +244,7 @@ EExit Adopt(CCall& call) {
         words.emplace_back("--password-file");
         words.push_back(*file);
     }
-            last = line;
-            tellLast();
-        [&](std::string_view line) {
-        if (!last.empty()) call.Out.Note(last);
-        last.empty() ? "the agent's command ended with " + std::to_string(status) : Escaped(last);
-        return EExit::Done;
-        tellLast();
-        words, [&](std::string_view line) { call.Out.Say(line); },
-        });
-    // The last thing that it says when it fails is the reason, everything else a remark.
-    const auto tellLast = [&] {
-    const int status = RunAgentCommand(
-    const std::string why =
-    if (status == 0) {
-    if (status == 128 + SIGINT || status == 128 + SIGTERM) throw CFailure(EExit::Interrupted, "interrupted");
-    if (status == 2) throw CFailure(EExit::Usage, why);
-    if (status == 3) throw CFailure(EExit::NotFound, why);
     return RunHostCommand(call, words, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
-    std::string last;
-    throw CFailure(EExit::Refused, why);
-    }
-    };
 }
 
 constexpr SArgument RepositoryArgument{
