@@ -342,7 +342,7 @@ TEST_F(Reader, ThatIsSlowAndDoesNotBlockGetsEverything) {
         ::dup2(ends[1], STDOUT_FILENO);
         try {
             COutput output(Form(EForm::Tsv));
-            for (int i = 0; i < 20000; ++i)
+            for (int i = 0; i < 4000; ++i)
                 output.Row(Columns(), RowNamed("nightly"));
             output.Flush();
         } catch (...) {
@@ -360,7 +360,7 @@ TEST_F(Reader, ThatIsSlowAndDoesNotBlockGetsEverything) {
     int status = 0;
     ::waitpid(writer, &status, 0);
     EXPECT_EQ(status, 0);
-    EXPECT_EQ(lines, 20001U);
+    EXPECT_EQ(lines, 4001U);
 }
 
 }  // namespace
