@@ -15,7 +15,7 @@ namespace {
 const std::vector<SColumn>& OwnerColumns() {
     static const std::vector<SColumn> columns{
         {"Owner", "Name"},
-        {"Id", "Id", EKind::Id},
+        {"Id", "Id"},
         {"Type", "Type"},
         {"Mode", "Mode"},
     };
@@ -55,7 +55,7 @@ EExit Show(CCall& call) {
     std::vector<SColumn> columns;
     if (!call.Out.IsForPeople()) {
         columns = {{"Owner", "Owner.Name"},
-                   {"Owner's id", "Owner.Id", EKind::Id},
+                   {"Owner's id", "Owner.Id"},
                    {"Type", "Owner.Type"},
                    {"Mode", "Owner.Mode"},
                    {"Mine", "IsMine", EKind::Truth}};
@@ -68,11 +68,11 @@ EExit Show(CCall& call) {
         columns = {{"Controlled by", "Words"},
                    {"Mode", "ModeWords"},
                    {"Type", "Owner.Type"},
-                   {"Owner's id", "Owner.Id", EKind::Id}};
+                   {"Owner's id", "Owner.Id"}};
     }
     columns.push_back({"Product", "Product.Name"});
     columns.push_back({"Version", "Product.Version"});
-    columns.push_back({"Session", "SessionId", EKind::Id});
+    columns.push_back({"Session", "SessionId"});
     call.Out.Item(columns, item);
     return EExit::Done;
 }

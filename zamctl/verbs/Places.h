@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/Find.h"
 #include "show/Json.h"
 #include "verbs/Verb.h"
 
@@ -56,8 +57,8 @@ void ApplyFile(const CCall& call, Record& record, const std::vector<const char*>
         ThrowFileFault(call, error);
     }
     if (!id.IsNil() && record.Id != id)
-        ThrowFileFault(
-            call, CFieldError("Id", "that is another one than the one to be changed, " + id.Serialize()));
+        ThrowFileFault(call,
+                       CFieldError("Id", "that is another one than the one to be changed, " + IdText(id)));
 }
 
 /// The password of `--password-file`, or one that is asked for: under `--ask-password`, and where a new object has a

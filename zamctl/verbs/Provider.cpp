@@ -28,7 +28,7 @@ const std::vector<SColumn>& ListColumns() {
 const std::vector<SColumn>& OneColumns() {
     static const std::vector<SColumn> columns{
         {"Name", "Name"},
-        {"Id", "Id", EKind::Id},
+        {"Id", "Id"},
         {"Addresses", AddressesKey},
         {"User", "Username"},
         {"Thumbprint", "TrustedThumbprint"},
@@ -89,11 +89,12 @@ void Apply(CCall& call, SCloudServiceProviderInfo& provider, bool isNew) {
 EExit Add(CCall& call) {
     SCloudServiceProviderInfo provider;
     if (!call.Has("NAME") && !call.Has("--file"))
-        throw CFailure(EExit::Usage, "provider add needs NAME, or the Name in a file",
+        throw CFailure(EExit::Usage, "NAME is missing, and no file has one",
                        "zamctl provider add cloud --address cloud.example:6180");
     if (!call.Has("--address") && !call.Has("--file"))
         throw CFailure(EExit::Usage, "where is the provider?", "say --address HOST[:PORT] or --file FILE");
     Apply(call, provider, true);
+    provider.Id = {};  // of the one that was the file's model
     if (call.Has("--dry-run")) {
         ShowUnsent(call, OneColumns(), ToJson(provider), provider.Password.HasValue());
         return EExit::Done;

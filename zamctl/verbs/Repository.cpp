@@ -22,12 +22,12 @@ constexpr const char* DeletableKey = "CanBeDeleted";
 const std::vector<SColumn>& OneColumns() {
     static const std::vector<SColumn> columns{
         {"Name", "Name"},
-        {"Id", "Id", EKind::Id},
+        {"Id", "Id"},
         {"Type", "Type"},
         {"Location", "Location"},
         {"Share", "SharedFolderInfo.Directory"},
         {"User", "SharedFolderInfo.Username"},
-        {"Server", "ServerId", EKind::Id},
+        {"Server", "ServerId"},
         {"Original name", "OriginalName"},
         {"Free", "SizeInfo.FreeSpace", EKind::Bytes},
         {"Capacity", "SizeInfo.Capacity", EKind::Bytes},
@@ -139,9 +139,10 @@ bool HasPassword(const SBackupRepositoryInfo& repository) {
 EExit Create(CCall& call) {
     SBackupRepositoryInfo repository;
     ApplyFile(call, repository, {SizeKey, DeletableKey});
+    repository.Id = {};  // of the one that was the file's model
     if (const auto name = call.Optional("NAME")) repository.Name = *name;
     if (!call.Has("NAME") && !call.Has("--file"))
-        throw CFailure(EExit::Usage, "repo create needs NAME, or the Name in a file",
+        throw CFailure(EExit::Usage, "NAME is missing, and no file has one",
                        "zamctl repo create disk --path /srv/backup");
     if (!call.Has("--file") && !call.Has("--path") && !call.Has("--nfs") && !call.Has("--smb"))
         throw CFailure(EExit::Usage, "where is the repository to be?",

@@ -67,11 +67,12 @@ void Apply(CCall& call, SBackupServerInfo& server, bool isNew) {
 EExit Add(CCall& call) {
     SBackupServerInfo server;
     if (!call.Has("NAME") && !call.Has("--file"))
-        throw CFailure(EExit::Usage, "server add needs NAME, or the Name in a file",
+        throw CFailure(EExit::Usage, "NAME is missing, and no file has one",
                        "zamctl server add main --address backup.example:9392");
     if (!call.Has("--address") && !call.Has("--file"))
         throw CFailure(EExit::Usage, "where is the server?", "say --address HOST[:PORT] or --file FILE");
     Apply(call, server, true);
+    server.Id = {};  // of the one that was the file's model
     if (call.Has("--dry-run")) {
         ShowUnsent(call, OneColumns(), ToJson(server), server.Password.HasValue());
         return EExit::Done;
