@@ -225,7 +225,11 @@ SZamControlOwnerInfo CAgent::Take(const std::string& name, ZAMOwnerMode mode) {
     owner.Mode = mode;
     m_product = RequestInTurn(owner, true);
     // Who had let us in as a guest is the owner still.
-    if (const auto present = Control().GetCurrentOwner(); present.Id != owner.Id) {
+    const auto present = Control().GetCurrentOwner();
+    if (present.Id == owner.Id) {
+        // He may have had control before, on other terms.
+        if (present.Name != owner.Name || present.Mode != owner.Mode) m_product = Request(owner, false);
+    } else {
         if (!m_options.IsForced)
             throw CFailure(EExit::Refused, "the agent is controlled by " + OwnerWords(present),
                            "ask for it to be given back, or take it with --force");
