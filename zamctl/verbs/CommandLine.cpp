@@ -106,7 +106,8 @@ CLI::Option* Declare(CLI::App& app, const SOption& option, Values& values) {
         const SOption* const option = FindOption(options, name);
         if (option == nullptr) continue;
         if (option->Value == nullptr)
-            throw CFailure(EExit::Usage, std::string(option->Name) + " takes no value", "usage: " + Usage(verb));
+            throw CFailure(EExit::Usage, std::string(option->Name) + " takes no value",
+                           "usage: " + Usage(verb));
         throw CFailure(EExit::Usage, std::string(option->Name) + " needs " + option->Value, option->Help);
     }
     throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(why), "usage: " + Usage(verb));
@@ -244,16 +245,9 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     for (const auto& some : {verb.Options, CommonOptions()})
         for (const auto& option : some)
             options.emplace_back(&option, Declare(app, option, values));
-    std::vector<std::pair<const SArgument*, CLI::Option*>> words;
-    for (const auto& argument : verb.Arguments) {
-        auto* const declared = app.add_option(argument.Name, values.emplace_back());
-        if (argument.IsRepeated) {
-            declared->expected(0, std::numeric_limits<int>::max());
-        } else {
-            declared->expected(0, 1);
-        }
-        words.emplace_back(&argument, declared);
-    }
+    // One list of words: whose they are is for the table to say, where several may be left out.
+    auto* const words =
+        app.add_option("WORDS", values.emplace_back())->expected(0, std::numeric_limits<int>::max());
     try {
         std::vector<std::string> reversed(chosen.Others.rbegin(), chosen.Others.rend());
         app.parse(reversed);
@@ -262,24 +256,30 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     }
     RefuseRest(verb, app.remaining());
 
-    for (const auto& [argument, declared] : words) {
-        for (const auto& value : declared->results())
-            line.Words.emplace_back(argument->Name, Chosen(*argument, value));
-        if (declared->empty() && !argument->IsOptional)
-            throw CFailure(EExit::Usage, FullName(verb) + " needs " + argument->Name,
-                           "usage: " + Usage(verb));
+    const auto& given = words->results();
+    std::size_t taken = 0;
+    for (const auto& argument : verb.Arguments) {
+        if (taken == given.size() && !argument.IsOptional)
+            throw CFailure(EExit::Usage, FullName(verb) + " needs " + argument.Name, "usage: " + Usage(verb));
+        const std::size_t end = argument.IsRepeated ? given.size() : std::min(taken + 1, given.size());
+        for (; taken < end; ++taken)
+            line.Words.emplace_back(argument.Name, Chosen(argument, given[taken]));
     }
+    RefuseRest(verb, {given.begin() + static_cast<std::ptrdiff_t>(taken), given.end()});
     for (const auto& [option, declared] : options) {
         if (option->Value == nullptr) {
             if (declared->count() > 0) line.Words.emplace_back(option->Name, "");
+            if (declared->count() == 0 && option->IsRequired)
+                throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name,
+                               "usage: " + Usage(verb));
             continue;
         }
-        const auto& given = declared->results();
-        if (given.size() > 1 && !option->IsRepeated)
+        const auto& own = declared->results();
+        if (own.size() > 1 && !option->IsRepeated)
             throw CFailure(EExit::Usage, std::string(option->Name) + " can be given once only");
-        for (const auto& value : given)
+        for (const auto& value : own)
             line.Words.emplace_back(option->Name, Chosen(*option, value));
-        if (given.empty() && option->IsRequired)
+        if (own.empty() && option->IsRequired)
             throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name, "usage: " + Usage(verb));
     }
     line.Verb = &verb;

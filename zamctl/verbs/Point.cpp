@@ -3,9 +3,9 @@
 // agent's own command on this host, which needs no agent to run.
 #include <array>
 
-#include "agent/AgentCommand.h"
 #include "agent/Find.h"
 #include "show/Words.h"
+#include "verbs/HostCommand.h"
 #include "verbs/JobOptions.h"
 #include "verbs/Verb.h"
 
@@ -14,37 +14,6 @@ namespace zamctl {
 using namespace zamclientlib;  // NOLINT: this file speaks of nothing else
 
 namespace {
-
-/// The command's exit status as one of ours; what it said last is the reason.
-EExit ExitOf(int status, const std::string& reason) {
-    switch (status) {
-        case 0:
-            return EExit::Done;
-        case 2:
-            throw CFailure(EExit::Usage, reason);
-        case 3:
-            throw CFailure(EExit::NotFound, reason, "zamctl point list shows what there is");
-        case 128 + 2:
-        case 128 + 15:
-            throw CFailure(EExit::Interrupted, "interrupted");
-        default:
-            throw CFailure(EExit::Refused, reason.empty()
-                                               ? "the agent's command ended with " + std::to_string(status)
-                                               : reason);
-    }
-}
-
-/// Runs it; what it says on standard error is a remark, but for the last line of a failure, which is the reason.
-EExit RunCommand(CCall& call, const std::vector<std::string>& arguments,
-                 const std::function<void(std::string_view)>& onLine) {
-    std::string last;
-    const int status = RunAgentCommand(arguments, onLine, [&](std::string_view line) {
-        if (!last.empty()) call.Out.Note(last);
-        last = Escaped(line);
-    });
-    if (status == 0 && !last.empty()) call.Out.Note(last);
-    return ExitOf(status, last);
-}
 
 void AddOption(const CCall& call, std::vector<std::string>& arguments, const char* name) {
     if (const auto value = call.Optional(name)) arguments.insert(arguments.end(), {name, *value});
@@ -90,7 +59,7 @@ EExit Files(CCall& call) {
         {"CHANGED", "changed", EKind::Time},
         {"PATH", "path"},
     };
-    const EExit exit = RunCommand(
+    const EExit exit = RunHostCommand(
         call, arguments, [&](std::string_view line) { call.Out.Row(columns, ParseJson(std::string(line))); });
     call.Out.EndRows(columns, "the point is empty");
     return exit;
@@ -104,7 +73,7 @@ EExit Restore(CCall& call) {
     if (call.Has("--dry-run")) arguments.emplace_back("--dry-run");
     for (const auto& path : call.Values("PATH"))
         arguments.insert(arguments.end(), {"--path", path});
-    return RunCommand(call, arguments, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
+    return RunHostCommand(call, arguments, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
 }
 
 EExit Verify(CCall& call) {
@@ -112,7 +81,17 @@ EExit Verify(CCall& call) {
     if (const auto job = call.Optional("JOB")) arguments.insert(arguments.end(), {"--job", *job});
     AddOption(call, arguments, "--parts");
     AddOption(call, arguments, "--password-file");
-    return RunCommand(call, arguments, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
+    return RunHostCommand(call, arguments, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
+}
+
+EExit Forget(CCall& call) {
+    std::vector<std::string> arguments{"forget", "--orphans"};
+    if (call.Has("--dry-run")) {
+        arguments.emplace_back("--dry-run");
+    } else {
+        call.RequireYes("Remove all points of jobs that were deleted, for good?");
+    }
+    return RunHostCommand(call, arguments, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
 }
 
 constexpr const char* PointHelp = "its id, a unique beginning of it, or \"latest\"";
@@ -149,6 +128,10 @@ constexpr std::array VerifyOptions{SOption{.Name = "--parts",
                                            .Help = "only the next of so many parts; which one is remembered"},
                                    PasswordOption};
 
+constexpr std::array ForgetOptions{
+    SOption{.Name = "--orphans", .Help = "the points of all jobs that were deleted", .IsRequired = true},
+    SOption{.Name = "--dry-run", .Help = "only tells what would be removed"}};
+
 constexpr std::array Table{
     SVerb{.Noun = "point",
           .Name = "list",
@@ -184,6 +167,14 @@ constexpr std::array Table{
           .Arguments = VerifyArguments,
           .Options = VerifyOptions,
           .Run = Verify,
+          .HasForms = false},
+    SVerb{.Noun = "point",
+          .Name = "forget",
+          .Help = "removes the points of deleted jobs, and frees their space",
+          .Details = HostDetails,
+          .Example = "zamctl point forget --orphans --dry-run",
+          .Options = ForgetOptions,
+          .Run = Forget,
           .HasForms = false},
 };
 

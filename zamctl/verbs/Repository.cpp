@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // zamctl repo: the places that backups go to.
 #include <array>
-#include <csignal>
 #include <filesystem>
 
-#include "agent/AgentCommand.h"
 #include "agent/Find.h"
 #include "show/Words.h"
+#include "verbs/HostCommand.h"
 #include "verbs/JobOptions.h"
 #include "verbs/Places.h"
 
@@ -246,27 +245,7 @@ EExit Adopt(CCall& call) {
         words.emplace_back("--password-file");
         words.push_back(*file);
     }
-    // The last thing that it says when it fails is the reason, everything else a remark.
-    std::string last;
-    const auto tellLast = [&] {
-        if (!last.empty()) call.Out.Note(last);
-    };
-    const int status = RunAgentCommand(
-        words, [&](std::string_view line) { call.Out.Say(line); },
-        [&](std::string_view line) {
-            tellLast();
-            last = line;
-        });
-    if (status == 0) {
-        tellLast();
-        return EExit::Done;
-    }
-    const std::string why =
-        last.empty() ? "the agent's command ended with " + std::to_string(status) : Escaped(last);
-    if (status == 2) throw CFailure(EExit::Usage, why);
-    if (status == 3) throw CFailure(EExit::NotFound, why);
-    if (status == 128 + SIGINT || status == 128 + SIGTERM) throw CFailure(EExit::Interrupted, "interrupted");
-    throw CFailure(EExit::Refused, why);
+    return RunHostCommand(call, words, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
 }
 
 constexpr SArgument RepositoryArgument{
