@@ -67,6 +67,11 @@ bool IsRunning(pid_t process) {
     return !std::getline(file, name) || name == "zamctl";
 }
 
+/// Lets others change things, for more than the moment of one who looks.
+bool SharesForLong(const SZamControlOwnerInfo& owner) {
+    return owner.Mode == ZAMOwnerMode::Shared && owner.Id != apigen::Guid::Parse(LookerId).Value();
+}
+
 std::string OwnerWords(const SZamControlOwnerInfo& owner) {
     return (owner.Name.empty() ? "an owner without a name" : Escaped(owner.Name)) + " (" +
            std::string(NameOf(owner.Mode)) + ")";
@@ -148,9 +153,13 @@ std::shared_ptr<IZamProduct> CAgent::RequestInTurn(const OwnerInfo& owner, bool 
         SZamControlOwnerInfo present;
         if (isToChange) present = Control().GetCurrentOwner();
         // Who shares to look at most would let us in, and refuse the change.
-        if (present.Id == apigen::Guid() || present.Mode == ZAMOwnerMode::Shared) {
+        if (present.Id == apigen::Guid() || SharesForLong(present)) {
             try {
-                return Request(owner, false);
+                auto product = Request(owner, false);
+                if (!isToChange) return product;
+                present = Control().GetCurrentOwner();
+                if (present.Id == owner.Id || SharesForLong(present)) return product;
+                // Someone who looked came before, with whose going what we have got ends as well.
             } catch (const CGenericException& error) {
                 why = error.what();
                 present = Control().GetCurrentOwner();
