@@ -22,7 +22,7 @@ namespace {
 
 using namespace zamclientlib;  // NOLINT: the records, of which this file speaks
 
-/// A key that a shape of one's own has.
+/// A key that a shape of one's own has; "SizeInfo?" where it may be left out.
 struct SKey {
     const char* Name;
     const char* Shape;
@@ -38,6 +38,57 @@ struct SShape {
 /// By their names, as verbs have them.
 const std::vector<SShape>& Shapes() {
     static const std::vector<SShape> shapes{
+        // of the agent as a whole
+        {"Status",
+         "",
+         {{"Product", "SZamProductInfo"},
+          {"Owner", "SZamControlOwnerInfo?"},
+          {"IsSchedulerAllowed", "truth"},
+          {"Jobs", "[JobRow]"},
+          {"Repositories", "[Repository]"}}},
+        {"Control",
+         "",
+         {{"Owner", "SZamControlOwnerInfo?"},
+          {"IsMine", "truth"},
+          {"Product", "SZamProductInfo"},
+          {"SessionId", "id"}}},
+        {"Scheduler", "", {{"IsSchedulerAllowedToRunJobs", "truth"}}},
+        {"Logs", "", {{"Path", "text"}}},
+        // of jobs
+        {"LastSession",
+         "",
+         {{"Uid", "id"},
+          {"State", "JobState"},
+          {"Result", "JobResult"},
+          {"StartTimeUtc", "time?"},
+          {"EndTimeUtc", "time?"},
+          {"PercentCompleted", "integer"}}},
+        {"JobRow",
+         "SBackupJobInfo",
+         {{"LastSession", "LastSession?"}, {"NextRunTimeUtc", "time?"}, {"IsOverdue", "truth"}}},
+        {"Definition", "SBackupJobConfigurationInfo", {{"RepositoryName?", "text"}}},
+        {"Job", "JobRow", {{"Configuration", "Definition"}}},
+        {"DryRun", "", {{"Configuration", "Definition"}, {"Findings", "[SCheckJobValidityMessage]"}}},
+        {"Finding", "SCheckJobValidityMessage", {{"JobId", "id"}, {"JobName", "text"}}},
+        {"Difference", "", {{"Path", "text"}, {"Present", "any"}, {"New", "any"}}},
+        {"Note", "", {{"UserData", "text"}}},
+        {"PointRow", "SRestoreOib", {{"JobName", "text"}}},
+        {"FileRow",
+         "",
+         {{"path", "text"},
+          {"type", "text"},
+          {"size", "integer"},
+          {"mode", "text"},
+          {"user", "integer"},
+          {"group", "integer"},
+          {"changed", "text"}}},
+        // of places
+        {"Repository",
+         "SBackupRepositoryInfo",
+         {{"SizeInfo?", "SBackupRepositorySizeInfo?"}, {"CanBeDeleted?", "truth"}}},
+        {"Server", "SBackupServerInfo", {{"Addresses", "text"}}},
+        {"Provider", "SCloudServiceProviderInfo", {{"Addresses", "text"}}},
+        // of the host
         {"Host", "SSystemInformation", {{"IsSystemSupported", "truth"}, {"ToolVersion", "version"}}},
         {"Service", "", {{"Name", "text"}, {"Status", "EServiceStatus"}}},
         {"Product",
@@ -144,8 +195,11 @@ public:
         Json properties = Json::object();
         Json required = Json::array();
         for (const auto& key : shape.Keys) {
-            properties[key.Name] = SchemaOfShape(key.Shape);
-            required.push_back(key.Name);
+            std::string name = key.Name;
+            const bool isOptional = name.ends_with('?');
+            if (isOptional) name.pop_back();
+            properties[name] = SchemaOfShape(key.Shape);
+            if (!isOptional) required.push_back(name);
         }
         Json schema = Object(std::move(properties), std::move(required));
         if (shape.Record[0] != '\0') schema["$ref"] = std::string("#/$defs/") + shape.Record;
@@ -211,6 +265,13 @@ private:
     }
 
     Json SchemaOfShape(std::string_view shape) const {
+        if (shape == "any") return true;
+        if (const auto bar = shape.find('|'); bar != std::string_view::npos) {
+            Json either;
+            either["anyOf"] =
+                Json::array({SchemaOfShape(shape.substr(0, bar)), SchemaOfShape(shape.substr(bar + 1))});
+            return either;
+        }
         if (shape.ends_with('?')) return OrNull(SchemaOfShape(shape.substr(0, shape.size() - 1)));
         if (shape.starts_with('[') && shape.ends_with(']'))
             return ListOf(SchemaOfShape(shape.substr(1, shape.size() - 2)));

@@ -14,7 +14,7 @@ namespace zamctl {
 /// The schema (draft 2020-12) of what commands write: `$defs` has each record and each shape of one's own by its name,
 /// and each command, "job-list", with what `--output json` gives. A shape that nothing explains allows everything.
 /// \param commands names and shapes: "SBackupJobInfo", "[SBackupJobInfo]" for rows of it, "SBackupJobInfo?" where it
-///        may be null
+///        may be null, "SBackupJobInfo|DryRun" for either
 [[nodiscard]] Json Schema(const std::vector<std::pair<std::string, std::string>>& commands);
 
 }  // namespace zamctl

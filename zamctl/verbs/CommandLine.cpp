@@ -254,7 +254,10 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     } catch (const CLI::ParseError& error) {
         ThrowUsage(verb, error);
     }
-    RefuseRest(verb, app.remaining());
+    // Left over as well: the first "--", behind which all are words.
+    auto rest = app.remaining();
+    if (const auto mark = std::find(rest.begin(), rest.end(), "--"); mark != rest.end()) rest.erase(mark);
+    RefuseRest(verb, rest);
 
     const auto& given = words->results();
     std::size_t taken = 0;

@@ -68,10 +68,10 @@ const std::vector<SColumn> InfoColumns{
 };
 
 const std::vector<SColumn> InterfaceColumns{
-    {"Interface", "Name"},
-    {"Status", "Status"},
-    {"MAC address", "MacAddress"},
-    {"Addresses", "Addresses"},
+    {"INTERFACE", "Name"},
+    {"STATUS", "Status"},
+    {"MAC ADDRESS", "MacAddress"},
+    {"ADDRESSES", "Addresses"},
 };
 
 EExit Info(CCall& call) {
