@@ -1,0 +1,293 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "verbs/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <strings.h>
+
+#include <algorithm>
+#include <deque>
+#include <limits>
+
+#include "show/Terminal.h"
+#include "show/Words.h"
+
+namespace zamctl {
+namespace {
+
+std::string DidYouMean(std::string_view word, const std::vector<std::string>& candidates,
+                       const std::string& otherwise) {
+    const std::string nearest = Nearest(word, candidates);
+    return nearest.empty() ? otherwise : "did you mean " + Quoted(nearest) + "?";
+}
+
+std::string Listed(const std::vector<std::string>& words) {
+    std::string list;
+    for (const auto& word : words)
+        list += (list.empty() ? "" : ", ") + word;
+    return list;
+}
+
+const SOption* FindOption(std::span<const SOption> options, std::string_view word) {
+    const auto found = std::find_if(options.begin(), options.end(), [&](const SOption& option) {
+        return word == option.Name ||
+               (option.Short != 0 && word.size() == 2 && word[0] == '-' && word[1] == option.Short);
+    });
+    return found == options.end() ? nullptr : &*found;
+}
+
+/// The words that choose the verb: those without dashes at the start, where common options may stand as well.
+struct SChosen {
+    std::string Noun;
+    std::string Name;
+    std::vector<std::string> Others;
+    bool WantsHelp = false;
+};
+
+SChosen ChosenBy(const std::vector<std::string>& arguments) {
+    SChosen chosen;
+    int words = 0;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& word = arguments[i];
+        if (words < 2 && word.size() > 1 && word[0] == '-' && word != "--") {
+            chosen.Others.push_back(word);
+            const SOption* const option = FindOption(CommonOptions(), word);
+            if (option != nullptr && option->Value != nullptr && i + 1 < arguments.size())
+                chosen.Others.push_back(arguments[++i]);
+        } else if (words == 0) {
+            chosen.Noun = word;
+            words = FindVerb(word, "") != nullptr ? 2 : 1;
+        } else if (words == 1) {
+            chosen.Name = word;
+            words = 2;
+        } else {
+            chosen.Others.push_back(word);
+        }
+    }
+    for (const auto& word : chosen.Others) {
+        if (word == "--") break;
+        chosen.WantsHelp = chosen.WantsHelp || word == "--help" || word == "-h";
+    }
+    return chosen;
+}
+
+const SVerb& VerbOf(const SChosen& chosen) {
+    if (const SVerb* const verb = FindVerb(chosen.Noun, chosen.Name)) return *verb;
+    const auto verbs = SecondWords(chosen.Noun);
+    if (verbs.empty()) {
+        throw CFailure(EExit::Usage, "there is no command " + Quoted(chosen.Noun),
+                       DidYouMean(chosen.Noun, FirstWords(), "the commands are " + Listed(FirstWords())));
+    }
+    if (chosen.Name.empty()) {
+        throw CFailure(EExit::Usage, "what is to be done with " + chosen.Noun + "?",
+                       "say one of " + Listed(verbs) + "; \"zamctl " + chosen.Noun + " --help\" tells more");
+    }
+    throw CFailure(EExit::Usage, "zamctl " + chosen.Noun + " can't " + Quoted(chosen.Name),
+                   DidYouMean(chosen.Name, verbs, "it can " + Listed(verbs)));
+}
+
+/// Where CLI11 puts values; they are read from its options themselves.
+using Values = std::deque<std::vector<std::string>>;
+
+CLI::Option* Declare(CLI::App& app, const SOption& option, Values& values) {
+    std::string names = option.Name;
+    if (option.Short != 0) names = std::string("-") + option.Short + "," + names;
+    if (option.Value == nullptr) return app.add_flag(names);
+    auto* const declared = app.add_option(names, values.emplace_back());
+    declared->expected(1)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    return declared;
+}
+
+/// What CLI11 says of a command line, in words of ours: that a value is missing, "--limit: 1 required TEXT missing", is
+/// what there is left to say.
+[[noreturn]] void ThrowUsage(const SVerb& verb, const CLI::ParseError& error) {
+    const std::string why = error.what();
+    const std::string name = why.substr(0, why.find(':'));
+    for (const auto& options : {verb.Options, CommonOptions()}) {
+        const SOption* const option = FindOption(options, name);
+        if (option == nullptr) continue;
+        if (option->Value == nullptr)
+            throw CFailure(EExit::Usage, std::string(option->Name) + " takes no value",
+                           "usage: " + Usage(verb));
+        throw CFailure(EExit::Usage, std::string(option->Name) + " needs " + option->Value, option->Help);
+    }
+    throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(why), "usage: " + Usage(verb));
+}
+
+/// The value, as the choice that it is in any case.
+template <class Word>
+std::string Chosen(const Word& of, const std::string& value) {
+    if (of.Choices.empty()) return value;
+    const std::vector<std::string> choices(of.Choices.begin(), of.Choices.end());
+    const auto found = std::find_if(choices.begin(), choices.end(), [&](const std::string& choice) {
+        return ::strcasecmp(choice.c_str(), value.c_str()) == 0;
+    });
+    if (found != choices.end()) return *found;
+    throw CFailure(EExit::Usage, std::string(of.Name) + " can't be " + Quoted(value),
+                   DidYouMean(value, choices, "it is one of " + Listed(choices)));
+}
+
+void RefuseRest(const SVerb& verb, const std::vector<std::string>& rest) {
+    if (rest.empty()) return;
+    const std::string& word = rest.front();
+    if (word.starts_with('-') && word.size() > 1) {
+        std::vector<std::string> known;
+        for (const auto& options : {verb.Options, CommonOptions()})
+            for (const auto& option : options)
+                known.emplace_back(option.Name);
+        throw CFailure(EExit::Usage, FullName(verb) + " has no option " + Quoted(word),
+                       DidYouMean(word.substr(0, word.find('=')), known, "usage: " + Usage(verb)));
+    }
+    throw CFailure(EExit::Usage, FullName(verb) + " has no use for " + Quoted(word), "usage: " + Usage(verb));
+}
+
+SCommonOptions CommonOf(const SVerb& verb, const CCall& call) {
+    SCommonOptions common;
+    const std::string form = call.Value("--output");
+    if (form == "json") common.Output.Form = EForm::Json;
+    if (form == "jsonl") common.Output.Form = EForm::JsonLines;
+    if (form == "tsv") common.Output.Form = EForm::Tsv;
+    if (!verb.HasForms && call.Has("--output") && form != "table")
+        throw CFailure(EExit::Usage, FullName(verb) + " has no output of the form " + Quoted(form));
+    if (verb.IsFollowing && common.Output.Form == EForm::Json) {
+        throw CFailure(EExit::Usage,
+                       FullName(verb) + " shows what happens as it comes, which is no one document",
+                       "say --output jsonl");
+    }
+    const std::string color = call.Value("--color");
+    common.Output.HasColours = color == "always" || (color != "never" && IsOutputTerminal() && HasColours());
+    common.Output.HasPager = !call.Has("--no-pager");
+    common.Output.IsQuiet = call.Has("--quiet");
+    common.IsYes = call.Has("--yes");
+    common.Agent.Tool = call.Value("--tool");
+    common.Agent.InstallerTool = call.Value("--installer-tool");
+    constexpr long Longest = 1'000'000;
+    if (const auto seconds = call.Number("--timeout", 0, Longest))
+        common.Agent.Timeout = std::chrono::seconds(*seconds);
+    return common;
+}
+
+}  // namespace
+
+const SVerb* FindVerb(std::string_view noun, std::string_view name) {
+    for (const SVerb* const verb : Verbs()) {
+        const bool standsAlone = verb->Noun[0] == '\0';
+        if (standsAlone ? noun == verb->Name && name.empty() : noun == verb->Noun && name == verb->Name)
+            return verb;
+    }
+    return nullptr;
+}
+
+std::string FullName(const SVerb& verb) {
+    return verb.Noun[0] == '\0' ? verb.Name : std::string(verb.Noun) + " " + verb.Name;
+}
+
+std::vector<std::string> FirstWords() {
+    std::vector<std::string> words;
+    for (const SVerb* const verb : Verbs()) {
+        const std::string word = verb->Noun[0] == '\0' ? verb->Name : verb->Noun;
+        if (word.starts_with('_')) continue;  // for machines
+        if (words.empty() || words.back() != word) words.push_back(word);
+    }
+    return words;
+}
+
+std::vector<std::string> SecondWords(std::string_view noun) {
+    std::vector<std::string> words;
+    for (const SVerb* const verb : Verbs())
+        if (noun == verb->Noun && !noun.empty()) words.emplace_back(verb->Name);
+    return words;
+}
+
+SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
+    SCommandLine line;
+    SChosen chosen = ChosenBy(arguments);
+    // "zamctl help job start" is "zamctl job start --help".
+    if (chosen.Noun == "help") {
+        chosen.WantsHelp = true;
+        std::vector<std::string> about;
+        for (const auto& word : arguments)
+            if (!word.starts_with('-')) about.push_back(word);
+        chosen.Noun = about.size() > 1 ? about[1] : "";
+        chosen.Name = about.size() > 2 ? about[2] : "";
+    }
+    if (chosen.Noun.empty()) {
+        if (!chosen.WantsHelp) {
+            if (!chosen.Others.empty() && chosen.Others.front() != "--") {
+                const auto& word = chosen.Others.front();
+                if (word == "--version") {
+                    line.Verb = FindVerb("version", "");
+                    return line;
+                }
+                if (FindOption(CommonOptions(), word) == nullptr)
+                    throw CFailure(EExit::Usage, "zamctl has no option " + Quoted(word), "see zamctl --help");
+            }
+            throw CFailure(EExit::Usage, "what is to be done?", "see zamctl --help");
+        }
+        line.Help = GeneralHelp();
+        return line;
+    }
+    if (chosen.WantsHelp && chosen.Name.empty() && !SecondWords(chosen.Noun).empty()) {
+        line.Help = NounHelp(chosen.Noun);
+        return line;
+    }
+    const SVerb& verb = VerbOf(chosen);
+    if (chosen.WantsHelp) {
+        line.Help = VerbHelp(verb);
+        return line;
+    }
+
+    Values values;
+    CLI::App app;
+    app.set_help_flag();
+    app.allow_extras();
+    app.prefix_command(false);
+    std::vector<std::pair<const SOption*, CLI::Option*>> options;
+    for (const auto& some : {verb.Options, CommonOptions()})
+        for (const auto& option : some)
+            options.emplace_back(&option, Declare(app, option, values));
+    // One list of words: whose they are is for the table to say, where several may be left out.
+    auto* const words =
+        app.add_option("WORDS", values.emplace_back())->expected(0, std::numeric_limits<int>::max());
+    try {
+        std::vector<std::string> reversed(chosen.Others.rbegin(), chosen.Others.rend());
+        app.parse(reversed);
+    } catch (const CLI::ParseError& error) {
+        ThrowUsage(verb, error);
+    }
+    // Left over as well: the first "--", behind which all are words.
+    auto rest = app.remaining();
+    if (const auto mark = std::find(rest.begin(), rest.end(), "--"); mark != rest.end()) rest.erase(mark);
+    RefuseRest(verb, rest);
+
+    const auto& given = words->results();
+    std::size_t taken = 0;
+    for (const auto& argument : verb.Arguments) {
+        if (taken == given.size() && !argument.IsOptional)
+            throw CFailure(EExit::Usage, FullName(verb) + " needs " + argument.Name, "usage: " + Usage(verb));
+        const std::size_t end = argument.IsRepeated ? given.size() : std::min(taken + 1, given.size());
+        for (; taken < end; ++taken)
+            line.Words.emplace_back(argument.Name, Chosen(argument, given[taken]));
+    }
+    RefuseRest(verb, {given.begin() + static_cast<std::ptrdiff_t>(taken), given.end()});
+    for (const auto& [option, declared] : options) {
+        if (option->Value == nullptr) {
+            if (declared->count() > 0) line.Words.emplace_back(option->Name, "");
+            if (declared->count() == 0 && option->IsRequired)
+                throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name,
+                               "usage: " + Usage(verb));
+            continue;
+        }
+        const auto& own = declared->results();
+        if (own.size() > 1 && !option->IsRepeated)
+            throw CFailure(EExit::Usage, std::string(option->Name) + " can be given once only");
+        for (const auto& value : own)
+            line.Words.emplace_back(option->Name, Chosen(*option, value));
+        if (own.empty() && option->IsRequired)
+            throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name, "usage: " + Usage(verb));
+    }
+    line.Verb = &verb;
+    line.Common = CommonOf(verb, CCall(verb, {}, line.Words));
+    return line;
+}
+
+}  // namespace zamctl
