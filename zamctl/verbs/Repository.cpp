@@ -245,6 +245,7 @@ EExit Adopt(CCall& call) {
         words.emplace_back("--password-file");
         words.push_back(*file);
     }
+    if (call.Has("--dry-run")) words.emplace_back("--dry-run");
     return RunHostCommand(call, words, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
 }
 
@@ -283,7 +284,8 @@ constexpr std::array DeleteOptions{ForceOption};
 constexpr std::array AdoptArguments{SArgument{.Name = "REPO-OR-FOLDER",
                                               .Help = "a repository that the agent knows, or a folder",
                                               .Word = EWord::Folder}};
-constexpr std::array AdoptOptions{PasswordFileOption};
+constexpr std::array AdoptOptions{
+    PasswordFileOption, SOption{.Name = "--dry-run", .Help = "only tells what would be taken over"}};
 
 constexpr std::array Table{
     SVerb{.Noun = "repo",
@@ -352,10 +354,13 @@ constexpr std::array Table{
         .Help = "takes over the backups that another agent has left in a folder",
         .Details =
             "Its jobs' restore points become known to this agent: after a move to a new host, or the loss of "
-            "the old one. This is the agent's own command, on this host. A word with a slash is a folder; "
+            "the old one. They are points of jobs that this agent does not have, until \"point forget "
+            "--orphans\" removes "
+            "them: where another agent still uses the folder, leave that alone. This is the agent's own "
+            "command, on this host. A word with a slash is a folder; "
             "another one is a repository, or, where there is none of that name, a folder.",
         .Example = "zamctl repo adopt disk\n"
-                   "zamctl repo adopt /mnt/old --password-file ~/.backup-password",
+                   "zamctl repo adopt /mnt/old --password-file ~/.backup-password --dry-run",
         .Arguments = AdoptArguments,
         .Options = AdoptOptions,
         .Run = Adopt,
