@@ -51,7 +51,7 @@ __m128i Both(std::uint64_t first, std::uint64_t second) {
 
 /// The bytes that sixteen digits stand for, in the lower half of each lane. `good` keeps its bits where there are
 /// digits.
-__m128i FromDigits(__m128i digits, __m128i& good) {
+inline __m128i FromDigits(__m128i digits, __m128i& good) {
     const __m128i decimal = _mm_sub_epi8(digits, _mm_set1_epi8('0'));
     const __m128i letter = _mm_sub_epi8(_mm_or_si128(digits, _mm_set1_epi8('a' - 'A')), _mm_set1_epi8('a'));
     const __m128i isDecimal = _mm_cmpeq_epi8(_mm_min_epu8(decimal, _mm_set1_epi8(9)), decimal);
@@ -70,7 +70,7 @@ __m128i ToDigits(__m128i values) {
 }
 
 /// Reads a text without braces; says whether it had digits in all places.
-bool ReadDigits(const char* at, Guid& guid) {
+inline bool ReadDigits(const char* at, Guid& guid) {
     __m128i good = _mm_set1_epi8(-1);
     const __m128i first = FromDigits(Both(Load8(at), Load4And4(at + 9, at + 14)), good);
     const __m128i second = FromDigits(Both(Load4And4(at + 19, at + 24), Load8(at + 28)), good);
@@ -194,7 +194,7 @@ void WriteDigits(const Guid& guid, char* text) {
 #endif
 
 /// Reads the text that a writer makes, braces removed; says whether it was one.
-bool ReadCanonical(std::string_view text, Guid& guid) {
+inline bool ReadCanonical(std::string_view text, Guid& guid) {
     if (text.size() != CanonicalSize) return false;
     const char* const at = text.data();
     unsigned bad = ReadDigits(at, guid) ? 0 : 1;
