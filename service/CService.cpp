@@ -48,7 +48,8 @@ public:
     void Answer(std::string_view request, std::string& answer) {
         const std::uint64_t lastHandle = m_lastHandle;
         apigen::CXmlWriter response;
-        const std::size_t opened = response.Open(apigen::RootName);
+        apigen::BeginDocument(response);
+        const std::size_t opened = response.Text().size();
         SCall call{*this, response};
         try {
             if (!CarryOutText(call, request)) CarryOutContainer(call, request);

@@ -82,7 +82,7 @@ void ServeWith(const Answer& answer, CService& service, apigen::IIoDev& device) 
                 device.WriteString(text);
             }
             // Either may have held a password.
-            ::explicit_bzero(room.data(), room.size());
+            if (!room.empty()) ::explicit_bzero(room.data(), room.size());
             ::explicit_bzero(text.data(), text.size());
             if (text.capacity() > KeptAnswer) std::string().swap(text);
         }

@@ -12,7 +12,9 @@
 
 namespace apigen {
 
-CRequest::CRequest() : m_opened(m_text.Open(RootName)), m_begin(m_text.Text().size()) {}
+CRequest::CRequest() {
+    BeginDocument(m_text);
+}
 
 std::shared_ptr<IData> CRequest::Send(const ProxyBase& proxy, std::string_view methodId,
                                       std::string_view signature, ITextInvoker::ResultReader read,
@@ -48,14 +50,14 @@ void CRequest::Release(const ProxyBase& proxy) {
 }
 
 std::string CRequest::End(const ProxyBase& proxy, std::string_view methodId) {
-    EndRequest(m_text, m_opened, proxy.GetHandle(), methodId);
+    EndRequest(m_text, proxy.GetHandle(), methodId);
     return std::string(m_text.Text());
 }
 
 std::shared_ptr<IData> CRequest::Invoke(const ProxyBase& proxy, std::string_view methodId,
                                         std::string_view signature) {
     auto container = proxy.GetInvoker()->CreateContainer();
-    AppendEntries(*container, m_text.Text().substr(m_begin));
+    AppendEntries(*container, m_text.Text().substr(plain::StartTagBytes(RootName)));
     return proxy.InvokeMethod(std::string(methodId), std::string(signature), std::move(container));
 }
 

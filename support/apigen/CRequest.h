@@ -8,7 +8,6 @@
 #include <apigen/IInvoker.h>
 #include <apigen/ProxyBase.h>
 
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -51,8 +50,6 @@ private:
                                   std::string_view signature);
 
     CXmlWriter m_text;
-    std::size_t m_opened;  ///< of the root element
-    std::size_t m_begin;   ///< of the arguments
 };
 
 }  // namespace apigen

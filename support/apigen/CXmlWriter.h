@@ -26,6 +26,14 @@ public:
     /// Ends it. One that holds nothing gets the short form.
     void Close(std::string_view key, std::size_t opened);
 
+    /// Writes markup as it is. `put` writes up to so many bytes to the place that it is given and returns the place
+    /// behind them.
+    template <class Put>
+    void Markup(std::size_t bytes, Put put) {
+        const char* const end = put(m_text.Room(bytes));
+        m_text.SetSize(static_cast<std::size_t>(end - m_text.Data()));
+    }
+
     /// Writes an element that holds `text`, whatever its bytes are.
     void Entry(std::string_view key, std::string_view text);
 

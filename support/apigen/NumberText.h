@@ -11,7 +11,9 @@
 
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <iterator>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -36,6 +38,16 @@ T ExtractNumber(std::string_view text, bool isHex = false);
 /// Reads a number text; never throws for an odd one.
 template <class T>
 [[gnu::noinline]] T ParseNumber(std::string_view text) {
+    // Mostly it is a few digits, which can't be too many.
+    if (text.size() <= std::numeric_limits<T>::digits10) {
+        std::uint64_t number = 0;
+        std::size_t at = 0;
+        for (unsigned digit = 0; at != text.size(); number = number * 10 + digit, ++at) {
+            digit = static_cast<unsigned>(text[at]) - '0';
+            if (digit > 9) break;
+        }
+        if (at == text.size()) return static_cast<T>(number);
+    }
     T value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     // Where both succeed on the whole text they agree; for anything else the stream has the say.

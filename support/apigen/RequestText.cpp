@@ -9,14 +9,20 @@
 namespace apigen {
 namespace {
 
-bool EndsInTag(std::string_view text, std::string_view key) {
+constexpr std::string_view HandleKey = envelope::HandleKey;
+constexpr std::string_view MethodKey = envelope::MethodKey;
+
+// With the keys known where they stand, little more than a few comparisons of words is left of these.
+
+[[gnu::always_inline]] inline bool EndsInTag(std::string_view text, std::string_view key) {
     const std::size_t bytes = plain::EndTagBytes(key);
     const char* const end = text.data() + text.size();
     return text.size() >= bytes && plain::IsEndTag(end - bytes, end, key);
 }
 
 /// Takes the last element, a text, off the end of `text` and returns what it holds.
-std::optional<std::string_view> TakeLast(std::string_view& text, std::string_view key) {
+[[gnu::always_inline]] inline std::optional<std::string_view> TakeLast(std::string_view& text,
+                                                                       std::string_view key) {
     if (!EndsInTag(text, key)) return {};
     const std::string_view before = text.substr(0, text.size() - plain::EndTagBytes(key));
     const char* const end = before.data() + before.size();
@@ -29,11 +35,20 @@ std::optional<std::string_view> TakeLast(std::string_view& text, std::string_vie
 
 }  // namespace
 
-void EndRequest(CXmlWriter& text, std::size_t opened, Handle target, std::string_view method) {
-    SNumberBuffer buffer;
-    text.Entry(envelope::HandleKey, FormatNumber(target.Value, buffer));
-    text.Entry(envelope::MethodKey, method);
-    text.Close(RootName, opened);
+void EndRequest(CXmlWriter& text, Handle target, std::string_view method) {
+    constexpr std::size_t Tags = plain::StartTagBytes(HandleKey) + plain::EndTagBytes(HandleKey) +
+                                 plain::StartTagBytes(MethodKey) + plain::EndTagBytes(MethodKey) +
+                                 plain::EndTagBytes(RootName);
+    const auto put = [&](char* at) {
+        at = plain::PutStartTag(at, HandleKey);
+        at = std::to_chars(at, at + sizeof(SNumberBuffer), target.Value).ptr;
+        at = plain::PutEndTag(at, HandleKey);
+        at = plain::PutStartTag(at, MethodKey);
+        at = plain::PutKey(at, method);
+        at = plain::PutEndTag(at, MethodKey);
+        return plain::PutEndTag(at, RootName);
+    };
+    text.Markup(Tags + sizeof(SNumberBuffer) + method.size(), put);
 }
 
 std::optional<SRequestParts> SplitRequest(std::string_view text) {
@@ -43,8 +58,8 @@ std::optional<SRequestParts> SplitRequest(std::string_view text) {
     text.remove_prefix(plain::StartTagBytes(RootName));
     text.remove_suffix(plain::EndTagBytes(RootName));
 
-    const auto method = TakeLast(text, envelope::MethodKey);
-    const auto handle = method ? TakeLast(text, envelope::HandleKey) : std::nullopt;
+    const auto method = TakeLast(text, MethodKey);
+    const auto handle = method ? TakeLast(text, HandleKey) : std::nullopt;
     if (!handle) return {};
     SRequestParts parts{text, {}, *method};
     const char* const end = handle->data() + handle->size();

@@ -18,9 +18,14 @@
 
 namespace apigen APIGEN_API {
 
+/// Begins the text of a request, or of an answer, with the root element.
+inline void BeginDocument(CXmlWriter& text) {
+    text.Markup(plain::StartTagBytes(RootName), [](char* at) { return plain::PutStartTag(at, RootName); });
+}
+
 /// Addresses a request and ends it.
-/// \param opened what the opening of its root element returned
-APIGEN_API void EndRequest(CXmlWriter& text, std::size_t opened, Handle target, std::string_view method);
+/// \param method a name, of characters that stand for themselves
+APIGEN_API void EndRequest(CXmlWriter& text, Handle target, std::string_view method);
 
 /// The parts of a request's text, views into it. Only what stands there literally is seen: an argument may
 /// still turn out to be something else.

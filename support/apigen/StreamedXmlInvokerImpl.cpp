@@ -316,10 +316,12 @@ private:
         CTurn turn(*this);
         try {
             turn.Begin(limits);
-            std::string answer = Exchange(releases, request);
+            std::string room;
+            const std::string_view answer = Exchange(releases, request, room);
             turn.AnswerHasCome();
             if (read != nullptr && read(answer, result)) return nullptr;
-            return CXmlData::Unserialize(std::move(answer));
+            if (answer.data() != room.data()) room = answer;
+            return CXmlData::Unserialize(std::move(room));
         } catch (const std::bad_alloc&) {
             // With a whole answer behind it, the stream is as good as before.
             if (turn.IsAnswerToCome()) isLost = turn.Lose("no memory");
@@ -353,14 +355,16 @@ private:
         common::Quietly([&] { ExplainCall(error, request, m_device->Peer(), limits); });
     }
 
-    std::string Exchange(const std::vector<std::string>& releases, const std::string* request) {
+    /// The answer stands in `room`, or in the device until that is used again.
+    std::string_view Exchange(const std::vector<std::string>& releases, const std::string* request,
+                              std::string& room) {
         QueueAll(releases);
         if (request != nullptr) m_device->WriteString(*request);
         for (; m_owedAnswers != 0; --m_owedAnswers) {
-            std::string answer = m_device->ReadString();
-            if (answer != EmptyAnswer) CXmlData::Unserialize(std::move(answer));
+            const std::string_view answer = m_device->ReadMessage(room);
+            if (answer != EmptyAnswer) CXmlData::Unserialize(std::string(answer));
         }
-        return m_device->ReadString();
+        return m_device->ReadMessage(room);
     }
 
     void QueueAll(const std::vector<std::string>& releases) {

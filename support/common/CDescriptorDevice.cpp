@@ -81,7 +81,8 @@ std::string CDescriptorDevice::WhyEnded() {
 
 short CDescriptorDevice::Wait(short events, Clock::time_point deadline) {
     const auto ends = m_stream.PollSet(events);
-    std::vector<pollfd> set(ends.begin(), ends.end());
+    auto& set = m_pollSet;
+    set.assign(ends.begin(), ends.end());
     set.push_back(m_stream.EventToPoll());
     for (const auto& event : m_events)
         set.push_back({event->Descriptor(), POLLIN, 0});

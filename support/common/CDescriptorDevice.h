@@ -61,6 +61,7 @@ private:
     CDescriptor m_write;  // none where one descriptor serves both ways
     std::vector<std::shared_ptr<io::event::IEvent>> m_events;
     CFrameStream m_stream;
+    std::vector<pollfd> m_pollSet;  // kept, so that a wait needs no memory
 };
 
 }  // namespace apigen::common

@@ -26,6 +26,9 @@ constexpr std::size_t MaxReceivedAhead = 2 * IIoDev::MaxMessageBytes;
 // A message of up to this size is copied behind its header, to be sent in one piece.
 constexpr std::size_t SmallMessage = 64 * 1024;
 
+// Of messages that wait for a full channel, so many more bytes come together before it is asked again.
+constexpr std::size_t BetweenTries = 1024;
+
 // Room for messages to come that is worth keeping.
 constexpr std::size_t KeptOutput = 2 * SmallMessage;
 
@@ -91,6 +94,11 @@ void CFrameStream::AwaitMessage() {
     }
 }
 
+std::string_view CFrameStream::ReadMessage(std::string& room) {
+    AwaitMessage();
+    return m_input.IsInPlace() ? m_input.View() : room = m_input.Take();
+}
+
 std::string CFrameStream::ReadRawText(std::size_t maxBytes, bool& ended) {
     Begin("read the output of");
     std::string text;
@@ -123,11 +131,14 @@ void CFrameStream::WriteLater(std::string_view text) {
 
 void CFrameStream::SendQueued() {
     Begin("send a message to");
+    if (m_output.size() < m_nextTry) return;
     std::string_view nothingElse;
     while (!m_output.empty()) {
         if (SendSome(nothingElse)) continue;
         // A peer whose own output is full takes no more input until somebody reads that.
-        if (errno != EINTR && (errno != EAGAIN || !ReceiveAhead())) return;
+        if (errno == EINTR || (errno == EAGAIN && ReceiveAhead())) continue;
+        m_nextTry = m_output.size() + BetweenTries;
+        return;
     }
 }
 
@@ -170,8 +181,9 @@ bool CFrameStream::Receive() {
     // Where bytes never cease to come, nobody waits: the deadline and the owner get their say here.
     const bool isContinued = std::exchange(m_isContinued, true);
     if (isContinued && IsInterrupted()) ThrowInterrupted();
-    bool isToWait = isContinued && !m_channel.BlocksInReading();
-    for (bool isFirst = !isToWait; m_end == nullptr; isFirst = false) {
+    // An answer to what has just been sent is hardly there yet: to look for it first would mostly be in vain.
+    bool isToWait = (isContinued || m_isAnswerAwaited) && !m_channel.BlocksInReading();
+    for (bool isFirst = !isContinued; m_end == nullptr; isFirst = false) {
         if (isToWait) {
             if (!isFirst && IsPast(m_deadline)) ThrowTimeout();
             const short ready = m_owner.Wait(POLLIN, m_deadline);
@@ -185,6 +197,7 @@ bool CFrameStream::Receive() {
         const ssize_t count = m_channel.Read(room, m_input.RoomSize());
         if (count > 0) {
             m_input.Commit(static_cast<std::size_t>(count));
+            m_isAnswerAwaited = false;
             return true;
         }
         // A peer that closes a socket without having read everything resets it.
@@ -234,6 +247,8 @@ bool CFrameStream::SendSome(std::string_view& text) {
                                      iovec{const_cast<char*>(text.data()), text.size()}};
     const ssize_t result = m_channel.Write(parts.data(), text.empty() ? 1 : parts.size());
     if (result < 0) return false;
+    m_isAnswerAwaited = true;
+    m_nextTry = 0;
     const auto sent = static_cast<std::size_t>(result);
     const std::size_t ofOutput = std::min(sent, m_output.size() - m_sent);
     m_sent += ofOutput;

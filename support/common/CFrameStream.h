@@ -64,13 +64,15 @@ public:
     std::string ReadString();
     /// The same without a copy, for a message that is looked at once: valid until the next operation.
     std::string_view ReadView();
+    /// The same, but of a message that did not come in one piece: that one gets into `room`.
+    std::string_view ReadMessage(std::string& room);
     std::string ReadRawText(std::size_t maxBytes, bool& ended);
 
     void WriteString(std::string_view text);
     /// The message waits for the next one, or for the next time that the stream asks for input. Sends nothing.
     void WriteLater(std::string_view text);
-    /// Sends of what waits as much as goes at once, on a channel that does not block. A failure of it shows in the
-    /// next operation.
+    /// Sends of what waits as much as goes at once, on a channel that does not block; while that is full, only now and
+    /// then. A failure of it shows in the next operation.
     void SendQueued();
 
     std::array<pollfd, 2> PollSet(short events) const noexcept { return m_channel.PollSet(events); }
@@ -111,13 +113,15 @@ private:
     CProcessMark m_origin;
     std::optional<std::string> m_lost;  // why the stream is not to be used any more
 
-    const char* m_action = "";    // of the operation under way, for messages
-    bool m_isContinued = false;   // it has received before
-    const char* m_end = nullptr;  // how the input ended
+    const char* m_action = "";       // of the operation under way, for messages
+    bool m_isContinued = false;      // it has received before
+    bool m_isAnswerAwaited = false;  // nothing has come since something was sent
+    const char* m_end = nullptr;     // how the input ended
 
     CMessageAssembler m_input;
     std::string m_output;
-    std::size_t m_sent = 0;  // how much of it is gone
+    std::size_t m_sent = 0;     // how much of it is gone
+    std::size_t m_nextTry = 0;  // how large it has to be for the next try to send it without waiting
 };
 
 }  // namespace apigen::common

@@ -31,18 +31,22 @@ CMessageAssembler::EState CMessageAssembler::Advance() {
     }
     if (m_message.empty() && m_bytes.Size() >= m_length) return EState::Whole;
 
-    const std::string_view bytes = m_bytes.Bytes().substr(0, m_length - m_message.size());
-    const std::size_t needed = m_message.size() + bytes.size();
-    if (needed > m_message.capacity()) {
-        std::string larger;
-        larger.reserve(std::min(m_length, RoomAhead * needed));
-        larger = m_message;
-        m_message.swap(larger);
-        if (m_isWiped) ::explicit_bzero(larger.data(), larger.size());
-    }
-    m_message += bytes;
-    m_bytes.Drop(bytes.size());
-    return m_message.size() == m_length ? EState::Whole : EState::Within;
+    // Apart from what mostly happens, which needs hardly a register.
+    const auto collect = [this]() __attribute__((noinline)) {
+        const std::string_view bytes = m_bytes.Bytes().substr(0, m_length - m_message.size());
+        const std::size_t needed = m_message.size() + bytes.size();
+        if (needed > m_message.capacity()) {
+            std::string larger;
+            larger.reserve(std::min(m_length, RoomAhead * needed));
+            larger = m_message;
+            m_message.swap(larger);
+            if (m_isWiped) ::explicit_bzero(larger.data(), larger.size());
+        }
+        m_message += bytes;
+        m_bytes.Drop(bytes.size());
+        return m_message.size() == m_length ? EState::Whole : EState::Within;
+    };
+    return collect();
 }
 
 /// One that was viewed.

@@ -40,6 +40,8 @@ public:
     /// The message, once it is whole. A view is valid until the next call but of the constant members.
     std::string Take();
     std::string_view View();
+    /// Whether it came in one piece, and a view of it holds no memory of its own.
+    bool IsInPlace() const noexcept { return m_message.empty(); }
 
     /// The message that has begun: whether one has, what it announces, and what has come of it.
     bool IsWithin() const noexcept { return m_isWithin; }

@@ -50,6 +50,10 @@ std::string CProcessDevice::ReadString() {
     return m_stream.ReadString();
 }
 
+std::string_view CProcessDevice::ReadMessage(std::string& room) {
+    return m_stream.ReadMessage(room);
+}
+
 void CProcessDevice::WriteString(const std::string& text) {
     m_stream.WriteString(text);
 }

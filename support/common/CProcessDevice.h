@@ -25,6 +25,7 @@ public:
     /// Goes as far as the child has written: offspring that holds its output open is not waited for.
     std::string ReadRawText(unsigned long maxBytes, bool& flag) override;
     std::string ReadString() override;
+    std::string_view ReadMessage(std::string& room) override;
     void WriteString(const std::string& text) override;
     void SetDeadline(Clock::time_point deadline) override;
     void WriteLater(const std::string& text) override;

@@ -4,13 +4,11 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <atomic>
-
 namespace apigen::common {
 
 namespace {
 
-using Mark = std::atomic<std::uint64_t>;
+using detail::Mark;
 
 /// A page that reads as zero in every copy of this process, however it was made; null where the kernel can't.
 Mark* PageWipedOnFork() noexcept {
@@ -28,11 +26,14 @@ Mark* PageWipedOnFork() noexcept {
 
 }  // namespace
 
-std::uint64_t CurrentProcessMark() noexcept {
+constinit std::atomic<Mark*> detail::markPage = nullptr;
+
+std::uint64_t detail::FindProcessMark() noexcept {
     // Copied by fork, so that a copy takes a number that none of its ancestors has had.
     static Mark last = 0;
     Mark* const page = PageWipedOnFork();
     if (page == nullptr) return static_cast<std::uint64_t>(::getpid());
+    markPage.store(page, std::memory_order_release);
     std::uint64_t mark = page->load(std::memory_order_relaxed);
     if (mark != 0) return mark;
     const std::uint64_t fresh = ++last;

@@ -18,9 +18,9 @@ static_assert(!IsReleaseRequest("</Data>"));
 /// A request as it is sent.
 std::string Request(const std::string& argument, Handle target, std::string_view method) {
     CXmlWriter text;
-    const std::size_t opened = text.Open(RootName);
+    BeginDocument(text);
     if (!argument.empty()) text.Entry("a", argument);
-    EndRequest(text, opened, target, method);
+    EndRequest(text, target, method);
     return std::string(text.Text());
 }
 

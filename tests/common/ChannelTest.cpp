@@ -8,9 +8,11 @@
 
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include "support/common/CChannel.h"
 #include "support/common/CDescriptor.h"
+#include "support/common/CDescriptorDevice.h"
 
 namespace {
 
@@ -104,6 +106,39 @@ TEST_F(ChannelTest, ASignalThatTheCallerHoldsBackStaysItsOwn) {
 
     ::signal(SIGPIPE, SIG_IGN);  // drops what is pending
     BlockBrokenPipe(SIG_UNBLOCK);
+}
+
+// Each of ten thousand releases asked a full pipe anew whether it had room: two system calls each, for nothing.
+TEST_F(ChannelTest, MessagesThatFoundThePipeFullGoOutWithTheNextFewOnceItHasRoom) {
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    const CDescriptor silent(ends[1]);
+    const auto device =
+        apigen::common::CDescriptorDevice::OfPair(CDescriptor(ends[0]), CDescriptor(std::move(m_write)));
+    const std::string text(60, 'x');
+    std::size_t queued = 0;
+    const auto queue = [&] {
+        device->WriteLater(text);
+        device->SendQueued();
+        queued += 4 + text.size();
+    };
+    std::size_t received = 0;
+    const auto receive = [&] {
+        std::string bytes(1'000'000, '\0');
+        const ssize_t count = ::read(m_read.Get(), bytes.data(), bytes.size());
+        if (count > 0) received += static_cast<std::size_t>(count);
+        return count > 0;
+    };
+
+    while (queued < 100'000)
+        queue();
+    ASSERT_TRUE(receive());
+    ASSERT_LT(received, queued) << "the pipe was meant to be full";
+    for (int i = 0; i < 20 && received < queued; ++i) {
+        queue();
+        receive();
+    }
+    EXPECT_EQ(received, queued);
 }
 
 }  // namespace

@@ -248,6 +248,16 @@ TEST_F(Process, MessagesMayComeByteByByte) {
     }
 }
 
+TEST_F(Process, MessagesOfEverySizeCanBeLookedAtInOnePieceOrInSeveral) {
+    const auto device = Start({"echo"});
+    std::string room;
+    for (const std::size_t size : {5000, 0, 1, 70'000, 3, 300'000, 4}) {
+        const std::string text = Text(size);
+        device->WriteString(text);
+        ASSERT_TRUE(device->ReadMessage(room) == text) << size;
+    }
+}
+
 TEST_F(Process, ManyMessagesMayComeAtOnce) {
     const auto device = Start({"burst", "50000"});
     for (int i = 0; i < 50000; ++i)
