@@ -3,6 +3,6 @@
 #include "src/RecordList.h"
 #include "support/apigen/Encoders.h"
 
-#define ZAM_INSTANTIATE(type) APIGEN_INSTANTIATE_ENCODERS(zamclientlib::type);
+#define ZAM_INSTANTIATE(type) APIGEN_INSTANTIATE_ENCODER(zamclientlib::type);
 
 ZAM_FOR_EACH_RECORD(ZAM_INSTANTIATE)

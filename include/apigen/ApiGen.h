@@ -20,6 +20,7 @@
 #include <apigen/IIoDev.h>
 #include <apigen/ILogger.h>
 #include <apigen/Optional.h>
+#include <apigen/Owned.h>
 #include <apigen/ProxyBase.h>
 #include <apigen/Serialize.h>
 #include <apigen/StreamedXmlInvokerImpl.h>

@@ -4,6 +4,7 @@
 #include <apigen/CProcess.h>
 #include <apigen/Export.h>
 #include <apigen/Handle.h>
+#include <apigen/Owned.h>
 #include <apigen/StreamedXmlInvokerImpl.h>
 
 #include <chrono>
@@ -61,7 +62,7 @@ private:
     void OnCallRefused() noexcept override;
     ITextInvoker* AsTextInvoker() noexcept override { return this; }
 
-    std::unique_ptr<CProcess> m_process;
+    detail::COwned<CProcess> m_process;
     Handle m_rootHandle;
 };
 

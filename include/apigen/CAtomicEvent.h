@@ -2,6 +2,7 @@
 #pragma once
 
 #include <apigen/Export.h>
+#include <apigen/Owned.h>
 
 #include <memory>
 #include <string>
@@ -44,7 +45,7 @@ public:
 
 private:
     class Impl;
-    std::unique_ptr<Impl> m_impl;
+    detail::COwned<Impl> m_impl;
 };
 
 }  // namespace event

@@ -3,6 +3,7 @@
 
 #include <apigen/CAtomicEvent.h>
 #include <apigen/Export.h>
+#include <apigen/Owned.h>
 
 #include <memory>
 #include <string>
@@ -29,7 +30,7 @@ public:
 
 private:
     class Impl;
-    std::unique_ptr<Impl> m_impl;
+    detail::COwned<Impl> m_impl;
 };
 
 }  // namespace apigen

@@ -4,6 +4,7 @@
 #include <apigen/CAtomicEvent.h>
 #include <apigen/Export.h>
 #include <apigen/IIoDev.h>
+#include <apigen/Owned.h>
 
 #include <memory>
 #include <string>
@@ -45,7 +46,7 @@ public:
 
 private:
     class Impl;
-    std::unique_ptr<Impl> m_impl;
+    detail::COwned<Impl> m_impl;
 };
 
 }  // namespace apigen

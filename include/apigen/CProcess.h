@@ -4,6 +4,7 @@
 #include <apigen/Export.h>
 #include <apigen/IIoDev.h>
 #include <apigen/ILogger.h>
+#include <apigen/Owned.h>
 
 #include <memory>
 #include <string>
@@ -83,7 +84,7 @@ public:
 
 private:
     class Impl;
-    std::unique_ptr<Impl> m_impl;
+    detail::COwned<Impl> m_impl;
 };
 
 }  // namespace apigen

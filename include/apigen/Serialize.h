@@ -4,8 +4,7 @@
 ///
 /// Defined and instantiated in the libraries, so that a user's build does not pay for them: for
 /// `std::string`, `bool`, `int`, `long`, `unsigned short`, `unsigned int`, `unsigned long`, `Guid` and
-/// `Handle` here; for every record, enumeration and exception of an API in the library of that API. There are
-/// none for other types, which the compiler says.
+/// `Handle` here; for every record and exception of an API in the library of that API. There are none for other types, which the compiler says.
 #pragma once
 
 #include <apigen/Export.h>
@@ -13,6 +12,7 @@
 #include <apigen/IData.h>
 #include <apigen/Optional.h>
 
+#include <cstddef>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -25,11 +25,114 @@ struct Handle;
 
 namespace detail {
 
-/// Defined and instantiated in the libraries.
+/// How values of a type are written and read.
+struct SEncoder;
+
+/// That of `T`. Defined and instantiated in the libraries; enumerations have none, they travel as numbers.
 template <class T>
-void WriteTo(IData& data, const std::string& key, const T& value);
+struct EncoderOf {
+    static const SEncoder& Get() noexcept;
+};
+
+/// What is written or read: a value, an optional or a list of values that `Encoder` knows.
+enum class EShape {
+    Value,
+    Optional,
+    List
+};
+struct SSource {
+    const SEncoder& Encoder;
+    EShape Shape;
+    const void* First;  ///< of `Count`
+    std::size_t Count;
+};
+struct STarget {
+    const SEncoder& Encoder;
+    EShape Shape;
+    void* Object;
+};
+
+APIGEN_API void Write(IData& data, const std::string& key, const SSource& source);
+APIGEN_API void Read(const IData& data, const std::string& key, const STarget& target);
+
 template <class T>
-void ReadFrom(const IData& data, const std::string& key, T& value);
+SSource SourceOf(const T& value) {
+    return {EncoderOf<T>::Get(), EShape::Value, &value, 1};
+}
+template <class T>
+SSource SourceOf(const Optional<T>& value) {
+    const bool hasValue = value.HasValue();
+    return {EncoderOf<T>::Get(), EShape::Optional, hasValue ? &*value : nullptr, hasValue};
+}
+template <class T>
+SSource SourceOf(const std::vector<T>& values) {
+    return {EncoderOf<T>::Get(), EShape::List, values.data(), values.size()};
+}
+
+template <class T>
+STarget TargetOf(T& value) {
+    return {EncoderOf<T>::Get(), EShape::Value, &value};
+}
+template <class T>
+STarget TargetOf(Optional<T>& value) {
+    return {EncoderOf<T>::Get(), EShape::Optional, &value};
+}
+template <class T>
+STarget TargetOf(std::vector<T>& values) {
+    return {EncoderOf<T>::Get(), EShape::List, &values};
+}
+
+/// Calls `write` with the source that stands for `value`.
+template <class T, class Function>
+void WithSource(const T& value, Function&& write) {
+    if constexpr (std::is_enum_v<T>) {
+        const int number = static_cast<int>(value);
+        write(SourceOf(number));
+    } else {
+        write(SourceOf(value));
+    }
+}
+template <class T, class Function>
+void WithSource(const Optional<T>& value, Function&& write) {
+    if constexpr (std::is_enum_v<T>) {
+        Optional<int> number;
+        if (value.HasValue()) number = static_cast<int>(*value);
+        write(SourceOf(number));
+    } else {
+        write(SourceOf(value));
+    }
+}
+
+/// Calls `read` with the target that stands for `value`.
+template <class T, class Function>
+void WithTarget(T& value, Function&& read) {
+    if constexpr (std::is_enum_v<T>) {
+        int number = 0;
+        read(TargetOf(number));
+        value = static_cast<T>(number);
+    } else {
+        read(TargetOf(value));
+    }
+}
+template <class T, class Function>
+void WithTarget(Optional<T>& value, Function&& read) {
+    if constexpr (std::is_enum_v<T>) {
+        Optional<int> number;
+        read(TargetOf(number));
+        if (number.HasValue()) value = static_cast<T>(*number);
+    } else {
+        read(TargetOf(value));
+    }
+}
+
+template <class T>
+void WriteTo(IData& data, const std::string& key, const T& value) {
+    WithSource(value, [&](const SSource& source) { Write(data, key, source); });
+}
+template <class T>
+void ReadFrom(const IData& data, const std::string& key, T& value) {
+    WithTarget(value, [&](const STarget& target) { Read(data, key, target); });
+}
 
 template <class T, class... Types>
 inline constexpr bool IsOneOf = (std::is_same_v<T, Types> || ...);

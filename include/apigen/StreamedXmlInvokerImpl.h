@@ -5,6 +5,7 @@
 #include <apigen/IInvoker.h>
 #include <apigen/IIoDev.h>
 #include <apigen/ILogger.h>
+#include <apigen/Owned.h>
 
 #include <chrono>
 #include <memory>
@@ -86,7 +87,7 @@ protected:
 
 private:
     class Impl;
-    std::unique_ptr<Impl> m_impl;
+    detail::COwned<Impl> m_impl;
 };
 
 }  // namespace apigen

@@ -7,6 +7,7 @@
 #include <apigen/Export.h>
 #include <apigen/ILogger.h>
 #include <apigen/Optional.h>
+#include <apigen/Owned.h>
 #include <zamclientlib/EventRecords.h>
 
 #include <chrono>
@@ -95,8 +96,8 @@ private:
 
     SBaseEvent ReadNext(std::chrono::steady_clock::time_point deadline);
 
-    std::unique_ptr<CSource> m_source;    ///< none after a move
-    std::shared_ptr<const SStop> m_stop;  ///< stays after a move
+    apigen::detail::COwned<CSource> m_source;  ///< none after a move
+    std::shared_ptr<const SStop> m_stop;       ///< stays after a move
     int m_descriptor = -1;
 };
 

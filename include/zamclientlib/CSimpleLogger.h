@@ -3,6 +3,7 @@
 
 #include <apigen/Export.h>
 #include <apigen/ILogger.h>
+#include <apigen/Owned.h>
 
 #include <memory>
 #include <string>
@@ -56,7 +57,7 @@ public:
 
 private:
     class Impl;
-    std::unique_ptr<Impl> m_impl;
+    apigen::detail::COwned<Impl> m_impl;
 };
 
 }  // namespace zamclientlib

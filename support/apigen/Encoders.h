@@ -9,8 +9,6 @@
 
 #include <apigen/CXmlData.h>
 #include <apigen/Fields.h>
-#include <apigen/Guid.h>
-#include <apigen/Handle.h>
 #include <apigen/Serialize.h>
 
 #include <algorithm>
@@ -23,8 +21,6 @@
 
 #include "support/apigen/CTextReader.h"
 #include "support/apigen/Document.h"
-#include "support/apigen/GuidText.h"
-#include "support/apigen/NumberText.h"
 #include "support/apigen/TextEncoders.h"
 #include "support/apigen/XmlText.h"
 
@@ -179,48 +175,95 @@ private:
     std::unique_ptr<SForeign, SDropForeign> m_foreign;
 };
 
-/// True for what is a text under its key, and so replaces an earlier one in a container.
-template <class T>
-inline constexpr bool IsPlain =
-    std::is_integral_v<T> || std::is_enum_v<T> || std::is_same_v<T, std::string> || std::is_same_v<T, Guid> ||
-    std::is_same_v<T, Handle>;
+// A function behind a pointer knows a type; what calls it knows none, and stands in the libraries once.
+using WriteFunction = void (*)(CTextWriter& writer, std::string_view key, const void* value);
+template <class Reader>
+using ReadFunction = void (*)(Reader& reader, std::string_view key, void* value);
 
-/// Calls `use` with the text of a plain value.
-template <class T, class Use>
-void WithText(const T& value, Use&& use) {
-    if constexpr (std::is_same_v<T, std::string>) {
-        use(std::string_view(value));
-    } else if constexpr (std::is_same_v<T, bool>) {
-        use(std::string_view(value ? "true" : "false"));
-    } else if constexpr (std::is_enum_v<T>) {
-        WithText(static_cast<int>(value), use);
-    } else if constexpr (std::is_same_v<T, Handle>) {
-        WithText(value.Value, use);
-    } else if constexpr (std::is_same_v<T, Guid>) {
-        SGuidBuffer buffer;
-        use(FormatGuid(value, buffer));
-    } else {
-        SNumberBuffer buffer;
-        use(FormatNumber(value, buffer));
+/// Sets an optional to a value that `fill` has filled, unless that throws.
+using FillFunction = void (*)(void* context, void* value);
+using HoldFunction = void (*)(void* optional, FillFunction fill, void* context);
+
+/// Makes room in a list for `count` more, adds an element and returns it, or drops the last one.
+enum class EListStep {
+    MakeRoom,
+    Add,
+    Drop
+};
+using ListFunction = void* (*)(void* list, EListStep step, std::size_t count);
+
+struct SEncoder {
+    std::size_t Size;                                                    // of a value
+    std::string_view (*TextOf)(const void* value, UTextBuffer& buffer);  // none for what is no text
+    WriteFunction Write;
+    ReadFunction<CTextReader> ReadText;
+    ReadFunction<CReader> ReadNode;
+    HoldFunction Hold;  // none for what stands in no optional
+    ListFunction List;  // none for what stands in no list
+};
+
+APIGEN_API void WriteOptional(CTextWriter& writer, std::string_view key, WriteFunction write,
+                              const void* value);
+APIGEN_API void WriteList(CTextWriter& writer, std::string_view key, WriteFunction write, const void* first,
+                          std::size_t count, std::size_t size);
+APIGEN_API void ReadOptional(CTextReader& reader, std::string_view key, ReadFunction<CTextReader> read,
+                             HoldFunction hold, void* optional);
+APIGEN_API void ReadOptional(CReader& reader, std::string_view key, ReadFunction<CReader> read,
+                             HoldFunction hold, void* optional);
+APIGEN_API void ReadList(CTextReader& reader, std::string_view key, ReadFunction<CTextReader> read,
+                         ListFunction step, void* list, std::size_t size);
+APIGEN_API void ReadList(CReader& reader, std::string_view key, ReadFunction<CReader> read, ListFunction step,
+                         void* list, std::size_t size);
+
+template <class T>
+void WriteErased(CTextWriter& writer, std::string_view key, const void* value);
+template <class Reader, class T>
+void ReadErased(Reader& reader, std::string_view key, void* value);
+
+template <class T>
+void Hold(void* optional, FillFunction fill, void* context) {
+    T present{};
+    fill(context, &present);
+    *static_cast<Optional<T>*>(optional) = std::move(present);
+}
+
+template <class T>
+void* ListStep(void* list, EListStep step, std::size_t count) {
+    auto& values = *static_cast<std::vector<T>*>(list);
+    switch (step) {
+        case EListStep::MakeRoom:
+            values.reserve(values.size() + count);
+            return nullptr;
+        case EListStep::Add:
+            return &values.emplace_back();
+        case EListStep::Drop:
+            values.pop_back();
     }
+    return nullptr;
+}
+
+template <class T>
+std::string_view TextOf(const void* value, UTextBuffer& buffer) {
+    return FormatText(*static_cast<const T*>(value), buffer);
 }
 
 template <class T>
 void Write(CTextWriter& writer, std::string_view key, const T& value) {
     if constexpr (IsPlain<T>) {
-        WithText(value, [&](std::string_view text) { writer.Text(key, text); });
+        UTextBuffer buffer;
+        writer.Text(key, FormatText(value, buffer));
     } else if constexpr (IsOptional<T>) {
-        if (value.HasValue()) {
-            auto child = writer.Child(key);
-            Write(child, OptionalKey, *value);
-            child.End();
+        using Value = typename T::value_type;
+        if (!value.HasValue()) return;
+        if constexpr (std::is_enum_v<Value>) {
+            const int number = static_cast<int>(*value);
+            WriteOptional(writer, key, &WriteErased<int>, &number);
+        } else {
+            WriteOptional(writer, key, &WriteErased<Value>, &*value);
         }
     } else if constexpr (IsVector<T>) {
-        for (const auto& element : value) {
-            auto child = writer.Child(key);
-            Write(child, ItemKey, element);
-            child.End();
-        }
+        using Value = typename T::value_type;
+        WriteList(writer, key, &WriteErased<Value>, value.data(), value.size(), sizeof(Value));
     } else if constexpr (IsRecord<T>) {
         auto child = writer.Child(key);
         ForEachField(value,
@@ -235,41 +278,15 @@ void Write(CTextWriter& writer, std::string_view key, const T& value) {
 
 template <class Reader, class T>
 void Read(Reader& reader, std::string_view key, T& value) {
-    if constexpr (std::is_same_v<T, std::string>) {
-        value = reader.Text(key);
-    } else if constexpr (std::is_same_v<T, bool>) {
-        const std::string_view text = reader.Text(key);
-        value = text == "true" || text == "True" || text == "1";
-    } else if constexpr (std::is_enum_v<T>) {
-        value = static_cast<T>(ParseNumber<int>(reader.Text(key)));
-    } else if constexpr (std::is_integral_v<T>) {
-        value = ParseNumber<T>(reader.Text(key));
-    } else if constexpr (std::is_same_v<T, Handle>) {
-        value.Value = ParseNumber<std::uint64_t>(reader.Text(key));
-    } else if constexpr (std::is_same_v<T, Guid>) {
-        value = ParseGuid(reader.Text(key));
+    if constexpr (IsPlain<T>) {
+        ReadPlain(reader, key, value);
     } else if constexpr (IsOptional<T>) {
-        if (reader.Has(key)) {
-            auto child = reader.Child(key);
-            typename T::value_type present{};
-            Read(child, OptionalKey, present);
-            child.End();
-            value = std::move(present);
-        }
+        using Value = typename T::value_type;
+        if (!reader.Has(key)) return;
+        ReadOptional(reader, key, &ReadErased<Reader, Value>, &Hold<Value>, &value);
     } else if constexpr (IsVector<T>) {
-        value.reserve(value.size() + reader.Count(key, sizeof value[0]));
-        constexpr auto readEntry = [](Reader& entry, void* list) {
-            T& values = *static_cast<T*>(list);
-            values.emplace_back();
-            try {
-                Read(entry, ItemKey, values.back());
-                entry.End();
-            } catch (...) {
-                values.pop_back();
-                throw;
-            }
-        };
-        reader.ForEachChild(key, readEntry, &value);
+        using Value = typename T::value_type;
+        ReadList(reader, key, &ReadErased<Reader, Value>, &ListStep<Value>, &value, sizeof(Value));
     } else if constexpr (IsRecord<T>) {
         auto child = reader.Child(key);
         ForEachField(value, [&child](const FieldInfo& info, auto& field) { Read(child, info.Key, field); });
@@ -281,70 +298,31 @@ void Read(Reader& reader, std::string_view key, T& value) {
     }
 }
 
-using WriteFunction = void (*)(CTextWriter& writer, std::string_view key, const void* value);
-using ReadFunction = void (*)(CReader& reader, std::string_view key, void* value);
-
-/// What is the same for all types: where to write to, in any container, and where to read from.
-APIGEN_API void SetText(IData& data, const std::string& key, std::string_view text);
-APIGEN_API void AppendTo(IData& data, std::string_view key, WriteFunction write, const void* value);
-APIGEN_API void ReadFrom(const IData& data, std::string_view key, ReadFunction read, void* value);
-
-// Functions of their own: a lambda in an exported template would be exported with it.
 template <class T>
-void WriteErased(CTextWriter& writer, std::string_view name, const void* object) {
-    Write(writer, name, *static_cast<const T*>(object));
+void WriteErased(CTextWriter& writer, std::string_view key, const void* value) {
+    Write(writer, key, *static_cast<const T*>(value));
 }
-template <class T>
-void ReadErased(CReader& reader, std::string_view name, void* object) {
-    Read(reader, name, *static_cast<T*>(object));
+template <class Reader, class T>
+void ReadErased(Reader& reader, std::string_view key, void* value) {
+    Read(reader, key, *static_cast<T*>(value));
 }
 
 template <class T>
-void WriteTo(IData& data, const std::string& key, const T& value) {
-    if constexpr (IsPlain<T>) {
-        WithText(value, [&](std::string_view text) { SetText(data, key, text); });
-    } else {
-        AppendTo(data, key, &WriteErased<T>, &value);
-    }
-}
-
-template <class T>
-void ReadFrom(const IData& data, const std::string& key, T& value) {
-    ReadFrom(data, key, &ReadErased<T>, &value);
+const SEncoder& EncoderOf<T>::Get() noexcept {
+    static constexpr SEncoder Encoder = [] {
+        SEncoder encoder{
+            sizeof(T), nullptr, &WriteErased<T>, &ReadErased<CTextReader, T>, &ReadErased<CReader, T>,
+            nullptr,   nullptr};
+        if constexpr (IsPlain<T>) encoder.TextOf = &TextOf<T>;
+        if constexpr (IsValue<T>) encoder.Hold = &Hold<T>;
+        if constexpr (IsElement<T>) encoder.List = &ListStep<T>;
+        return encoder;
+    }();
+    return Encoder;
 }
 
 }  // namespace detail
-
-template <class T>
-void WriteText(CXmlWriter& writer, std::string_view key, const T& value) {
-    detail::CTextWriter text(writer);
-    detail::Write(text, key, value);
-}
-
-template <class T>
-void ReadText(CTextReader& reader, std::string_view key, T& value) {
-    detail::Read(reader, key, value);
-}
-
 }  // namespace apigen
 
-#define APIGEN_INSTANTIATE_TEXT_ENCODERS(type)                                              \
-    template APIGEN_API void apigen::WriteText(CXmlWriter&, std::string_view, const type&); \
-    template APIGEN_API void apigen::ReadText(CTextReader&, std::string_view, type&)
-
-#define APIGEN_INSTANTIATE_ENCODER(type)                                                       \
-    template APIGEN_API void apigen::detail::WriteTo(IData&, const std::string&, const type&); \
-    template APIGEN_API void apigen::detail::ReadFrom(const IData&, const std::string&, type&)
-
-/// Instantiates the encoders of `type`, alone and in an optional. To stand at global scope.
-#define APIGEN_INSTANTIATE_PLAIN_ENCODERS(type)         \
-    APIGEN_INSTANTIATE_ENCODER(type);                   \
-    APIGEN_INSTANTIATE_TEXT_ENCODERS(type);             \
-    APIGEN_INSTANTIATE_ENCODER(apigen::Optional<type>); \
-    APIGEN_INSTANTIATE_TEXT_ENCODERS(apigen::Optional<type>)
-
-/// As well in a list.
-#define APIGEN_INSTANTIATE_ENCODERS(type)          \
-    APIGEN_INSTANTIATE_PLAIN_ENCODERS(type);       \
-    APIGEN_INSTANTIATE_ENCODER(std::vector<type>); \
-    APIGEN_INSTANTIATE_TEXT_ENCODERS(std::vector<type>)
+#define APIGEN_INSTANTIATE_ENCODER(type) \
+    template APIGEN_API const apigen::detail::SEncoder& apigen::detail::EncoderOf<type>::Get() noexcept

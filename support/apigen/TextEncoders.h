@@ -5,27 +5,102 @@
 
 #include <apigen/CXmlData.h>
 #include <apigen/Export.h>
+#include <apigen/Guid.h>
+#include <apigen/Handle.h>
 #include <apigen/Serialize.h>
 
-#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <type_traits>
 
 #include "support/apigen/CTextReader.h"
 #include "support/apigen/CXmlWriter.h"
+#include "support/apigen/GuidText.h"
+#include "support/apigen/NumberText.h"
 #include "support/apigen/XmlText.h"
 
 namespace apigen {
 
-/// Writes what `Serialize` and `SerializeVector` would add to a container. Instantiated with the encoders.
-template <class T>
-APIGEN_API void WriteText(CXmlWriter& writer, std::string_view key, const T& value);
+namespace detail {
 
-/// Reads what `WriteText` has written. Instantiated with the encoders.
+/// True for what is a text under its key, and so replaces an earlier one in a container.
 template <class T>
-APIGEN_API void ReadText(CTextReader& reader, std::string_view key, T& value);
+inline constexpr bool IsPlain =
+    std::is_integral_v<T> || std::is_enum_v<T> || std::is_same_v<T, std::string> || std::is_same_v<T, Guid> ||
+    std::is_same_v<T, Handle>;
+
+/// Room for the text of a number or a GUID.
+union UTextBuffer {
+    SGuidBuffer Guid;
+    SNumberBuffer Number;
+};
+
+/// The text of a plain value, which may stand in `buffer`.
+template <class T>
+std::string_view FormatText(const T& value, UTextBuffer& buffer) {
+    if constexpr (std::is_same_v<T, std::string>) {
+        return value;
+    } else if constexpr (std::is_same_v<T, bool>) {
+        return value ? "true" : "false";
+    } else if constexpr (std::is_enum_v<T>) {
+        return FormatNumber(static_cast<int>(value), buffer.Number);
+    } else if constexpr (std::is_same_v<T, Handle>) {
+        return FormatNumber(value.Value, buffer.Number);
+    } else if constexpr (std::is_same_v<T, Guid>) {
+        return FormatGuid(value, buffer.Guid);
+    } else {
+        return FormatNumber(value, buffer.Number);
+    }
+}
+
+template <class Reader, class T>
+void ReadPlain(Reader& reader, std::string_view key, T& value) {
+    if constexpr (std::is_same_v<T, std::string>) {
+        value = reader.Text(key);
+    } else if constexpr (std::is_same_v<T, bool>) {
+        const std::string_view text = reader.Text(key);
+        value = text == "true" || text == "True" || text == "1";
+    } else if constexpr (std::is_enum_v<T>) {
+        value = static_cast<T>(ParseNumber<int>(reader.Text(key)));
+    } else if constexpr (std::is_integral_v<T>) {
+        value = ParseNumber<T>(reader.Text(key));
+    } else if constexpr (std::is_same_v<T, Handle>) {
+        value.Value = ParseNumber<std::uint64_t>(reader.Text(key));
+    } else {
+        value = ParseGuid(reader.Text(key));
+    }
+}
+
+APIGEN_API void WriteText(CXmlWriter& writer, std::string_view key, const SSource& source);
+APIGEN_API void ReadText(CTextReader& reader, std::string_view key, const STarget& target);
+APIGEN_API bool ReadDocument(std::string_view document, std::string_view key, const STarget& target);
+
+}  // namespace detail
+
+/// Writes what `Serialize` and `SerializeVector` would add to a container.
+template <class T>
+void WriteText(CXmlWriter& writer, std::string_view key, const T& value) {
+    if constexpr (detail::IsPlain<T>) {
+        detail::UTextBuffer buffer;
+        writer.Entry(key, detail::FormatText(value, buffer));
+    } else {
+        detail::WithSource(value,
+                           [&](const detail::SSource& source) { detail::WriteText(writer, key, source); });
+    }
+}
+
+/// Reads what `WriteText` has written.
+template <class T>
+void ReadText(CTextReader& reader, std::string_view key, T& value) {
+    if constexpr (detail::IsPlain<T>) {
+        detail::ReadPlain(reader, key, value);
+    } else {
+        detail::WithTarget(value,
+                           [&](const detail::STarget& target) { detail::ReadText(reader, key, target); });
+    }
+}
 
 /// The text of a document that holds nothing but the value under `key`.
 template <class T>
@@ -37,29 +112,23 @@ std::string SerializeDocument(std::string_view key, const T& value) {
     return std::string(writer.Text());
 }
 
-/// How many entries under `key` a long document that holds nothing else may have, going by its first one; 0
-/// for a short one.
-APIGEN_API std::size_t EstimateEntries(std::string_view document, std::string_view key);
-
-/// A list is given its room at once. Never much more than the text has taken, whatever that pretends.
-template <class T>
-void MakeRoom(std::string_view document, std::string_view key, std::vector<T>& values) {
-    const std::size_t count = std::min(EstimateEntries(document, key), 4 * document.size() / sizeof(T));
-    values.reserve(count);
-}
-template <class T>
-void MakeRoom(std::string_view /*document*/, std::string_view /*key*/, T& /*value*/) {}
-
 /// Reads the value under `key` out of the text of a document that holds nothing else. False for any text that
 /// is not just as it would be written; anything may stand in `value` then.
 template <class T>
 bool DeserializeText(std::string_view document, std::string_view key, T& value) {
-    MakeRoom(document, key, value);
-    CTextCursor cursor(document);
-    CTextReader root(cursor, RootName);
-    ReadText(root, key, value);
-    root.End();
-    return cursor.IsWhollyRead();
+    if constexpr (detail::IsPlain<T>) {
+        CTextCursor cursor(document);
+        CTextReader root(cursor, RootName);
+        detail::ReadPlain(root, key, value);
+        root.End();
+        return cursor.IsWhollyRead();
+    } else {
+        bool isRead = false;
+        detail::WithTarget(value, [&](const detail::STarget& target) {
+            isRead = detail::ReadDocument(document, key, target);
+        });
+        return isRead;
+    }
 }
 
 /// Reads the value under `key` out of the text of any document. Cheaper than a container for one that holds
