@@ -91,7 +91,7 @@ using Values = std::deque<std::vector<std::string>>;
 CLI::Option* Declare(CLI::App& app, const SOption& option, Values& values) {
     std::string names = option.Name;
     if (option.Short != 0) names = std::string("-") + option.Short + "," + names;
-    if (option.Value == nullptr) return app.add_flag(names);
+    if (option.Value == nullptr) return app.add_flag(names)->disable_flag_override();
     auto* const declared = app.add_option(names, values.emplace_back());
     declared->expected(1)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     return declared;
