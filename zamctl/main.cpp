@@ -35,6 +35,10 @@ EExit Fail(const std::string& verb, const std::exception& error) {
         return failure->Exit();
     }
     const std::string why = Escaped(error.what());
+    if (dynamic_cast<const CFieldError*>(&error) != nullptr) {
+        Complain(verb + ": " + why, "");
+        return EExit::Usage;
+    }
     if (const auto* const own = dynamic_cast<const apigen::ApiException*>(&error)) {
         if (dynamic_cast<const apigen::TimeoutError*>(own) != nullptr) {
             Complain(verb + ": the agent did not answer in time: " + why,

@@ -8,7 +8,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <limits>
 #include <optional>
+#include <utility>
 
 #include "Failure.h"
 #include "show/CPager.h"
@@ -298,16 +300,14 @@ private:
         }
         // Until it is known whether the list is a long one.
         if (m_isPaging && !m_pager) return;
-        Write(m_held);
-        m_held.clear();
+        Write(std::exchange(m_held, {}));
         Settle();
     }
 
     /// Ends a list for people, if one is under way.
     void EndPages() {
         EndPage();
-        Write(m_held);
-        m_held.clear();
+        Write(std::exchange(m_held, {}));
         m_columns.clear();
         m_sources.clear();
         m_layout = {};
@@ -352,8 +352,7 @@ private:
 
     void Drain() {
         // What could not be written is not tried again.
-        const std::string text = std::move(m_buffer);
-        m_buffer.clear();
+        const std::string text = std::exchange(m_buffer, {});
         if (text.empty()) return;
         if (m_pager) {
             m_pager->Write(text);

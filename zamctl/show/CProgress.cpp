@@ -81,7 +81,7 @@ std::string ProgressLine(const SBackupJobSessionInfo& info, unsigned width,
     const unsigned percent = PercentOf(info);
     std::string tail = PercentWords(percent);
     if (width < tail.size() + LeastBar + 4) return CutTo(tail, width);
-    tail.insert(0, "  ");
+    tail.insert(0, " ");
     std::vector<std::string> parts = Parts(info, now);
     std::size_t room = width - ColumnsOf(tail) - LeastBar - 2;
     // The time left is missed most; sizes and rate go first where there is little room.

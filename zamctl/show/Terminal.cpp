@@ -2,6 +2,7 @@
 #include "show/Terminal.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/ioctl.h>
@@ -55,13 +56,22 @@ void TakeSignal(int signal) {
     g_signal = signal;
 }
 
-/// While one lives signals that end or stop the process wait, so that the terminal can be put right before.
+/// While one lives signals that end or stop the process wait, so that the terminal can be put right before. They come
+/// only while `Wait` waits: none is missed just before it.
 class CHeldSignals {
 public:
     CHeldSignals() {
         g_signal = 0;
+        sigset_t held;
+        ::sigemptyset(&held);
+        for (const int signal : Signals)
+            ::sigaddset(&held, signal);
+        ::pthread_sigmask(SIG_BLOCK, &held, &m_maskBefore);
+        m_waiting = m_maskBefore;
+        for (const int signal : Signals)
+            ::sigdelset(&m_waiting, signal);
         struct sigaction action {};
-        action.sa_handler = TakeSignal;  // without SA_RESTART: reading ends
+        action.sa_handler = TakeSignal;
         for (std::size_t i = 0; i < Signals.size(); ++i)
             ::sigaction(Signals.at(i), &action, &m_before.at(i));
     }
@@ -70,11 +80,23 @@ public:
     ~CHeldSignals() {
         for (std::size_t i = 0; i < Signals.size(); ++i)
             ::sigaction(Signals.at(i), &m_before.at(i), nullptr);
+        ::pthread_sigmask(SIG_SETMASK, &m_maskBefore, nullptr);
+    }
+
+    /// Until there is something to read; false when a signal came first.
+    [[nodiscard]] bool Wait(int descriptor) const {
+        pollfd ready{descriptor, POLLIN, 0};
+        while (::ppoll(&ready, 1, nullptr, &m_waiting) < 0 && errno == EINTR) {
+            if (g_signal != 0) return false;
+        }
+        return true;
     }
 
 private:
     static constexpr std::array Signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
     std::array<struct sigaction, 5> m_before{};
+    sigset_t m_maskBefore{};
+    sigset_t m_waiting{};
 };
 
 /// No echo while one lives.
@@ -95,8 +117,8 @@ public:
 
 private:
     int m_terminal;
+    termios m_before{};  // before what fills it
     bool m_hasBefore;
-    termios m_before{};
 };
 
 enum class EEnd {
@@ -108,13 +130,14 @@ enum class EEnd {
 };
 
 /// Reads a line byte by byte: what follows it is someone else's.
-EEnd ReadLine(int descriptor, std::string& line) {
+EEnd ReadLine(int descriptor, std::string& line, const CHeldSignals* signals) {
     for (;;) {
         char c = 0;
+        if (signals != nullptr && !signals->Wait(descriptor)) return EEnd::Signal;
         const ssize_t count = ::read(descriptor, &c, 1);
         if (count < 0) {
-            if (errno == EINTR && g_signal == 0) continue;
-            return errno == EINTR ? EEnd::Signal : EEnd::Error;
+            if (errno == EINTR) continue;
+            return EEnd::Error;
         }
         if (count == 0) return EEnd::EndOfInput;
         if (c == '\n') return EEnd::Line;
@@ -145,7 +168,7 @@ std::optional<std::string> Ask(int terminal, const std::string& prompt, bool has
             std::optional<CNoEcho> quiet;
             if (!hasEcho) quiet.emplace(terminal);
             Tell(terminal, prompt);
-            end = ReadLine(terminal, line);
+            end = ReadLine(terminal, line, &held);
             signal = g_signal;
             if (!hasEcho || end != EEnd::Line) Tell(terminal, "\n");
         }
@@ -258,8 +281,7 @@ std::string PasswordFrom(const std::string& path) {
     if (file.Get() < 0) {
         throw CFailure(EExit::Usage, "the password can't be read from " + Quoted(path) + ": " + ErrorText());
     }
-    g_signal = 0;
-    const EEnd end = ReadLine(file.Get(), line);
+    const EEnd end = ReadLine(file.Get(), line, nullptr);
     if (end == EEnd::Error) {
         throw CFailure(EExit::Usage, "the password can't be read from " + Quoted(path) + ": " + ErrorText());
     }

@@ -272,6 +272,9 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     for (const auto& [option, declared] : options) {
         if (option->Value == nullptr) {
             if (declared->count() > 0) line.Words.emplace_back(option->Name, "");
+            if (declared->count() == 0 && option->IsRequired)
+                throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name,
+                               "usage: " + Usage(verb));
             continue;
         }
         const auto& own = declared->results();

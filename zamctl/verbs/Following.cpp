@@ -36,7 +36,7 @@ bool AskOnInterrupt(CCall& call, const SBackupJobSessionInfo& info) {
     if (!IsInputTerminal() || !IsErrorTerminal()) return false;
     bool isToStop = false;
     try {
-        isToStop = Confirm("\nStop the session (y), or only stop watching (n)?");
+        isToStop = Confirm("Stop the session (y), or only stop watching (n)?");
     } catch (const CFailure& failure) {
         if (failure.Exit() != EExit::Interrupted) throw;
     }

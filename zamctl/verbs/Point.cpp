@@ -84,6 +84,16 @@ EExit Verify(CCall& call) {
     return RunHostCommand(call, arguments, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
 }
 
+EExit Forget(CCall& call) {
+    std::vector<std::string> arguments{"forget", "--orphans"};
+    if (call.Has("--dry-run")) {
+        arguments.emplace_back("--dry-run");
+    } else {
+        call.RequireYes("Remove all points of jobs that were deleted, for good?");
+    }
+    return RunHostCommand(call, arguments, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
+}
+
 constexpr const char* PointHelp = "its id, a unique beginning of it, or \"latest\"";
 constexpr const char* HostDetails =
     "This needs the agent's programs on this host, but no agent that runs: it works with the agent's "
@@ -117,6 +127,10 @@ constexpr std::array VerifyOptions{SOption{.Name = "--parts",
                                            .Value = "NUMBER",
                                            .Help = "only the next of so many parts; which one is remembered"},
                                    PasswordOption};
+
+constexpr std::array ForgetOptions{
+    SOption{.Name = "--orphans", .Help = "the points of all jobs that were deleted", .IsRequired = true},
+    SOption{.Name = "--dry-run", .Help = "only tells what would be removed"}};
 
 constexpr std::array Table{
     SVerb{.Noun = "point",
@@ -153,6 +167,14 @@ constexpr std::array Table{
           .Arguments = VerifyArguments,
           .Options = VerifyOptions,
           .Run = Verify,
+          .HasForms = false},
+    SVerb{.Noun = "point",
+          .Name = "forget",
+          .Help = "removes the points of deleted jobs, and frees their space",
+          .Details = HostDetails,
+          .Example = "zamctl point forget --orphans --dry-run",
+          .Options = ForgetOptions,
+          .Run = Forget,
           .HasForms = false},
 };
 

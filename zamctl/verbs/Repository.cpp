@@ -245,7 +245,7 @@ EExit Adopt(CCall& call) {
         words.emplace_back("--password-file");
         words.push_back(*file);
     }
-    return RunHostCommand(call, words, [&](std::string_view line) { call.Out.Say(line); });
+    return RunHostCommand(call, words, [&](std::string_view line) { call.Out.Say(Escaped(line)); });
 }
 
 constexpr SArgument RepositoryArgument{
