@@ -67,6 +67,11 @@ bool IsRunning(pid_t process) {
     return !std::getline(file, name) || name == "zamctl";
 }
 
+/// Lets others change things, for more than the moment of one who looks.
+bool SharesForLong(const SZamControlOwnerInfo& owner) {
+    return owner.Mode == ZAMOwnerMode::Shared && owner.Id != apigen::Guid::Parse(LookerId).Value();
+}
+
 std::string OwnerWords(const SZamControlOwnerInfo& owner) {
     return (owner.Name.empty() ? "an owner without a name" : Escaped(owner.Name)) + " (" +
            std::string(NameOf(owner.Mode)) + ")";
@@ -148,9 +153,13 @@ std::shared_ptr<IZamProduct> CAgent::RequestInTurn(const OwnerInfo& owner, bool 
         SZamControlOwnerInfo present;
         if (isToChange) present = Control().GetCurrentOwner();
         // Who shares to look at most would let us in, and refuse the change.
-        if (present.Id == apigen::Guid() || present.Mode == ZAMOwnerMode::Shared) {
+        if (present.Id == apigen::Guid() || SharesForLong(present)) {
             try {
-                return Request(owner, false);
+                auto product = Request(owner, false);
+                if (!isToChange) return product;
+                present = Control().GetCurrentOwner();
+                if (present.Id == owner.Id || SharesForLong(present)) return product;
+                // Someone who looked came before, with whose going what we have got ends as well.
             } catch (const CGenericException& error) {
                 why = error.what();
                 present = Control().GetCurrentOwner();
@@ -225,7 +234,11 @@ SZamControlOwnerInfo CAgent::Take(const std::string& name, ZAMOwnerMode mode) {
     owner.Mode = mode;
     m_product = RequestInTurn(owner, true);
     // Who had let us in as a guest is the owner still.
-    if (const auto present = Control().GetCurrentOwner(); present.Id != owner.Id) {
+    const auto present = Control().GetCurrentOwner();
+    if (present.Id == owner.Id) {
+        // He may have had control before, on other terms.
+        if (present.Name != owner.Name || present.Mode != owner.Mode) m_product = Request(owner, false);
+    } else {
         if (!m_options.IsForced)
             throw CFailure(EExit::Refused, "the agent is controlled by " + OwnerWords(present),
                            "ask for it to be given back, or take it with --force");

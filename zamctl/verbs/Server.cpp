@@ -27,8 +27,8 @@ const std::vector<SColumn>& ListColumns() {
 
 const std::vector<SColumn>& OneColumns() {
     static const std::vector<SColumn> columns{
-        {"Name", "Name"},     {"Id", "Id", EKind::Id}, {"Addresses", AddressesKey},
-        {"User", "Username"}, {"Domain", "Domain"},    {"Only for restore", "OnlyForRestore", EKind::Truth},
+        {"Name", "Name"},     {"Id", "Id"},         {"Addresses", AddressesKey},
+        {"User", "Username"}, {"Domain", "Domain"}, {"Only for restore", "OnlyForRestore", EKind::Truth},
     };
     return columns;
 }
