@@ -225,16 +225,16 @@ Record ChooseRecord(std::string_view kind, std::string_view word, std::vector<Re
 }  // namespace
 
 SBackupRepositoryInfo FindRepository(IZamProduct& product, std::string_view word) {
-    return ChooseRecord("repository", word, product.GetRepositoryManager()->GetRepositories());
+    return ChooseRecord("repository", word, RepositoriesOf(product)->GetRepositories());
 }
 
 SBackupServerInfo FindServer(IZamProduct& product, std::string_view word) {
-    return ChooseRecord("server", word, product.GetBackupServerManager()->GetBackupServers());
+    return ChooseRecord("server", word, ServersOf(product)->GetBackupServers());
 }
 
 SCloudServiceProviderInfo FindProvider(IZamProduct& product, std::string_view word) {
     return ChooseRecord("provider", word,
-                        product.GetCloudServiceProviderManager()->GetCloudServiceProviders());
+                        ProvidersOf(product)->GetCloudServiceProviders());
 }
 
 }  // namespace zamctl

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Failure.h"
+
 namespace zamctl {
 
 /// What an object is called.
@@ -24,6 +26,27 @@ struct SCalled {
 /// \throws CFailure (NotFound) with the nearest name, CFailure (Usage) with the candidates of an ambiguous word
 [[nodiscard]] std::size_t Choose(std::string_view kind, std::string_view word,
                                  const std::vector<SCalled>& all);
+
+/// The object that the agent was asked for. \param what "its repositories": for messages
+/// \throws CFailure (Refused) when it has handed out none
+template <class Object>
+[[nodiscard]] std::shared_ptr<Object> Given(std::shared_ptr<Object> object, const char* what) {
+    if (object == nullptr) throw CFailure(EExit::Refused, std::string("the agent does not hand out ") + what);
+    return object;
+}
+
+[[nodiscard]] inline std::shared_ptr<zamclientlib::IRepositoryManager> RepositoriesOf(
+    const zamclientlib::IZamProduct& product) {
+    return Given(product.GetRepositoryManager(), "its repositories");
+}
+[[nodiscard]] inline std::shared_ptr<zamclientlib::IBackupServerManager> ServersOf(
+    const zamclientlib::IZamProduct& product) {
+    return Given(product.GetBackupServerManager(), "its backup servers");
+}
+[[nodiscard]] inline std::shared_ptr<zamclientlib::ICloudServiceProviderManager> ProvidersOf(
+    const zamclientlib::IZamProduct& product) {
+    return Given(product.GetCloudServiceProviderManager(), "its cloud service providers");
+}
 
 /// Lower-case digits without braces, as ids are shown.
 [[nodiscard]] std::string IdText(const apigen::Guid& id);

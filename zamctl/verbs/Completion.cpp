@@ -253,15 +253,15 @@ void CCompletions::CompleteFromAgent(EWord kind, const std::string& part, const 
             }
             break;
         case EWord::Repository:
-            for (const auto& place : product->GetRepositoryManager()->GetRepositories())
+            for (const auto& place : RepositoriesOf(*product)->GetRepositories())
                 AddCalled(place.Id, place.Name, part, "", before);
             break;
         case EWord::Server:
-            for (const auto& server : product->GetBackupServerManager()->GetBackupServers())
+            for (const auto& server : ServersOf(*product)->GetBackupServers())
                 AddCalled(server.Id, server.Name, part, "", before);
             break;
         case EWord::Provider:
-            for (const auto& provider : product->GetCloudServiceProviderManager()->GetCloudServiceProviders())
+            for (const auto& provider : ProvidersOf(*product)->GetCloudServiceProviders())
                 AddCalled(provider.Id, provider.Name, part, "", before);
             break;
         default:

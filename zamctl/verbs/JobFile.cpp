@@ -178,7 +178,7 @@ void Compare(const std::string& path, const Json& present, const Json& other,
 
 Json ExportOf(IZamProduct& product, const SBackupJobConfigurationInfo& config) {
     Json json = ToJson(config);
-    if (const auto repository = product.GetRepositoryManager()->FindRepository(config.RepositoryId))
+    if (const auto repository = RepositoriesOf(product)->FindRepository(config.RepositoryId))
         json[NameKey] = repository->Name;
     return json;
 }
@@ -192,7 +192,7 @@ void ImportInto(IZamProduct& product, Json json, SBackupJobConfigurationInfo& co
         json.erase(NameKey);
     }
     FromJson(json, config);
-    if (name && !product.GetRepositoryManager()->FindRepository(config.RepositoryId))
+    if (name && !RepositoriesOf(product)->FindRepository(config.RepositoryId))
         config.RepositoryId = FindRepository(product, *name).Id;
 }
 

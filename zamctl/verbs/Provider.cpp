@@ -43,7 +43,7 @@ Json Item(const SCloudServiceProviderInfo& provider) {
 }
 
 EExit List(CCall& call) {
-    for (const auto& one : call.Agent.Look()->GetCloudServiceProviderManager()->GetCloudServiceProviders())
+    for (const auto& one : ProvidersOf(*call.Agent.Look())->GetCloudServiceProviders())
         call.Out.Row(ListColumns(), Item(one));
     call.Out.EndRows(ListColumns(), "no cloud service providers");
     return EExit::Done;
@@ -62,7 +62,7 @@ EExit Gateways(CCall& call) {
     };
     const auto product = call.Agent.Look();
     const auto provider = FindProvider(*product, call.Value("PROVIDER"));
-    const auto manager = product->GetCloudServiceProviderManager();
+    const auto manager = ProvidersOf(*product);
     for (const auto& gateway : manager->GetCloudServiceProviderGateways(provider.Id))
         call.Out.Row(columns, ToJson(gateway));
     call.Out.EndRows(columns, "no gateways");
@@ -100,7 +100,7 @@ EExit Add(CCall& call) {
         return EExit::Done;
     }
     auto change = call.Change();
-    const auto added = change->GetCloudServiceProviderManager()->AddCloudServiceProvider(provider);
+    const auto added = ProvidersOf(*change)->AddCloudServiceProvider(provider);
     call.Out.Say("Provider " + Quoted(added.Name) + " added (" + IdText(added.Id) + ")");
     ShowForPrograms(call, OneColumns(), Item(added));
     return EExit::Done;
@@ -118,7 +118,7 @@ EExit Update(CCall& call) {
         return EExit::Done;
     }
     auto change = call.Change();
-    const auto manager = change->GetCloudServiceProviderManager();
+    const auto manager = ProvidersOf(*change);
     auto provider = FindProvider(*change, call.Value("PROVIDER"));
     provider.Password.Reset();
     Apply(call, provider, false);
@@ -134,7 +134,7 @@ EExit Delete(CCall& call) {
     const auto provider = FindProvider(*change, call.Value("PROVIDER"));
     call.RequireYes("Delete the provider " + Quoted(provider.Name) +
                     ", and the repositories that it offers?");
-    if (!change->GetCloudServiceProviderManager()->DeleteCloudServiceProvider(provider.Id))
+    if (!ProvidersOf(*change)->DeleteCloudServiceProvider(provider.Id))
         throw CFailure(EExit::NotFound, "the provider " + Quoted(provider.Name) + " has gone meanwhile");
     call.Out.Say("Provider " + Quoted(provider.Name) + " deleted");
     ShowForPrograms(call, OneColumns(), Item(provider));
@@ -144,7 +144,7 @@ EExit Delete(CCall& call) {
 EExit Resync(CCall& call) {
     auto change = call.Change();
     const auto provider = FindProvider(*change, call.Value("PROVIDER"));
-    change->GetCloudServiceProviderManager()->ResyncCloudRepositoriesList(provider.Id);
+    ProvidersOf(*change)->ResyncCloudRepositoriesList(provider.Id);
     call.Out.Say("The repositories of the provider " + Quoted(provider.Name) + " were read anew");
     ShowForPrograms(call, OneColumns(), Item(provider));
     return EExit::Done;

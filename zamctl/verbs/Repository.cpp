@@ -69,7 +69,7 @@ Json WithSize(CCall& call, const IRepositoryManager& manager, const SBackupRepos
 
 EExit List(CCall& call) {
     const auto product = call.Agent.Look();
-    const auto manager = product->GetRepositoryManager();
+    const auto manager = RepositoriesOf(*product);
     const auto repositories = manager->GetRepositories();
     const bool hasSizes = call.Has("--sizes");
     bool hasShares = !call.Out.IsForPeople();
@@ -91,7 +91,7 @@ EExit List(CCall& call) {
 
 EExit Show(CCall& call) {
     const auto product = call.Agent.Look();
-    const auto manager = product->GetRepositoryManager();
+    const auto manager = RepositoriesOf(*product);
     const auto repository = FindRepository(*product, call.Value("REPO"));
     Json item = WithSize(call, *manager, repository);
     item[DeletableKey] = manager->CanBeDeleted(repository.Id);
@@ -154,7 +154,7 @@ EExit Create(CCall& call) {
         return EExit::Done;
     }
     auto change = call.Change();
-    const auto created = change->GetRepositoryManager()->CreateRepository(repository);
+    const auto created = RepositoriesOf(*change)->CreateRepository(repository);
     call.Out.Say("Repository " + Quoted(created.Name) + " created at " + Place(created) + " (" +
                  IdText(created.Id) + ")");
     ShowForPrograms(call, OneColumns(), ToJson(created));
@@ -179,7 +179,7 @@ EExit Update(CCall& call) {
     }
     auto change = call.Change();
     const auto repository = apply(FindRepository(*change, call.Value("REPO")));
-    const auto updated = change->GetRepositoryManager()->UpdateRepository(repository);
+    const auto updated = RepositoriesOf(*change)->UpdateRepository(repository);
     call.Out.Say("Repository " + Quoted(updated.Name) + " updated: " + Place(updated) + " (" +
                  IdText(updated.Id) + ")");
     ShowForPrograms(call, OneColumns(), ToJson(updated));
@@ -205,7 +205,7 @@ EExit Update(CCall& call) {
 
 EExit Delete(CCall& call) {
     auto change = call.Change();
-    const auto manager = change->GetRepositoryManager();
+    const auto manager = RepositoriesOf(*change);
     const auto repository = FindRepository(*change, call.Value("REPO"));
     if (!manager->CanBeDeleted(repository.Id)) ThrowInUse(*change, repository);
     call.RequireYes("Delete the repository " + Quoted(repository.Name) + " (" + Place(repository) +

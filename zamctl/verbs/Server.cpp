@@ -40,7 +40,7 @@ Json Item(const SBackupServerInfo& server) {
 }
 
 EExit List(CCall& call) {
-    for (const auto& server : call.Agent.Look()->GetBackupServerManager()->GetBackupServers())
+    for (const auto& server : ServersOf(*call.Agent.Look())->GetBackupServers())
         call.Out.Row(ListColumns(), Item(server));
     call.Out.EndRows(ListColumns(), "no backup servers");
     return EExit::Done;
@@ -78,7 +78,7 @@ EExit Add(CCall& call) {
         return EExit::Done;
     }
     auto change = call.Change();
-    const auto added = change->GetBackupServerManager()->AddBackupServer(server);
+    const auto added = ServersOf(*change)->AddBackupServer(server);
     call.Out.Say("Server " + Quoted(added.Name) + " added (" + IdText(added.Id) + ")");
     ShowForPrograms(call, OneColumns(), Item(added));
     return EExit::Done;
@@ -94,7 +94,7 @@ EExit Update(CCall& call) {
         return EExit::Done;
     }
     auto change = call.Change();
-    const auto manager = change->GetBackupServerManager();
+    const auto manager = ServersOf(*change);
     auto server = FindServer(*change, call.Value("SERVER"));
     Apply(call, server, false);
     manager->UpdateBackupServer(server);
@@ -108,7 +108,7 @@ EExit Delete(CCall& call) {
     auto change = call.Change();
     const auto server = FindServer(*change, call.Value("SERVER"));
     call.RequireYes("Delete the server " + Quoted(server.Name) + ", and the repositories that it offers?");
-    if (!change->GetBackupServerManager()->DeleteBackupServer(server.Id))
+    if (!ServersOf(*change)->DeleteBackupServer(server.Id))
         throw CFailure(EExit::NotFound, "the server " + Quoted(server.Name) + " has gone meanwhile");
     call.Out.Say("Server " + Quoted(server.Name) + " deleted");
     ShowForPrograms(call, OneColumns(), Item(server));
@@ -118,7 +118,7 @@ EExit Delete(CCall& call) {
 EExit Resync(CCall& call) {
     auto change = call.Change();
     const auto server = FindServer(*change, call.Value("SERVER"));
-    change->GetBackupServerManager()->ResyncBackupServerRepositoriesList(server.Id);
+    ServersOf(*change)->ResyncBackupServerRepositoriesList(server.Id);
     call.Out.Say("The repositories of the server " + Quoted(server.Name) + " were read anew");
     ShowForPrograms(call, OneColumns(), Item(server));
     return EExit::Done;

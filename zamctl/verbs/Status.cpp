@@ -72,7 +72,7 @@ EExit Run(CCall& call) {
         }
         status["Jobs"].push_back(std::move(row));
     }
-    const auto places = product->GetRepositoryManager();
+    const auto places = RepositoriesOf(*product);
     status["Repositories"] = Json::array();
     for (const auto& repository : places->GetRepositories()) {
         Json row = ToJson(repository);
