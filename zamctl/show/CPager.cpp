@@ -71,6 +71,7 @@ bool CPager::Start() {
     }
     if (isOurs && Variable("LESSCHARSET") == nullptr) variables.emplace_back("LESSCHARSET=utf-8");
     std::vector<char*> environment;
+    environment.reserve(variables.size() + 1);
     for (std::string& variable : variables)
         environment.push_back(variable.data());
     environment.push_back(nullptr);

@@ -51,8 +51,10 @@ std::string TimeLeft(const SBackupJobSessionInfo& info, std::chrono::system_cloc
                        [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
         return state;
     }
-    const auto gone = std::chrono::duration_cast<std::chrono::milliseconds>(
-        now - zamclientlib::ToTimePoint(info.StartTimeUtc));
+    const auto start = zamclientlib::ToTimePoint(info.StartTimeUtc);
+    // One before 1970 is none, and may be too far away to count from.
+    if (start.time_since_epoch().count() <= 0) return {};
+    const auto gone = std::chrono::duration_cast<std::chrono::milliseconds>(now - start);
     // A clock that was set meanwhile tells nothing.
     if (percent < TellingPercent || percent == 100 || gone.count() < 1000 ||
         gone > std::chrono::hours(24 * 365)) {

@@ -140,7 +140,7 @@ std::string TimeWords(const SDateTime& time, std::chrono::system_clock::time_poi
         ::localtime_r(&nowSeconds, &today) == nullptr) {
         return TimeText(time);
     }
-    const std::string clock = TwoDigits(date.tm_hour) + ':' + TwoDigits(date.tm_min);
+    std::string clock = TwoDigits(date.tm_hour) + ':' + TwoDigits(date.tm_min);
     const long days = DayOf(date) - DayOf(today);
     if (days == 0) return clock;
     if (days >= -6 && days <= 6) {
