@@ -277,7 +277,7 @@ class OnATerminal(WithTestAgent):
         self.script(clock={"stepMs": 60})
         terminal = self.terminal("job", "start", "nightly", "--follow")
         terminal.expect("%")
-        self.assertEqual(terminal.end(), DONE)
+        self.assertEqual(terminal.end(), DONE, terminal.seen)
         lines = [line for line in screen(terminal.seen) if line.strip()]
         self.assertIn("Success", lines[-1])
         self.assertFalse([line for line in lines if "[#" in line], lines)
@@ -286,7 +286,7 @@ class OnATerminal(WithTestAgent):
         self.script(clock={"stepMs": 30})
         for columns in (40, 80, 200):
             terminal = self.terminal("job", "start", "nightly", "--follow", columns=columns)
-            self.assertEqual(terminal.end(), DONE)
+            self.assertEqual(terminal.end(), DONE, terminal.seen)
             for line in re.split(r"[\r\n]", plain(terminal.seen)):
                 if "%" in line:
                     self.assertLess(columns_of(line), columns)
@@ -338,7 +338,7 @@ class OnATerminal(WithTestAgent):
         words = ["session", "list"]
         def seen(*more, environment=None):
             terminal = self.terminal(*words, *more, environment=environment)
-            self.assertEqual(terminal.end(), DONE)
+            self.assertEqual(terminal.end(), DONE, terminal.seen)
             return terminal.seen
         self.assertIn("\x1b[", seen())
         self.assertNotIn("\x1b[", seen(environment={"NO_COLOR": "1"}))
@@ -356,7 +356,7 @@ class OnATerminal(WithTestAgent):
         pager.chmod(0o755)
         def seen(*more, rows=24):
             terminal = self.terminal("job", "list", *more, rows=rows, environment={"PAGER": str(pager)})
-            self.assertEqual(terminal.end(), DONE)
+            self.assertEqual(terminal.end(), DONE, terminal.seen)
             return terminal.seen
         self.assertIn("PAGED", seen())
         self.assertNotIn("PAGED", seen("--no-pager"))
@@ -367,7 +367,7 @@ class OnATerminal(WithTestAgent):
         self.script(jobs=[{"name": "evil\x1b]0;owned\x07\x1b[2J", "repository": "main", "includeDirs": ["/etc"]}])
         for words in (["job", "list"], ["job", "show", "evil"], ["status"]):
             terminal = self.terminal(*words, "--color", "never")
-            self.assertEqual(terminal.end(), DONE)
+            self.assertEqual(terminal.end(), DONE, terminal.seen)
             self.assertNotIn("\x1b", terminal.seen)
             self.assertNotIn("\x07", terminal.seen)
 
@@ -383,7 +383,7 @@ class Passwords(WithTestAgent):
             self.assertNotIn(SECRET, self.expect(DONE, *words))
 
     def test_password_is_asked_for_without_echo(self):
-        self.script(rules=[{"method": "CreateBackupServer", "action": "delay", "ms": 500}])
+        self.script(rules=[{"method": "AddBackupServer", "action": "delay", "ms": 500}])
         terminal = self.terminal(*self.ADD)
         terminal.expect('Password of somebody: ')
         terminal.send(SECRET + "\n")
@@ -394,7 +394,7 @@ class Passwords(WithTestAgent):
             if "created" in terminal.seen or "added" in terminal.seen:
                 break
         self.assertTrue(any("zamctl" in words for words in seen))
-        self.assertEqual(terminal.end(), DONE)
+        self.assertEqual(terminal.end(), DONE, terminal.seen)
         self.check_nowhere(terminal.seen, *seen)
         self.assertNotIn(": : ", terminal.seen)
 
@@ -433,7 +433,7 @@ class Passwords(WithTestAgent):
     def test_agents_words_hold_no_password(self):
         file = self.folder / "password"
         file.write_text(SECRET)
-        self.script(rules=[{"method": "CreateBackupServer", "action": "malformed"}])
+        self.script(rules=[{"method": "AddBackupServer", "action": "malformed"}])
         errors = self.run_it(*self.ADD, "--password-file", file, "--timeout", "5")[2]
         self.assertNotIn(SECRET, errors)
 

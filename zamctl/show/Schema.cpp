@@ -274,15 +274,15 @@ private:
 
     Json SchemaOfShape(std::string_view shape) const {
         if (shape == "any") return true;
+        if (shape.ends_with('?')) return OrNull(SchemaOfShape(shape.substr(0, shape.size() - 1)));
+        if (shape.starts_with('[') && shape.ends_with(']'))
+            return ListOf(SchemaOfShape(shape.substr(1, shape.size() - 2)));
         if (const auto bar = shape.find('|'); bar != std::string_view::npos) {
             Json either;
             either["anyOf"] =
                 Json::array({SchemaOfShape(shape.substr(0, bar)), SchemaOfShape(shape.substr(bar + 1))});
             return either;
         }
-        if (shape.ends_with('?')) return OrNull(SchemaOfShape(shape.substr(0, shape.size() - 1)));
-        if (shape.starts_with('[') && shape.ends_with(']'))
-            return ListOf(SchemaOfShape(shape.substr(1, shape.size() - 2)));
         if (Json plain = PlainSchema(shape); !plain.is_null()) return plain;
         const std::string name(shape);
         const auto found = m_definitions.find(name);
