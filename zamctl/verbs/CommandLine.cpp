@@ -101,7 +101,8 @@ CLI::Option* Declare(CLI::App& app, const SOption& option, Values& values) {
 /// what there is left to say.
 [[noreturn]] void ThrowUsage(const SVerb& verb, const CLI::ParseError& error) {
     const std::string why = error.what();
-    const std::string name = why.substr(0, why.find(':'));
+    std::string name = why.substr(0, why.find(':'));
+    if (why.ends_with("disallowed flag override")) name = "--" + why.substr(0, why.find(' '));
     for (const auto& options : {verb.Options, CommonOptions()}) {
         const SOption* const option = FindOption(options, name);
         if (option == nullptr) continue;
