@@ -16,5 +16,6 @@ void MeasureEvents(const CBench& bench);
 void MeasureConnect(const CBench& bench);
 void MeasureGrowth(const CBench& bench);
 void MeasureAgent(const CBench& bench);
+void MeasureZamctl(const CBench& bench);
 
 }  // namespace zambench

@@ -29,7 +29,7 @@ constexpr SArea Areas[] = {{"memory", zambench::MeasureMemory},   {"calls", zamb
                            {"codec", zambench::MeasureCodec},     {"lists", zambench::MeasureReceivedLists},
                            {"objects", zambench::MeasureObjects}, {"events", zambench::MeasureEvents},
                            {"connect", zambench::MeasureConnect}, {"growth", zambench::MeasureGrowth},
-                           {"agent", zambench::MeasureAgent}};
+                           {"agent", zambench::MeasureAgent},     {"zamctl", zambench::MeasureZamctl}};
 
 void PrintUsage() {
     std::fprintf(stderr, "zam_bench [%s] [AREA...] [--benchmark_...]; areas:", Once);

@@ -354,7 +354,9 @@ void ReadValue(const Json& json, T& value, const SWhere& where) {
 template <class Record>
 void ReadRecord(const Json& json, Record& record, const SWhere& where) {
     if (!json.is_object()) FailExpecting(where, "an object", json);
-    for (const auto& [key, value] : json.items()) {
+    for (const auto& item : json.items()) {
+        const std::string& key = item.key();  // no binding: clang 14 captures none
+        const Json& value = item.value();
         bool isKnown = where.Path.empty() && key == "$schema";
         apigen::ForEachField(record, [&](const apigen::FieldInfo& info, auto& field) {
             if (info.Key != key) return;

@@ -33,9 +33,11 @@ std::string ModeWords(ZAMOwnerMode mode) {
             return "shared: others may look and change things";
         case ZAMOwnerMode::ReadOnly:
             return "readonly: others may look";
-        default:
+        case ZAMOwnerMode::Exclusive:
+        case ZAMOwnerMode::None:
             return "exclusive: nobody else may even look";
     }
+    return std::to_string(static_cast<int>(mode));
 }
 
 ZAMOwnerMode ModeCalled(std::string_view what, const std::string& word) {

@@ -43,36 +43,6 @@ std::string WithoutMarks(const std::string& text) {
     return out;
 }
 
-/// The number of the line at which a field stands, by its path: each key after the one before.
-std::size_t LineOf(const std::string& text, std::string_view path) {
-    std::size_t at = 0;
-    while (!path.empty()) {
-        const auto end = std::min(path.find_first_of(".["), path.size());
-        const std::string key = "\"" + std::string(path.substr(0, end)) + "\"";
-        if (end > 0) {
-            const auto found = text.find(key, at);
-            if (found == std::string::npos) break;
-            at = found;
-        }
-        path.remove_prefix(std::min(end + 1, path.size()));
-        // An index, "[2]", stands on no line of its own.
-        if (const auto close = path.find(']'); close != std::string_view::npos && close < path.find('.'))
-            path.remove_prefix(std::min(close + 2, path.size()));
-    }
-    return static_cast<std::size_t>(
-        std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at), '\n'));
-}
-
-/// "line 12, column 3: ..." begins what ParseJson throws.
-std::optional<std::size_t> LineIn(std::string_view why) {
-    constexpr std::string_view Word = "line ";
-    const auto at = why.find(Word);
-    if (at == std::string_view::npos) return std::nullopt;
-    const long line = std::strtol(std::string(why.substr(at + Word.size())).c_str(), nullptr, 10);
-    if (line < 1) return std::nullopt;
-    return static_cast<std::size_t>(line - 1);
-}
-
 std::string Marked(const std::string& text, std::size_t line, const std::string& why) {
     std::istringstream in(text);
     std::string out;
@@ -228,7 +198,8 @@ bool EditText(std::string text, const std::function<void(const std::string&)>& a
             return true;
         } catch (const CFieldError& error) {
             why = error.what();
-            line = error.Path().empty() ? LineIn(why).value_or(0) : LineOf(text, error.Path());
+            const auto place = error.Place() ? error.Place() : PlaceOf(text, error.Path());
+            line = place ? place->Line - 1 : 0;
             if (!IsInputTerminal()) throw CFailure(EExit::Usage, why);
         } catch (const CFailure& failure) {
             if (failure.Exit() != EExit::Usage && failure.Exit() != EExit::NotFound) throw;
