@@ -96,13 +96,6 @@ const std::vector<SShape>& Shapes() {
          {{"SizeInfo?", "SBackupRepositorySizeInfo?"}, {"CanBeDeleted?", "truth"}}},
         {"Server", "SBackupServerInfo", {{"Addresses", "text"}}},
         {"Provider", "SCloudServiceProviderInfo", {{"Addresses", "text"}}},
-        {"Event",
-         "SBaseEvent",
-         {{"JobId", "id?"},
-          {"JobName", "text?"},
-          {"SessionId", "id?"},
-          {"Status", "text?"},
-          {"Username", "text?"}}},
         // of the host
         {"Host", "SSystemInformation", {{"IsSystemSupported", "truth"}, {"ToolVersion", "version"}}},
         {"Service", "", {{"Name", "text"}, {"Status", "EServiceStatus"}}},
