@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """zamctl against the agent itself: what a user does from the first repository to a restored file."""
 import json
+import select
 import signal
 import subprocess
 import time
@@ -190,6 +191,19 @@ class Adopting(WithAgent):
         self.refused(NOT_FOUND, "repo", "adopt", "no-such-repository")
 
 
+class Forgetting(WithAgent):
+    def test_points_of_deleted_jobs_go_after_a_question(self):
+        self.expect(DONE, "job", "start", "home", "--follow")
+        self.expect(DONE, "job", "delete", "home", "--yes")
+        self.assertIn("/", self.expect(DONE, "point", "files", "latest"))
+        self.refused(USAGE, "point", "forget")
+        self.expect(DONE, "point", "forget", "--orphans", "--dry-run")
+        self.refused(USAGE, "point", "forget", "--orphans")
+        self.expect(DONE, "point", "files", "latest")
+        self.expect(DONE, "point", "forget", "--orphans", "--yes")
+        self.refused(NOT_FOUND, "point", "files", "latest")
+
+
 class Results(WithAgent):
     """How sessions end."""
 
@@ -229,19 +243,26 @@ class Results(WithAgent):
         self.assertIn("the agent is there again", errors)
 
     def test_events_are_followed_across_a_restart_of_the_agent(self):
-        process = self.start("events", "--count", "1", "--kind", "BackupJobDeleted", "-o", "jsonl")
-        self.expect(DONE, "job", "list")
-        time.sleep(0.2)  # it need not have subscribed; the agent going away is noticed sooner or later
-        self.stop_agent()
+        process = self.start("events", "--count", "2", "--kind", "BackupJobDeleted", "-o", "jsonl")
 
-        def ended():
+        def something_happens():
             self.expect(DONE, "job", "create", "brief", "--repo", "disk", "--dir", self.source)
             self.expect(DONE, "job", "delete", "brief", "--yes")
+
+        def has_begun():  # it says nothing when it has subscribed
+            something_happens()
+            return select.select([process.stdout], [], [], 0)[0]
+
+        def has_ended():
+            something_happens()
             return process.poll() is not None
-        self.wait_for(ended)
+        self.wait_for(has_begun)
+        self.stop_agent()
+        self.wait_for(has_ended)
         out, errors = process.communicate()
         self.assertEqual(process.returncode, DONE, errors)
-        self.assertEqual(json.loads(out)["Type"], "BackupJobDeleted")
+        self.assertEqual([json.loads(line)["Type"] for line in out.splitlines()], ["BackupJobDeleted"] * 2)
+        self.assertIn("the agent is there again", errors)
 
 
 class Encrypted(WithAgent):

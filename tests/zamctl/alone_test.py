@@ -8,7 +8,7 @@ import time
 import unittest
 from pathlib import Path
 
-from program import (DONE, INTERRUPTED, NO_AGENT, NOT_FOUND, REFUSED, USAGE, PROGRAMS, ZAMCTL, Program)
+from program import DONE, INTERRUPTED, NO_AGENT, REFUSED, USAGE, ZAMCTL, Program
 from terminal import columns_of
 
 
@@ -31,6 +31,12 @@ class Alone(Program):
                 self.assertEqual(text, self.expect(DONE, "help", *verb))
                 self.assertLessEqual(max(map(columns_of, text.split("For example:")[0].splitlines())), 100)
         self.assertNotIn("__complete", general)
+
+    def test_every_verb_has_a_test(self):
+        tests = "".join(path.read_text() for path in Path(__file__).parent.glob("*_test.py"))
+        for verb in self.verbs():
+            words = ", ".join(f'"{word}"' for word in verb)
+            self.assertTrue(words in tests or "zamctl " + " ".join(verb) in tests, verb)
 
     def test_what_can_not_be_understood_is_named_with_what_is_accepted(self):
         cases = [

@@ -3,12 +3,12 @@
 import json
 import os
 import re
+import select
 import signal
-import subprocess
 import unittest
 from pathlib import Path
 
-from program import (DONE, FAILED, INTERRUPTED, NO_AGENT, NOT_FOUND, REFUSED, SECRET, USAGE, WithTestAgent, ZAMCTL)
+from program import (DONE, FAILED, INTERRUPTED, NO_AGENT, NOT_FOUND, REFUSED, SECRET, USAGE, WithTestAgent)
 from terminal import columns_of, plain, screen
 
 CONSOLE = {"id": "{11111111-2222-3333-4444-555555555555}", "name": "the console", "type": "ManagementConsole"}
@@ -174,6 +174,15 @@ class Following(WithTestAgent):
         self.assertEqual({row["Uid"] for row in rows}, {session})
         self.assertEqual((rows[-1]["State"], rows[-1]["PercentCompleted"]), ("Stopped", 100))
 
+    def test_session_is_stopped(self):
+        self.script(clock={"mode": "held"})
+        self.refused(NOT_FOUND, "session", "stop", "nightly")
+        self.expect(DONE, "job", "start", "nightly")
+        self.assertEqual(self.json("session", "stop", "latest", "--message", "not now")["State"], "Stopping")
+        self.expect(FAILED, "session", "follow", "nightly")
+        self.assertIn("not now", self.expect(DONE, "session", "log", "nightly"))
+        self.refused(REFUSED, "session", "stop", "nightly")
+
     def test_lost_connection_is_made_anew(self):
         self.script(clock={"stepMs": 100}, rules=[{"method": "GetInfo", "skip": 3, "times": 1, "action": "disconnect"}])
         ended, out, errors = self.run_it("job", "start", "nightly", "--follow")
@@ -263,7 +272,6 @@ class Following(WithTestAgent):
         self.assertEqual(process.returncode, INTERRUPTED)
 
     def readable(self, stream):
-        import select
         return bool(select.select([stream], [], [], 0.05)[0])
 
 
