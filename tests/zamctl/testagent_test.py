@@ -45,6 +45,20 @@ class Finding(WithTestAgent):
             self.assertIn(f'"{word}"', errors)
             self.assertIn("did you mean", errors)
 
+    def test_words_are_taken_as_they_are(self):
+        """One in brackets is no list, and behind -- a dash is no option's."""
+        for name in ("[x,y]", "[]", "-5", "--repo", "--", "=", "{}", "%%", "'a' \"b\"", "a\\b"):
+            with self.subTest(name):
+                self.expect(DONE, "job", "create", "--repo", "main", "--dir", "/" + name, "--", name)
+                job = json.loads(self.expect(DONE, "job", "show", "-o", "json", "--", name))
+                self.assertEqual(job["Name"], name)
+                self.assertEqual(job["Configuration"]["Source"]["IncludeDirs"], ["/" + name])
+        self.expect(DONE, "job", "create", "[a,b]", "--repo", "main", "--dir", "[c,d]")
+        folders = self.json("job", "show", "[a,b]")["Configuration"]["Source"]["IncludeDirs"]
+        self.assertEqual(folders, [str(self.folder / "[c,d]")])
+        self.assertIn('no use for "--repo"', self.refused(USAGE, "job", "create", "--", "--odd", "--repo", "main"))
+        self.assertIn("--dir names no folder", self.refused(USAGE, "job", "create", "x", "--repo", "main", "--dir", ""))
+
     def test_everything_that_can_be_named_is_refused_when_it_is_not_there(self):
         for words in (["job", "show", "x"], ["job", "start", "x"], ["session", "show", "x"], ["session", "show", "latest"],
                       ["repo", "show", "x"], ["server", "show", "x"], ["provider", "show", "x"],
