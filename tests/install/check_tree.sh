@@ -19,9 +19,18 @@ expected_runtime() {
         echo "$libdir/lib$name.so.$major"
         echo "$libdir/lib$name.so.$version"
     done
-    for name in tarvoinstaller tarvoconfig tarvod; do
+    for name in tarvoinstaller tarvoconfig tarvod zamctl; do
         echo "bin/$name"
     done
+    # Each noun of zamctl has a page of its own.
+    echo share/man/man1/zamctl.1
+    for name in $("$prefix/bin/zamctl" __complete -- manual ""); do
+        echo "share/man/man1/zamctl-$name.1"
+    done
+    echo share/bash-completion/completions/zamctl
+    echo share/zsh/site-functions/_zamctl
+    echo share/fish/vendor_completions.d/zamctl.fish
+    echo share/zamclientlib/zamctl.schema.json
     echo lib/systemd/system/tarvod.service
     echo lib/systemd/system/tarvod.socket
     echo share/tarvo/tarvod.conf

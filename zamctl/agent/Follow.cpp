@@ -68,6 +68,9 @@ public:
 
     [[nodiscard]] bool HasEvents() const { return m_events != nullptr; }
 
+    /// Does without events until it is connected anew.
+    void Deafen() { m_events.reset(); }
+
     /// Does `action` again and again, until the agent has been there for it; between two tries it is connected anew.
     template <class Action>
     void Through(Action&& action) {
@@ -160,7 +163,16 @@ SBackupJobSessionInfo FollowSession(CAgent& agent, const apigen::Guid& sessionId
         shown = info;
         if (hasEnded) return info;
         // Progress has no events of its own: an event wakes us before the round is over.
-        watch.Through([&] { (void)watch.NextEvent(); });
+        watch.Through([&] {
+            try {
+                (void)watch.NextEvent();
+            } catch (const apigen::InterruptedError&) {
+                throw;
+            } catch (const apigen::ApiException& error) {
+                if (error.IsConnectionLost()) throw;
+                watch.Deafen();  // what can't be read is no news, but looking goes on
+            }
+        });
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "show/COutput.h"
 
+#include <apigen/Guid.h>
 #include <zamclientlib/CommonRecords.h>
 
 #include <unistd.h>
@@ -314,6 +315,31 @@ private:
         m_rows = 0;
     }
 
+    /// On a terminal, in lines that end where it does; an id, which is of no use in two parts, by its beginning.
+    std::string Fitted(std::string words, std::size_t indent) {
+        constexpr std::size_t Least = 8;
+        const std::size_t room =
+            std::max<std::size_t>(Width() - std::min<std::size_t>(indent, Width()), Least);
+        if (!m_isTerminal || ColumnsOf(words) <= room) return words;
+        if (apigen::Guid::Parse(words)) return words.substr(0, Least);
+        std::string lines;
+        for (std::string_view rest = words; !rest.empty();) {
+            std::size_t length = 0;
+            std::size_t columns = 0;
+            while (length < rest.size()) {
+                const SCharacter next = FirstCharacter(rest.substr(length));
+                const auto width = static_cast<std::size_t>(std::max(WidthOf(next.Code), 0));
+                if (columns + width > room) break;
+                columns += width;
+                length += std::max<std::size_t>(next.Length, 1);
+            }
+            if (!lines.empty()) lines.append("\n").append(indent, ' ');
+            lines += rest.substr(0, length);
+            rest.remove_prefix(length);
+        }
+        return lines;
+    }
+
     std::string ItemLines(const COutput& output, const std::vector<SColumn>& columns, const Json& item) {
         std::size_t longest = 0;
         for (const SColumn& column : columns)
@@ -331,6 +357,7 @@ private:
                     words += output.Cell(column, element);
                 }
             }
+            if (!value.is_array()) words = Fitted(std::move(words), longest + 2);
             if (m_options.HasColours && column.Kind == EKind::Outcome)
                 words = Coloured(words, ColourOf(value));
             lines.append(start).append(words).append("\n");

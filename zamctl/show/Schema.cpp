@@ -76,18 +76,13 @@ const std::vector<SShape>& Shapes() {
         {"FileRow",
          "",
          {{"path", "text"},
+          {"escaped", "text"},
           {"type", "text"},
           {"size", "integer"},
           {"mode", "text"},
           {"user", "integer"},
           {"group", "integer"},
           {"changed", "text"}}},
-        // of places
-        {"Repository",
-         "SBackupRepositoryInfo",
-         {{"SizeInfo?", "SBackupRepositorySizeInfo?"}, {"CanBeDeleted?", "truth"}}},
-        {"Server", "SBackupServerInfo", {{"Addresses", "text"}}},
-        {"Provider", "SCloudServiceProviderInfo", {{"Addresses", "text"}}},
         {"Event",
          "SBaseEvent",
          {{"JobId", "id?"},
@@ -95,6 +90,12 @@ const std::vector<SShape>& Shapes() {
           {"SessionId", "id?"},
           {"Status", "text?"},
           {"Username", "text?"}}},
+        // of places
+        {"Repository",
+         "SBackupRepositoryInfo",
+         {{"SizeInfo?", "SBackupRepositorySizeInfo?"}, {"CanBeDeleted?", "truth"}}},
+        {"Server", "SBackupServerInfo", {{"Addresses", "text"}}},
+        {"Provider", "SCloudServiceProviderInfo", {{"Addresses", "text"}}},
         // of the host
         {"Host", "SSystemInformation", {{"IsSystemSupported", "truth"}, {"ToolVersion", "version"}}},
         {"Service", "", {{"Name", "text"}, {"Status", "EServiceStatus"}}},
@@ -273,15 +274,15 @@ private:
 
     Json SchemaOfShape(std::string_view shape) const {
         if (shape == "any") return true;
+        if (shape.ends_with('?')) return OrNull(SchemaOfShape(shape.substr(0, shape.size() - 1)));
+        if (shape.starts_with('[') && shape.ends_with(']'))
+            return ListOf(SchemaOfShape(shape.substr(1, shape.size() - 2)));
         if (const auto bar = shape.find('|'); bar != std::string_view::npos) {
             Json either;
             either["anyOf"] =
                 Json::array({SchemaOfShape(shape.substr(0, bar)), SchemaOfShape(shape.substr(bar + 1))});
             return either;
         }
-        if (shape.ends_with('?')) return OrNull(SchemaOfShape(shape.substr(0, shape.size() - 1)));
-        if (shape.starts_with('[') && shape.ends_with(']'))
-            return ListOf(SchemaOfShape(shape.substr(1, shape.size() - 2)));
         if (Json plain = PlainSchema(shape); !plain.is_null()) return plain;
         const std::string name(shape);
         const auto found = m_definitions.find(name);

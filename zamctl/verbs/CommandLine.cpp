@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <deque>
-#include <limits>
+#include <iterator>
 
 #include "show/Terminal.h"
 #include "show/Words.h"
@@ -91,26 +91,33 @@ using Values = std::deque<std::vector<std::string>>;
 CLI::Option* Declare(CLI::App& app, const SOption& option, Values& values) {
     std::string names = option.Name;
     if (option.Short != 0) names = std::string("-") + option.Short + "," + names;
-    if (option.Value == nullptr) return app.add_flag(names);
+    if (option.Value == nullptr) return app.add_flag(names)->disable_flag_override();
     auto* const declared = app.add_option(names, values.emplace_back());
     declared->expected(1)->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     return declared;
+}
+
+/// How it is used, or where that is told when it is too long for a hint.
+std::string UsageHint(const SVerb& verb) {
+    constexpr std::size_t Most = 120;
+    const std::string usage = "usage: " + Usage(verb);
+    return usage.size() <= Most ? usage : "see zamctl " + FullName(verb) + " --help";
 }
 
 /// What CLI11 says of a command line, in words of ours: that a value is missing, "--limit: 1 required TEXT missing", is
 /// what there is left to say.
 [[noreturn]] void ThrowUsage(const SVerb& verb, const CLI::ParseError& error) {
     const std::string why = error.what();
-    const std::string name = why.substr(0, why.find(':'));
+    std::string name = why.substr(0, why.find(':'));
+    if (why.ends_with("disallowed flag override")) name = "--" + why.substr(0, why.find(' '));
     for (const auto& options : {verb.Options, CommonOptions()}) {
         const SOption* const option = FindOption(options, name);
         if (option == nullptr) continue;
         if (option->Value == nullptr)
-            throw CFailure(EExit::Usage, std::string(option->Name) + " takes no value",
-                           "usage: " + Usage(verb));
+            throw CFailure(EExit::Usage, std::string(option->Name) + " takes no value", UsageHint(verb));
         throw CFailure(EExit::Usage, std::string(option->Name) + " needs " + option->Value, option->Help);
     }
-    throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(why), "usage: " + Usage(verb));
+    throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(why), UsageHint(verb));
 }
 
 /// The value, as the choice that it is in any case.
@@ -126,18 +133,13 @@ std::string Chosen(const Word& of, const std::string& value) {
                    DidYouMean(value, choices, "it is one of " + Listed(choices)));
 }
 
-void RefuseRest(const SVerb& verb, const std::vector<std::string>& rest) {
-    if (rest.empty()) return;
-    const std::string& word = rest.front();
-    if (word.starts_with('-') && word.size() > 1) {
-        std::vector<std::string> known;
-        for (const auto& options : {verb.Options, CommonOptions()})
-            for (const auto& option : options)
-                known.emplace_back(option.Name);
-        throw CFailure(EExit::Usage, FullName(verb) + " has no option " + Quoted(word),
-                       DidYouMean(word.substr(0, word.find('=')), known, "usage: " + Usage(verb)));
-    }
-    throw CFailure(EExit::Usage, FullName(verb) + " has no use for " + Quoted(word), "usage: " + Usage(verb));
+[[noreturn]] void RefuseOption(const SVerb& verb, const std::string& word) {
+    std::vector<std::string> known;
+    for (const auto& options : {verb.Options, CommonOptions()})
+        for (const auto& option : options)
+            known.emplace_back(option.Name);
+    throw CFailure(EExit::Usage, FullName(verb) + " has no option " + Quoted(word),
+                   DidYouMean(word.substr(0, word.find('=')), known, UsageHint(verb)));
 }
 
 SCommonOptions CommonOf(const SVerb& verb, const CCall& call) {
@@ -245,36 +247,35 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
     for (const auto& some : {verb.Options, CommonOptions()})
         for (const auto& option : some)
             options.emplace_back(&option, Declare(app, option, values));
-    // One list of words: whose they are is for the table to say, where several may be left out.
-    auto* const words =
-        app.add_option("WORDS", values.emplace_back())->expected(0, std::numeric_limits<int>::max());
+    const auto mark =
+        std::find(chosen.Others.begin(), chosen.Others.end(), "--");  // behind it are words only
     try {
-        std::vector<std::string> reversed(chosen.Others.rbegin(), chosen.Others.rend());
+        std::vector<std::string> reversed(std::make_reverse_iterator(mark), chosen.Others.rend());
         app.parse(reversed);
     } catch (const CLI::ParseError& error) {
         ThrowUsage(verb, error);
     }
-    // Left over as well: the first "--", behind which all are words.
-    auto rest = app.remaining();
-    if (const auto mark = std::find(rest.begin(), rest.end(), "--"); mark != rest.end()) rest.erase(mark);
-    RefuseRest(verb, rest);
-
-    const auto& given = words->results();
+    // The words are what the parser has no use for: as its own it would take "[a,b]" for two.
+    std::vector<std::string> given = app.remaining();
+    for (const auto& word : given)
+        if (word.starts_with('-') && word.size() > 1) RefuseOption(verb, word);
+    if (mark != chosen.Others.end()) given.insert(given.end(), mark + 1, chosen.Others.end());
     std::size_t taken = 0;
     for (const auto& argument : verb.Arguments) {
         if (taken == given.size() && !argument.IsOptional)
-            throw CFailure(EExit::Usage, FullName(verb) + " needs " + argument.Name, "usage: " + Usage(verb));
+            throw CFailure(EExit::Usage, FullName(verb) + " needs " + argument.Name, UsageHint(verb));
         const std::size_t end = argument.IsRepeated ? given.size() : std::min(taken + 1, given.size());
         for (; taken < end; ++taken)
             line.Words.emplace_back(argument.Name, Chosen(argument, given[taken]));
     }
-    RefuseRest(verb, {given.begin() + static_cast<std::ptrdiff_t>(taken), given.end()});
+    if (taken < given.size())
+        throw CFailure(EExit::Usage, FullName(verb) + " has no use for " + Quoted(given[taken]),
+                       UsageHint(verb));
     for (const auto& [option, declared] : options) {
         if (option->Value == nullptr) {
             if (declared->count() > 0) line.Words.emplace_back(option->Name, "");
             if (declared->count() == 0 && option->IsRequired)
-                throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name,
-                               "usage: " + Usage(verb));
+                throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name, UsageHint(verb));
             continue;
         }
         const auto& own = declared->results();
@@ -283,7 +284,7 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
         for (const auto& value : own)
             line.Words.emplace_back(option->Name, Chosen(*option, value));
         if (own.empty() && option->IsRequired)
-            throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name, "usage: " + Usage(verb));
+            throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name, UsageHint(verb));
     }
     line.Verb = &verb;
     line.Common = CommonOf(verb, CCall(verb, {}, line.Words));

@@ -294,7 +294,7 @@ _zamctl() {
                 COMPREPLY+=("$line")
                 ;;
         esac
-    done < <("${COMP_WORDS[0]}" __complete -- "${words[@]}" 2>/dev/null)
+    done < <("${COMP_WORDS[0]/#\~/$HOME}" __complete -- "${words[@]}" 2>/dev/null)
 }
 complete -F _zamctl zamctl
 )";
@@ -305,7 +305,7 @@ _zamctl() {
     local line
     local -a lines words_so_far shown
     words_so_far=("${(@Q)words[2,CURRENT]}")
-    lines=("${(@f)$("${(Q)words[1]}" __complete -- "${words_so_far[@]}" 2>/dev/null)}")
+    lines=("${(@f)$("${${(Q)words[1]}/#\~/$HOME}" __complete -- "${words_so_far[@]}" 2>/dev/null)}")
     for line in "${lines[@]}"; do
         case $line in
             '') ;;

@@ -47,12 +47,21 @@ std::string Described(const SBackupJobInfo& info) {
     return "Job " + Quoted(info.Name) + " (" + IdText(info.Id) + ")";
 }
 
+/// For programs: a row where the verb gives a list.
+void ShowForPrograms(CCall& call, const std::vector<SColumn>& columns, const Json& item) {
+    if (call.Out.IsForPeople()) return;
+    if (call.Verb().Shape[0] == '[') {
+        call.Out.Row(columns, item);
+    } else {
+        call.Out.Item(columns, item);
+    }
+}
+
 /// What happened, for people; the job as it is now, for programs.
 void ShowChanged(CCall& call, const IBackupJob& job, const std::string& what) {
     const auto info = job.GetInfo();
     call.Out.Say(Described(info) + " " + what);
-    if (!call.Out.IsForPeople())
-        call.Out.Item({{"Id", "Id"}, {"Name", "Name"}, {"Enabled", "Enabled"}}, ToJson(info));
+    ShowForPrograms(call, {{"Id", "Id"}, {"Name", "Name"}, {"Enabled", "Enabled"}}, ToJson(info));
 }
 
 void SayFindings(CCall& call, const std::vector<SCheckJobValidityMessage>& findings) {
@@ -93,7 +102,7 @@ EExit DryRun(CCall& call, IZamProduct& product, const SBackupJobConfigurationInf
         hasError = hasError || finding.MessageType == ELogDetailType::Error;
     }
     if (!call.Out.IsForPeople()) {
-        call.Out.Item({{"Configuration", "Configuration"}, {"Findings", "Findings"}}, result);
+        ShowForPrograms(call, {{"Configuration", "Configuration"}, {"Findings", "Findings"}}, result);
     } else {
         call.Out.Heading("This would be sent:");
         call.Out.Raw(JsonText(result["Configuration"], true) + "\n");
@@ -247,10 +256,12 @@ EExit Import(CCall& call) {
     const auto objects = ObjectsIn(ReadText(file));
     if (objects.empty()) throw CFailure(EExit::Usage, "the file " + Quoted(file) + " holds no job");
     auto change = call.Change();
+    // A mistake in the last one keeps the first from being made.
+    std::vector<SBackupJobConfigurationInfo> configs(objects.size());
+    for (std::size_t i = 0; i < objects.size(); ++i)
+        ImportInto(*change, objects[i], configs[i]);
     EExit exit = EExit::Done;
-    for (const auto& object : objects) {
-        SBackupJobConfigurationInfo config;
-        ImportInto(*change, object, config);
+    for (const auto& config : configs) {
         const auto jobs = AllJobs(*change);
         const auto same = std::find_if(jobs.begin(), jobs.end(),
                                        [&](const SFoundJob& job) { return job.Info.Name == config.JobName; });
@@ -264,6 +275,7 @@ EExit Import(CCall& call) {
             SayFindings(call, job->CheckValidity());
         }
     }
+    if (!call.Out.IsForPeople()) call.Out.EndRows({{"Id", "Id"}, {"Name", "Name"}, {"Enabled", "Enabled"}});
     return exit;
 }
 
@@ -484,7 +496,7 @@ std::span<const SVerb> JobVerbs() {
               .Arguments = NewJob,
               .Options = JobOptions(),
               .Run = Create,
-              .Shape = "SBackupJobInfo"},
+              .Shape = "SBackupJobInfo|DryRun"},
         SVerb{.Noun = "job",
               .Name = "update",
               .Help = "changes what is said, and leaves the rest",
@@ -493,7 +505,7 @@ std::span<const SVerb> JobVerbs() {
               .Arguments = OneJob,
               .Options = UpdateOptions(),
               .Run = Update,
-              .Shape = "SBackupJobInfo"},
+              .Shape = "SBackupJobInfo|DryRun"},
         SVerb{.Noun = "job",
               .Name = "edit",
               .Help = "changes the definition in $EDITOR",
@@ -513,7 +525,7 @@ std::span<const SVerb> JobVerbs() {
               .Arguments = OneJob,
               .Options = StartOptions,
               .Run = Start,
-              .Shape = "SBackupJobSessionInfo"},
+              .Shape = "SBackupJobSessionInfo|[SBackupJobSessionInfo]"},
         SVerb{.Noun = "job",
               .Name = "stop",
               .Help = "stops the run that is under way",
@@ -563,7 +575,7 @@ std::span<const SVerb> JobVerbs() {
               .Arguments = ImportedFile,
               .Options = ImportOptions,
               .Run = Import,
-              .Shape = "SBackupJobInfo"},
+              .Shape = "[SBackupJobInfo|DryRun]"},
         SVerb{.Noun = "job",
               .Name = "diff",
               .Help = "tells in what a job differs from a file",
@@ -578,7 +590,7 @@ std::span<const SVerb> JobVerbs() {
               .Arguments = NoteArguments,
               .Options = ChangeOnly,
               .Run = Note,
-              .Shape = "Note"},
+              .Shape = "Note|SBackupJobInfo"},
         SVerb{.Noun = "job",
               .Name = "resolve",
               .Help = "tells what the agent makes of names of disks, volumes and folders",

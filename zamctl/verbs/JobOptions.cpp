@@ -196,8 +196,10 @@ void ApplySource(const CCall& call, SBackupSourceInfo& source) {
                        "say one of --dir, --volume, --machine");
     const auto paths = [&](std::string_view option) {
         std::vector<std::string> all;
-        for (const auto& path : call.Values(option))
+        for (const auto& path : call.Values(option)) {
+            if (path.empty()) throw CFailure(EExit::Usage, std::string(option) + " names no folder");
             all.push_back(AbsolutePath(path));
+        }
         return all;
     };
     if (hasDirs) {

@@ -72,6 +72,12 @@ std::string Paragraphs(std::string_view text) {
     return out;
 }
 
+/// Whether the help names them all itself.
+bool NamesAll(std::string_view help, std::span<const char* const> choices) {
+    return std::all_of(choices.begin(), choices.end(),
+                       [&](const char* choice) { return help.find(choice) != std::string_view::npos; });
+}
+
 /// The help of verbs begins like the verb itself does, "starts a job".
 std::string Sentence(std::string_view help) {
     std::string text(help);
@@ -112,16 +118,23 @@ std::string Synopsis(const SVerb& verb) {
     return line + "\n";
 }
 
-std::string OneOf(std::span<const char* const> choices) {
-    if (choices.empty()) return "";
-    std::string line = "One of";
+/// The help of a word that has choices; one that begins with a choice is left as it is.
+template <class Word>
+std::string HelpOf(const Word& word) {
+    const std::span<const char* const> choices = word.Choices;
+    const std::string_view help = word.Help;
+    const bool isChoiceFirst = std::any_of(choices.begin(), choices.end(),
+                                           [&](const char* choice) { return help.starts_with(choice); });
+    std::string line = isChoiceFirst ? Troff(help) + ".\n" : Sentence(help);
+    if (NamesAll(help, choices)) return line;
+    line += "One of";
     for (const char* const choice : choices)
         line += (choice == choices.front() ? " " : ", ") + Bold(choice);
     return line + ".\n";
 }
 
 std::string Entry(const SArgument& argument) {
-    return ".TP\n" + Italic(argument.Name) + "\n" + Sentence(argument.Help) + OneOf(argument.Choices);
+    return ".TP\n" + Italic(argument.Name) + "\n" + HelpOf(argument);
 }
 
 std::string Entry(const SOption& option) {
@@ -129,8 +142,7 @@ std::string Entry(const SOption& option) {
     if (option.Short != 0) line += Bold(std::string("-") + option.Short) + ", ";
     line += Bold(option.Name);
     if (option.Value != nullptr) line += " " + Italic(option.Value);
-    line += "\n" + Sentence(option.Help);
-    line += OneOf(option.Choices);
+    line += "\n" + HelpOf(option);
     if (option.IsRepeated) line += "May be given again.\n";
     return line;
 }
