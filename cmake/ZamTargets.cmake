@@ -67,6 +67,10 @@ endfunction()
 # zam_optimise_for_size(SOURCES...): for sources whose size matters more than their speed.
 function(zam_optimise_for_size)
     set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release>:-Os>")
+    # Headers compiled ahead are for sources with the same options.
+    if(CMAKE_BUILD_TYPE STREQUAL "Release")
+        set_source_files_properties(${ARGN} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+    endif()
 endfunction()
 
 # Tests call what shall fail, and have no use for its result. Last of the options, since clang's -Wall brings it back.
@@ -87,7 +91,7 @@ function(zam_test name)
     cmake_parse_arguments(arg "THREADS" "LABEL" "LIBRARIES" ${ARGN})
     zam_program(${name} ${arg_UNPARSED_ARGUMENTS})
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gtest_main zam_test_options)
-    set(properties TIMEOUT 120)
+    set(properties "")
     set(labels ${arg_LABEL})
     if(arg_THREADS)
         list(APPEND labels threads)
@@ -101,5 +105,17 @@ function(zam_test name)
         list(JOIN labels - label)
         list(APPEND properties LABELS ${label})
     endif()
-    gtest_discover_tests(${name} PROPERTIES ${properties} DISCOVERY_TIMEOUT 60)
+    if(NOT ZAM_SANITIZERS)
+        gtest_discover_tests(${name} PROPERTIES TIMEOUT 120 ${properties} DISCOVERY_TIMEOUT 60)
+        return()
+    endif()
+    # With a sanitizer a process takes longer to start and to end than most tests take, so CTest knows parts of the
+    # program, each of which runs its share of the tests.
+    set(parts 4)
+    foreach(part RANGE 1 ${parts})
+        math(EXPR index "${part} - 1")
+        add_test(NAME ${name}.Part${part}Of${parts} COMMAND ${name} --gtest_brief=1)
+        set_tests_properties(${name}.Part${part}Of${parts} PROPERTIES TIMEOUT 600 ${properties}
+            ENVIRONMENT "GTEST_TOTAL_SHARDS=${parts};GTEST_SHARD_INDEX=${index}")
+    endforeach()
 endfunction()

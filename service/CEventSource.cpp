@@ -220,12 +220,13 @@ private:
     }
 
     void Handle(const epoll_event& event) {
-        if (event.data.u64 == ListenerId) {
+        const std::uint64_t id = event.data.u64;  // a copy: there, it may lie at any address
+        if (id == ListenerId) {
             if (!m_isStopping) Accept();
-        } else if (event.data.u64 == WakeId) {
+        } else if (id == WakeId) {
             std::uint64_t ignored = 0;
             (void)::read(m_wake.Get(), &ignored, sizeof ignored);
-        } else if (const auto found = m_subscribers.find(event.data.u64); found != m_subscribers.end()) {
+        } else if (const auto found = m_subscribers.find(id); found != m_subscribers.end()) {
             if (!found->second.Handle(event.events)) Disconnect(found);
         }
     }

@@ -282,20 +282,19 @@ std::string ReadFile(const char* path) {
     struct stat status {};
     if (::fstat(file.Get(), &status) != 0) refuse("it can't be examined: ", errno);
     if (!S_ISREG(status.st_mode)) throw std::runtime_error("it is no regular file");
-    std::string text(MaxBytes + 1, '\0');
-    std::size_t size = 0;
-    while (size < text.size()) {
-        const ssize_t got = ::read(file.Get(), text.data() + size, text.size() - size);
+    std::string text;
+    std::array<char, 16 * 1024> piece{};
+    while (text.size() <= MaxBytes) {
+        const ssize_t got = ::read(file.Get(), piece.data(), piece.size());
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) refuse("it can't be read: ", errno);
         if (got == 0) break;
-        size += static_cast<std::size_t>(got);
+        text.append(piece.data(), static_cast<std::size_t>(got));
     }
-    if (size == 0) throw std::runtime_error("it is empty; {} is the least that is accepted");
-    if (size > MaxBytes) {
+    if (text.empty()) throw std::runtime_error("it is empty; {} is the least that is accepted");
+    if (text.size() > MaxBytes) {
         throw std::runtime_error("it is larger than " + std::to_string(MaxBytes) + " bytes");
     }
-    text.resize(size);
     return text;
 }
 

@@ -82,10 +82,10 @@ TEST_F(SimpleLogger, WritesNoLineWhenItEnds) {
 }
 
 TEST_F(SimpleLogger, TakesTheFolderWithAndWithoutASlash) {
-    EXPECT_EQ(CSimpleLogger::MakeFileName("/var/log/tarvo/config", "apiclient_control.log"),
-              "/var/log/tarvo/config/apiclient_control.log");
-    EXPECT_EQ(CSimpleLogger::MakeFileName("/var/log/tarvo/", "apiclient_installer.log"),
-              "/var/log/tarvo/apiclient_installer.log");
+    EXPECT_EQ(CSimpleLogger::MakeFileName("/nonexistent/tarvo/config", "apiclient_control.log"),
+              "/nonexistent/tarvo/config/apiclient_control.log");
+    EXPECT_EQ(CSimpleLogger::MakeFileName("/nonexistent/tarvo/", "apiclient_installer.log"),
+              "/nonexistent/tarvo/apiclient_installer.log");
     EXPECT_EQ(CSimpleLogger::MakeFileName(m_folder.Path(), "x"),
               CSimpleLogger::MakeFileName(m_folder.Path() + '/', "x"));
 }

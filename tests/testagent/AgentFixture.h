@@ -23,7 +23,7 @@ using namespace std::chrono_literals;  // NOLINT: for tests alone
 
 /// Waits until `condition` holds; false when it does not within ten seconds.
 inline bool Eventually(const std::function<bool()>& condition) {
-    const auto limit = std::chrono::steady_clock::now() + 10s;
+    const auto limit = std::chrono::steady_clock::now() + 30s;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > limit) return false;
         std::this_thread::sleep_for(1ms);
