@@ -275,7 +275,7 @@ TEST_F(WaitingForATurn, IsNothingThatAReleaseDoesToAToolThatReadsNoMore) {
         others.push_back(std::make_shared<zamclientlib::IService_Proxy>(invoker, apigen::Handle{handle}));
     const auto start = Clock::now();
     others.clear();
-    EXPECT_LT(Clock::now() - start, 2s);
+    EXPECT_LT(Clock::now() - start, 4s);
 }
 
 }  // namespace
