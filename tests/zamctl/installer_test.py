@@ -30,7 +30,7 @@ class Installer(Program):
         (tree / "DEBIAN").mkdir()
         (tree / "DEBIAN/control").write_text(
             f"Package: {name}\nVersion: {version}\nArchitecture: all\nMaintainer: Somebody <somebody@example.org>\n"
-            f"Description: What {name} is\n")
+            f"Description: What {name} is\n in more words\n")
         file = (folder or self.folder) / f"{name}_{version}.deb"
         subprocess.run(["dpkg-deb", "--root-owner-group", "--build", tree, file], check=True,
                        stdout=subprocess.DEVNULL)
@@ -63,7 +63,9 @@ class Installer(Program):
         said = self.expect(DONE, "installer", "install", "./useful_1.0.deb", *self.tool)
         self.assertEqual(said, 'Package "useful" is installed: version 1.0\n')
         self.assertEqual(self.json("installer", "package", "useful", *self.tool),
-                         {"Name": "useful", "Description": "What useful is", "VersionRaw": "1.0"})
+                         {"Name": "useful", "Description": "What useful is\n in more words", "VersionRaw": "1.0"})
+        self.assertEqual(self.expect(DONE, "installer", "package", "useful", *self.tool).splitlines(),
+                         ["Package:     useful", "Version:     1.0", "Description: What useful is"])
         newer = self.package("useful", "1.1")
         self.assertEqual(self.json("installer", "update", newer, *self.tool)[0]["VersionRaw"], "1.1")
         self.assertEqual(self.json("installer", "package", newer, *self.tool)["VersionRaw"], "1.1")
