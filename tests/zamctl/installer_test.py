@@ -30,14 +30,14 @@ class Installer(Program):
         (tree / "DEBIAN").mkdir()
         (tree / "DEBIAN/control").write_text(
             f"Package: {name}\nVersion: {version}\nArchitecture: all\nMaintainer: Somebody <somebody@example.org>\n"
-            f"Description: What {name} is\n")
+            f"Description: What {name} is\n in more words\n")
         file = (folder or self.folder) / f"{name}_{version}.deb"
         subprocess.run(["dpkg-deb", "--root-owner-group", "--build", tree, file], check=True,
                        stdout=subprocess.DEVNULL)
         return file
 
     def test_host_is_told_of(self):
-        host = self.json("installer", "info", *self.tool)
+        host = self.fitting("installer", "info", *self.tool, command="installer-info")
         self.assertEqual((host["OsName"], host["OsId"], host["IsSystemSupported"]),
                          ("Debian of a test", "debian", True))
         self.assertTrue(host["NetworkInterfaces"])
@@ -62,17 +62,20 @@ class Installer(Program):
         # The tool has a folder of its own: what is relative is so to the user's.
         said = self.expect(DONE, "installer", "install", "./useful_1.0.deb", *self.tool)
         self.assertEqual(said, 'Package "useful" is installed: version 1.0\n')
-        self.assertEqual(self.json("installer", "package", "useful", *self.tool),
-                         {"Name": "useful", "Description": "What useful is", "VersionRaw": "1.0"})
+        self.assertEqual(self.fitting("installer", "package", "useful", *self.tool, command="installer-package"),
+                         {"Name": "useful", "Description": "What useful is\n in more words", "VersionRaw": "1.0"})
+        self.assertEqual(self.expect(DONE, "installer", "package", "useful", *self.tool).splitlines(),
+                         ["Package:     useful", "Version:     1.0", "Description: What useful is"])
         newer = self.package("useful", "1.1")
-        self.assertEqual(self.json("installer", "update", newer, *self.tool)[0]["VersionRaw"], "1.1")
+        self.assertEqual(self.fitting("installer", "update", newer, *self.tool, command="installer-update")[0]["VersionRaw"], "1.1")
         self.assertEqual(self.json("installer", "package", newer, *self.tool)["VersionRaw"], "1.1")
         self.assertIn("nobody is there to be asked", self.refused(USAGE, "installer", "remove", "useful", *self.tool))
         terminal = self.terminal("installer", "remove", "useful", *self.tool)
         terminal.expect('Remove 1 package, "useful", from this host? [y/N]')
         terminal.send("no\n")
         self.assertEqual(terminal.end(), REFUSED)
-        self.assertEqual(self.json("installer", "remove", "useful", "--yes", *self.tool)[0]["VersionRaw"], "1.1")
+        self.assertEqual(self.fitting("installer", "remove", "useful", "--yes", *self.tool,
+                                      command="installer-remove")[0]["VersionRaw"], "1.1")
         self.refused(NOT_FOUND, "installer", "remove", "useful", "--yes", *self.tool)
 
     def test_refusals_of_the_tool_reach_the_user(self):
@@ -89,7 +92,7 @@ class Installer(Program):
         index = release / "index.xml"
         index.write_text('<PackageIndex format="1" version="6.1.0.27"><Distribution id="debian" architecture="amd64">'
                          '<File>tarvo-agent_6.1.0.27.deb</File></Distribution></PackageIndex>')
-        before = self.json("installer", "deployer", index, *self.tool)
+        before = self.fitting("installer", "deployer", index, *self.tool, command="installer-deployer")
         self.assertEqual((before["IsProductInstalled"], before["AgentVersion"]), (False, None))
         self.assertEqual(before["Offer"]["PackagesVersion"], "6.1.0.27")
         self.assertIn("tarvo-agent_6.1.0.27.deb", self.expect(DONE, "installer", "deployer", index, *self.tool))
@@ -97,7 +100,7 @@ class Installer(Program):
             self.skipTest("another processor")
         self.refused(NOT_FOUND, "installer", "uninstall", "--yes", *self.tool)
         self.assertIn("6.1.0.27", self.expect(DONE, "installer", "deploy", "release/index.xml", *self.tool))
-        after = self.json("installer", "deployer", *self.tool)
+        after = self.fitting("installer", "deployer", *self.tool, command="installer-deployer")
         self.assertEqual((after["AgentVersion"], after["Offer"]), ("6.1.0.27", None))
         self.refused(USAGE, "installer", "uninstall", *self.tool)
         self.assertFalse(self.json("installer", "uninstall", "--yes", *self.tool)["IsProductInstalled"])

@@ -15,6 +15,8 @@ import time
 import unittest
 from pathlib import Path
 
+import jsonschema
+
 from terminal import Terminal
 
 PROGRAMS, TESTAGENT, INSTALLER = (
@@ -94,6 +96,13 @@ class Program(unittest.TestCase):
 
     def json(self, *words, status=DONE, **options):
         return json.loads(self.expect(status, *words, "--output", "json", **options))
+
+    def fitting(self, *words, command, **options):
+        """As `json`, of what fits the schema of the command, "job-list" for instance."""
+        document = self.json(*words, **options)
+        schema = json.loads(self.expect(DONE, "schema"))
+        jsonschema.Draft202012Validator(schema | {"$ref": f"#/$defs/{command}"}).validate(document)
+        return document
 
     def terminal(self, *words, columns=80, rows=24, environment=None, **options):
         terminal = Terminal([ZAMCTL, *words], self.environment | (environment or {}), columns, rows, self.folder,

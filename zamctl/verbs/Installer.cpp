@@ -12,7 +12,6 @@
 namespace zamctl {
 namespace {
 
-using zamclientlib::ITarvoInstaller;
 using zamclientlib::SVersion;
 
 /// What the tool takes as a file; everything else is a package's name.
@@ -61,8 +60,8 @@ const std::vector<SColumn> InfoColumns{
     {"System", "OsName"},
     {"Kernel", "OsKernelVersion"},
     {"Processor", "OsHardwarePlatform"},
-    {"System id", "SystemUID", EKind::Id},
-    {"Machine id", "BiosUID", EKind::Id},
+    {"System id", "SystemUID"},
+    {"Machine id", "BiosUID"},
     {"Supported", "IsSystemSupported", EKind::Truth},
     {"Installer tool", "ToolVersion"},
 };
@@ -80,10 +79,11 @@ EExit Info(CCall& call) {
     Json item = ToJson(system);
     item["IsSystemSupported"] = installer->IsSystemSupported();
     item["ToolVersion"] = ToText(installer->GetToolVersion());
+    if (call.Out.IsForPeople() && system.BiosUID.IsNil()) item["BiosUID"] = nullptr;
     call.Out.Item(InfoColumns, item);
     if (!call.Out.IsForPeople() || system.NetworkInterfaces.empty()) return EExit::Done;
 
-    call.Out.Heading("");
+    call.Out.Say("");
     for (const auto& network : system.NetworkInterfaces) {
         Json row = ToJson(network);
         std::string addresses;
@@ -144,7 +144,10 @@ EExit Package(CCall& call) {
     if (!package)
         throw CFailure(EExit::NotFound, "the package " + Quoted(name) + " is not installed",
                        "install it: zamctl installer install " + (word == name ? name : Escaped(word)));
-    call.Out.Item(PackageColumns, ToJson(*package));
+    Json item = ToJson(*package);
+    if (call.Out.IsForPeople())  // in a line; the paragraphs below it are for who looks for packages
+        item["Description"] = package->Description.substr(0, package->Description.find('\n'));
+    call.Out.Item(PackageColumns, item);
     return EExit::Done;
 }
 
