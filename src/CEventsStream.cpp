@@ -203,8 +203,7 @@ SBaseEvent CEventsStream::Read() {
 }
 
 SBaseEvent CEventsStream::ReadNext(std::chrono::steady_clock::time_point deadline) {
-    if (!m_source)
-        throw apigen::ApiInternalError("Cannot read from an event stream that was moved from");
+    if (!m_source) throw apigen::ApiInternalError("Cannot read from an event stream that was moved from");
     m_source->Device().SetDeadline(deadline);
     try {
         return apigen::DeserializeDocument<SBaseEvent>(m_source->Device().ReadView(), "Event");
