@@ -233,8 +233,7 @@ SBackupServerInfo FindServer(IZamProduct& product, std::string_view word) {
 }
 
 SCloudServiceProviderInfo FindProvider(IZamProduct& product, std::string_view word) {
-    return ChooseRecord("provider", word,
-                        ProvidersOf(product)->GetCloudServiceProviders());
+    return ChooseRecord("provider", word, ProvidersOf(product)->GetCloudServiceProviders());
 }
 
 }  // namespace zamctl
