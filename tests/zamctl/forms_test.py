@@ -157,8 +157,6 @@ class Forms(WithTestAgent):
             ["job", "note", "new"],
             ["job", "import", "definition.json"],
             ["job", "diff", "new", "definition.json"],
-            ["job", "start", "new"],
-            ["job", "stop", "new"],
             ["job", "start", "nightly", "--follow"],
             ["job", "delete", "from a file", "nightly", "--yes"],
             ["job", "delete", "new", "--yes"],
@@ -177,16 +175,20 @@ class Forms(WithTestAgent):
             ["control", "scheduler", "off"],
             ["logs", "logs.txt"],
         ]
-        self.script(clock={"stepMs": 20, "steps": 20})
+        self.script(clock={"stepMs": 5})
         (self.folder / "definition.json").write_text(json.dumps(definition | {"RepositoryName": "main"}))
         for words in cases:
             with self.subTest(words):
-                if words == ["job", "delete", "new", "--yes"]:
-                    self.wait_for(lambda: not self.json("session", "list", "--running"))
                 out = self.expect(DONE, *words, "--output", "json")
                 command = words[0] if words[0] == "logs" else "-".join(words[:2])
                 self.check("json", out, schema, command)
                 self.assertNotIn("dry", self.expect(DONE, "job", "list"))
+
+    def test_what_is_started_and_stopped_shows_its_session(self):
+        self.script(clock={"mode": "held"})
+        self.fitting("job", "start", "nightly", command="job-start")
+        self.fitting("session", "show", "nightly", command="session-show")
+        self.assertEqual(self.fitting("job", "stop", "nightly", command="job-stop")["State"], "Stopping")
 
 
 if __name__ == "__main__":

@@ -27,6 +27,9 @@ SECRET = "a-password-of-more-than-a-few-letters"
 NIGHTLY = {"repositories": [{"name": "main", "location": "/srv/backup"}],
            "jobs": [{"name": "nightly", "repository": "main", "includeDirs": ["/etc"]}]}
 
+# A shell starts what runs in its background with interrupts ignored, which what we start would inherit.
+signal.signal(signal.SIGINT, signal.default_int_handler)
+
 DONE, REFUSED, USAGE, NOT_FOUND, NO_AGENT, WARNINGS, FAILED, INTERRUPTED = 0, 1, 2, 3, 4, 5, 6, 130
 
 
