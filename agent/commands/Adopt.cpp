@@ -298,7 +298,7 @@ private:
                                                        : zamclientlib::RestorePointType::Increment;
             point.EngineId = snapshot.Id;
             m_engine->List(
-                store, snapshot.Id, "/",
+                {.Store = store, .Snapshot = snapshot.Id, .Point = PlainText(*id)},
                 [&](const SEntry& entry) {
                     if (entry.Type == EEntryType::File) point.SourceBytes += entry.Size;
                 },

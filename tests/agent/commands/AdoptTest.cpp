@@ -51,8 +51,8 @@ public:
         return said.Snapshots;
     }
     void Forget(const SEngineStore&, const std::vector<std::string>&, std::stop_token) override {}
-    void List(const SEngineStore&, const std::string&, const std::string&,
-              const std::function<void(const SEntry&)>& entry, std::stop_token) override {
+    void List(const SListRequest&, const std::function<void(const SEntry&)>& entry,
+              std::stop_token) override {
         SEntry file;
         file.Type = EEntryType::File;
         file.Size = 5;
