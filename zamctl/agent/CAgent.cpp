@@ -42,10 +42,10 @@ std::string UserName() {
 }
 
 /// The owner that one command is. The name tells other commands whether that is still running.
-SZamControlOwnerInfo CommandAsOwner(ZAMOwnerMode mode) {
+SZamControlOwnerInfo CommandAsOwner(const std::string& user, ZAMOwnerMode mode) {
     SZamControlOwnerInfo owner;
     owner.Id = apigen::Guid::Random();
-    owner.Name = std::string(NameStart) + UserName() + std::string(ProcessWord) + std::to_string(::getpid());
+    owner.Name = std::string(NameStart) + user + std::string(ProcessWord) + std::to_string(::getpid());
     owner.Type = ZAMOwnerType::Local;
     owner.Mode = mode;
     return owner;
@@ -192,7 +192,8 @@ std::shared_ptr<IZamProduct> CAgent::RequestInTurn(const OwnerInfo& owner, bool 
 
 std::shared_ptr<IZamProduct> CAgent::Look() {
     if (m_product != nullptr) return m_product;
-    SZamControlOwnerInfo owner = CommandAsOwner(ZAMOwnerMode::Shared);
+    // For a moment only: a user's name takes longer to look up.
+    SZamControlOwnerInfo owner = CommandAsOwner(std::to_string(::geteuid()), ZAMOwnerMode::Shared);
     owner.Id = apigen::Guid::Parse(LookerId).Value();
     m_product = RequestInTurn(owner, false);
     try {
@@ -204,7 +205,7 @@ std::shared_ptr<IZamProduct> CAgent::Look() {
 }
 
 CChange CAgent::Change() {
-    const SZamControlOwnerInfo owner = CommandAsOwner(ZAMOwnerMode::Exclusive);
+    const SZamControlOwnerInfo owner = CommandAsOwner(UserName(), ZAMOwnerMode::Exclusive);
     auto product = RequestInTurn(owner, true);
     // Where another one shares control, or the user has kept it, giving it back is refused in the end, which is right.
     return {*this, std::move(product), owner};

@@ -143,7 +143,6 @@ std::string Print(const std::vector<STableColumn>& columns, const Rows& rows, bo
 
 std::string TablePage(const std::vector<STableColumn>& columns, const Rows& rows, std::size_t width,
                       bool hasColours, STableLayout& layout) {
-    UseWideCharacters();
     const std::vector<std::size_t> natural = NaturalWidths(columns, rows, width);
     const bool isFirst = layout.Shown.empty();
     if (isFirst) Choose(columns, natural, width, layout);
@@ -152,6 +151,9 @@ std::string TablePage(const std::vector<STableColumn>& columns, const Rows& rows
     for (std::size_t i = 0; i < layout.Shown.size(); ++i)
         layout.Widths[i] = std::max(layout.Widths[i], natural[layout.Shown[i]]);
     Fit(columns, width, layout);
+    // Wide characters in the cells have brought them already; "…" in place of what is cut off is one, too.
+    for (std::size_t i = 0; i < layout.Shown.size(); ++i)
+        if (layout.Widths[i] < natural[layout.Shown[i]]) UseWideCharacters();
     const bool isOther = !isFirst && layout.Widths != before && rows.size() >= LongPage;
     std::string lines = Print(columns, rows, hasColours, isFirst || isOther, layout);
     if (isOther) lines.insert(0, 1, '\n');
