@@ -6,6 +6,8 @@ target_compile_options(zam_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
     # g++ 12 sees overlaps inside std::string that are not there.
     $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+    # Of headers that are compiled ahead it forgets that they are the system's, and warns of what it imagines in them.
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${ZAM_PRECOMPILED_HEADERS}>>:-Wno-array-bounds;-Wno-stringop-overflow;-Wno-stringop-overread;-Wno-maybe-uninitialized>
     $<$<BOOL:${ZAM_WERROR}>:-Werror>)
 if(ZAM_SANITIZERS)
     # What the sanitizers insert makes g++ see uninitialised variables in the standard library.

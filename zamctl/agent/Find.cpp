@@ -117,6 +117,23 @@ SFoundJob FindJob(IZamProduct& product, std::string_view word) {
     return std::move(jobs[Choose("job", word, called)]);
 }
 
+std::vector<SFoundJob> FindJobs(IZamProduct& product, const std::vector<std::string>& words) {
+    auto all = AllJobs(product);
+    if (words.empty()) return all;
+    std::vector<SCalled> called;
+    for (const auto& job : all)
+        called.push_back({job.Info.Id, job.Info.Name});
+    std::vector<std::size_t> chosen;
+    for (const auto& word : words) {
+        const std::size_t index = Choose("job", word, called);
+        if (std::find(chosen.begin(), chosen.end(), index) == chosen.end()) chosen.push_back(index);
+    }
+    std::vector<SFoundJob> jobs;
+    for (const std::size_t index : chosen)
+        jobs.push_back(std::move(all[index]));
+    return jobs;
+}
+
 SFoundSession FindSession(IZamProduct& product, std::string_view word) {
     const auto last = [](const std::vector<SFoundJob>& jobs) {
         SFoundSession newest;

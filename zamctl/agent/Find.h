@@ -61,6 +61,10 @@ struct SFoundJob {
 
 [[nodiscard]] SFoundJob FindJob(zamclientlib::IZamProduct& product, std::string_view word);
 
+/// Those that the words call, each once, in their order; every job without a word.
+[[nodiscard]] std::vector<SFoundJob> FindJobs(zamclientlib::IZamProduct& product,
+                                              const std::vector<std::string>& words);
+
 struct SFoundSession {
     std::shared_ptr<zamclientlib::IBackupJobSession> Session;
     zamclientlib::SBackupJobSessionInfo Info;

@@ -13,26 +13,6 @@ using namespace zamclientlib;  // NOLINT: this file speaks of nothing else
 
 namespace {
 
-/// Those that the words call, each once; all without words.
-std::vector<SFoundJob> JobsCalled(CCall& call) {
-    const auto product = call.Agent.Look();
-    auto all = AllJobs(*product);
-    const auto words = call.Values("JOB");
-    if (words.empty()) return all;
-    std::vector<SCalled> called;
-    for (const auto& job : all)
-        called.push_back({job.Info.Id, job.Info.Name});
-    std::vector<std::size_t> chosen;
-    for (const auto& word : words) {
-        const std::size_t index = Choose("job", word, called);
-        if (std::find(chosen.begin(), chosen.end(), index) == chosen.end()) chosen.push_back(index);
-    }
-    std::vector<SFoundJob> jobs;
-    for (const std::size_t index : chosen)
-        jobs.push_back(std::move(all[index]));
-    return jobs;
-}
-
 EExit Check(CCall& call) {
     static const std::vector<SColumn> columns{
         {"JOB", "JobName"},
@@ -41,9 +21,15 @@ EExit Check(CCall& call) {
     };
     std::size_t errors = 0;
     std::size_t warnings = 0;
-    const auto jobs = JobsCalled(call);
+    const auto jobs = FindJobs(*call.Agent.Look(), call.Values("JOB"));
     for (const auto& job : jobs) {
-        for (const auto& finding : job.Job->CheckValidity()) {
+        std::vector<SCheckJobValidityMessage> findings;
+        try {
+            findings = job.Job->CheckValidity();
+        } catch (const CGenericException& error) {  // of this one; the others are worth a look all the same
+            findings.push_back({error.what(), ELogDetailType::Error});
+        }
+        for (const auto& finding : findings) {
             if (finding.MessageType == ELogDetailType::Error) ++errors;
             if (finding.MessageType == ELogDetailType::Warning) ++warnings;
             Json row;

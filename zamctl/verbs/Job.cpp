@@ -210,10 +210,8 @@ EExit Create(CCall& call) {
     return EExit::Done;
 }
 
-void Change(CCall& call, IZamProduct& product, const IBackupJob& job,
-            const SBackupJobConfigurationInfo& config) {
-    const_cast<IBackupJob&>(job).UpdateConfigurationInfo(config);
-    (void)product;
+void Change(CCall& call, IBackupJob& job, const SBackupJobConfigurationInfo& config) {
+    job.UpdateConfigurationInfo(config);
     ShowChanged(call, job, "changed");
     SayFindings(call, job.CheckValidity());
 }
@@ -233,21 +231,17 @@ EExit Update(CCall& call) {
     if (const auto name = call.Optional("--name")) config.JobName = *name;
     ApplyJobOptions(call, *change, config);
     if (call.Has("--dry-run")) return DryRun(call, *change, config);
-    Change(call, *change, *job.Job, config);
+    Change(call, *job.Job, config);
     return EExit::Done;
 }
 
 EExit Export(CCall& call) {
     const auto product = call.Agent.Look();
-    std::vector<SFoundJob> jobs;
-    for (const auto& word : call.Values("JOB"))
-        jobs.push_back(FindJob(*product, word));
-    const bool isOne = jobs.size() == 1;
-    if (jobs.empty()) jobs = AllJobs(*product);
+    const auto words = call.Values("JOB");
     Json all = Json::array();
-    for (const auto& job : jobs)
+    for (const auto& job : FindJobs(*product, words))
         all.push_back(ExportOf(*product, job.Job->GetConfigurationInfo()));
-    call.Out.Raw(JsonText(isOne ? all.front() : all, true) + "\n");
+    call.Out.Raw(JsonText(words.size() == 1 ? all.front() : all, true) + "\n");
     return EExit::Done;
 }
 
@@ -269,7 +263,7 @@ EExit Import(CCall& call) {
             exit = std::max(exit, DryRun(call, *change, config));
         } else if (same != jobs.end()) {
             call.RequireYes("Replace the definition of the job " + Quoted(config.JobName) + "?");
-            Change(call, *change, *same->Job, config);
+            Change(call, *same->Job, config);
         } else if (const auto job = change->CreateBackupJob(config)) {
             ShowChanged(call, *job, "created");
             SayFindings(call, job->CheckValidity());
@@ -292,7 +286,7 @@ EExit Edit(CCall& call) {
         if (ExportOf(*change, config) != before)
             throw CFailure(EExit::Refused, "the job was changed by somebody else meanwhile", "begin again");
         ImportInto(*change, ParseJson(text), config);
-        Change(call, *change, *present, config);
+        Change(call, *present, config);
     });
     if (!isChanged) call.Out.Note("nothing was changed");
     return EExit::Done;
@@ -320,8 +314,8 @@ EExit Diff(CCall& call) {
 EExit Delete(CCall& call) {
     const auto product = call.Agent.Look();
     std::vector<SBackupJobInfo> jobs;
-    for (const auto& word : call.Values("JOB"))
-        jobs.push_back(FindJob(*product, word).Info);
+    for (const auto& job : FindJobs(*product, call.Values("JOB")))
+        jobs.push_back(job.Info);
     for (const auto& job : jobs)
         call.RequireYes("Delete the job " + Quoted(job.Name) + "? Its restore points stay.");
     auto change = call.Change();

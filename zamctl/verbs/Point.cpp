@@ -21,10 +21,7 @@ void AddOption(const CCall& call, std::vector<std::string>& arguments, const cha
 
 EExit List(CCall& call) {
     const auto product = call.Agent.Look();
-    std::vector<SFoundJob> jobs;
-    for (const auto& word : call.Values("JOB"))
-        jobs.push_back(FindJob(*product, word));
-    if (jobs.empty()) jobs = AllJobs(*product);
+    const auto jobs = FindJobs(*product, call.Values("JOB"));
     static const std::vector<SColumn> columns{
         {"POINT", "Id", EKind::Id},
         {"JOB", "JobName"},

@@ -22,10 +22,7 @@ using Sessions = std::vector<std::shared_ptr<IBackupJobSession>>;
 
 EExit List(CCall& call) {
     const auto product = call.Agent.Look();
-    std::vector<SFoundJob> jobs;
-    for (const auto& word : call.Values("JOB"))
-        jobs.push_back(FindJob(*product, word));
-    if (jobs.empty()) jobs = AllJobs(*product);
+    const auto jobs = FindJobs(*product, call.Values("JOB"));
     const auto limit = call.Number("--limit", 1, 1'000'000'000);
     const bool isRunningOnly = call.Has("--running");
     long shown = 0;
