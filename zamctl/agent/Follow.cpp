@@ -152,7 +152,7 @@ SBackupJobSessionInfo FollowSession(CAgent& agent, const apigen::Guid& sessionId
                     session = std::move(retry);
                     info = session->GetInfo();
                     followed = info.Uid;
-                    hasEnded = info.State == JobState::Stopped;
+                    hasEnded = false;  // the next look tells
                 }
             }
         });
