@@ -38,8 +38,9 @@ std::string Sizes(const SBackupJobSessionInfo& info) {
     const unsigned percent = PercentOf(info);
     if (read == 0) return {};
     if (percent < TellingPercent || percent == 100) return SizeWords(read);
-    return SizeWords(read) + " of " +
-           SizeWords(static_cast<std::int64_t>(static_cast<double>(read) * 100 / percent));
+    constexpr double Most = 9e18;  // of what fits
+    const double whole = std::min(static_cast<double>(read) * 100 / percent, Most);
+    return SizeWords(read) + " of " + SizeWords(static_cast<std::int64_t>(whole));
 }
 
 std::string TimeLeft(const SBackupJobSessionInfo& info, std::chrono::system_clock::time_point now) {
