@@ -2,6 +2,7 @@
 // zamctl events: what happens at the agent, as it happens.
 #include <zamclientlib/Chrono.h>
 #include <zamclientlib/EventVisit.h>
+#include <zamclientlib/RecordText.h>
 
 #include <algorithm>
 #include <array>
@@ -99,15 +100,9 @@ SData DataOf(const SBaseEvent& event) {
     return data;
 }
 
-template <class Enum>
-std::string NameOrNumber(Enum value) {
-    const auto name = NameOf(value);
-    return name.empty() ? std::to_string(static_cast<int>(value)) : std::string(name);
-}
-
 /// "job "home" started by root  session 1a2b3c4d"
 std::string Words(const SBaseEvent& event, const SData& data, const std::string& name) {
-    if (!data.JobId) return "an event of the kind " + NameOrNumber(event.Type);
+    if (!data.JobId) return "an event of the kind " + ToText(event.Type);
     const std::string job = "job " + (name.empty() ? IdText(*data.JobId) : Quoted(name));
     std::string words;
     switch (event.Type) {
@@ -136,10 +131,10 @@ std::string Words(const SBaseEvent& event, const SData& data, const std::string&
             words = job + " is tried again";
             break;
         default:
-            words = job + ": " + NameOrNumber(event.Type);
+            words = job + ": " + ToText(event.Type);
     }
     if (data.Username && !data.Username->empty()) words += " by " + Escaped(*data.Username);
-    if (data.Status) words += ": " + NameOrNumber(*data.Status);
+    if (data.Status) words += ": " + ToText(*data.Status);
     constexpr std::size_t Digits = 8;
     if (data.SessionId) words += "  session " + IdText(*data.SessionId).substr(0, Digits);
     return words;
@@ -179,7 +174,7 @@ Json RowOf(const SBaseEvent& event, const SData& data, const std::string& name) 
     row["JobId"] = data.JobId ? Json(IdText(*data.JobId)) : Json(nullptr);
     row["JobName"] = name.empty() ? Json(nullptr) : Json(name);
     row["SessionId"] = data.SessionId ? Json(IdText(*data.SessionId)) : Json(nullptr);
-    row["Status"] = data.Status ? Json(NameOrNumber(*data.Status)) : Json(nullptr);
+    row["Status"] = data.Status ? Json(ToText(*data.Status)) : Json(nullptr);
     row["Username"] = data.Username ? Json(*data.Username) : Json(nullptr);
     return row;
 }
