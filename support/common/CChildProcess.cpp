@@ -42,14 +42,6 @@ struct SLaunchFailure {
                              failure.errorNumber);
 }
 
-/// The descriptor, moved out of 0..2: a caller that has closed its standard streams must not find ours in
-/// their place.
-CDescriptor AwayFromStandardStreams(int fd) {
-    CDescriptor descriptor(fd);
-    if (fd > STDERR_FILENO || fd < 0) return descriptor;
-    return CDescriptor(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-}
-
 /// \param ourEnd 0 to read, 1 to write
 SPipe MakePipe(const std::string& program, int ourEnd) {
     int fds[2];

@@ -91,6 +91,9 @@ public:
     /// \return whether the child may have ended: `HasEnded` is worth asking
     bool AwaitNews(pollfd* others, std::size_t count, Clock::time_point deadline);
 
+    /// What becomes readable when the child ends; -1 where the system has no such thing.
+    int EndToPoll() const noexcept { return m_pidfd.Get(); }
+
     /// Waits for the end; false when the child is still running at the deadline.
     bool AwaitEnd(Clock::time_point deadline);
 

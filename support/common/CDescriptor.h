@@ -3,6 +3,7 @@
 /// Ownership of a file descriptor.
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
@@ -40,5 +41,13 @@ public:
 private:
     int m_fd = -1;
 };
+
+/// The descriptor, moved out of 0..2: a caller that has closed its standard streams must not find ours in
+/// their place. None, with errno, when there is none or it can't be moved.
+inline CDescriptor AwayFromStandardStreams(int fd) noexcept {
+    CDescriptor descriptor(fd);
+    if (fd > STDERR_FILENO || fd < 0) return descriptor;
+    return CDescriptor(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
 
 }  // namespace apigen::common

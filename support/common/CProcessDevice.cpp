@@ -40,7 +40,8 @@ CChildProcess CProcessDevice::StartWithStreams(SChildStart&& start, SStreams& ou
 CProcessDevice::CProcessDevice(SChildStart start)
     : m_program(start.Program),
       m_child(StartWithStreams(std::move(start), m_streams)),
-      m_stream(CChannel::Pipes(m_streams.Output.Get(), m_streams.Input.Get()), *this) {}
+      m_stream(CChannel::Pipes(m_streams.Output.Get(), m_streams.Input.Get()), *this),
+      m_watch(m_streams.Output.Get(), {m_streams.Error.Get(), m_child.EndToPoll()}) {}
 
 std::string CProcessDevice::ReadRawText(unsigned long maxBytes, bool& flag) {
     return m_stream.ReadRawText(maxBytes, flag);
@@ -77,6 +78,7 @@ void CProcessDevice::CloseInput(std::string_view reason) noexcept {
 
 void CProcessDevice::CloseInputAndOutput(std::string_view reason) noexcept {
     CloseInput(reason);
+    m_watch.Close();
     m_streams.Output.Close();
 }
 
@@ -106,7 +108,10 @@ void CProcessDevice::DrainError(std::size_t maxBytes) {
         const ssize_t count = RetryInterrupted(
             [&] { return ::read(m_streams.Error.Get(), bytes.data(), std::min(bytes.size(), maxBytes)); });
         if (count < 0 && errno == EAGAIN) return;
-        if (count <= 0) return m_streams.Error.Close();
+        if (count <= 0) {
+            m_watch.Close();
+            return m_streams.Error.Close();
+        }
         m_tail.Append({bytes.data(), static_cast<std::size_t>(count)});
         maxBytes -= static_cast<std::size_t>(count);
     }
@@ -116,7 +121,9 @@ void CProcessDevice::DiscardOutput() {
     std::array<char, 16 * 1024> bytes;
     const ssize_t count =
         RetryInterrupted([&] { return ::read(m_streams.Output.Get(), bytes.data(), bytes.size()); });
-    if (count == 0 || (count < 0 && errno != EAGAIN)) m_streams.Output.Close();
+    if (count > 0 || (count < 0 && errno == EAGAIN)) return;
+    m_watch.Close();
+    m_streams.Output.Close();
 }
 
 std::string CProcessDevice::Description() const {
@@ -128,6 +135,8 @@ std::string CProcessDevice::Peer() const {
 }
 
 short CProcessDevice::Wait(short events, Clock::time_point deadline) {
+    const bool isWatched = events == POLLIN && m_watch && m_stream.EventToPoll().fd < 0;
+    if (isWatched && m_watch.AwaitOnlyInput(deadline)) return POLLIN;
     for (;;) {
         const auto ends = m_stream.PollSet(events);
         std::array<pollfd, 4> set{ends[0], ends[1], pollfd{m_streams.Error.Get(), POLLIN, 0},

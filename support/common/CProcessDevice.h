@@ -11,6 +11,7 @@
 
 #include "support/common/CChildProcess.h"
 #include "support/common/CFrameStream.h"
+#include "support/common/CInputWatch.h"
 #include "support/common/COutputTail.h"
 
 namespace apigen::common {
@@ -83,6 +84,7 @@ private:
     SStreams m_streams;
     CChildProcess m_child;
     CFrameStream m_stream;
+    CInputWatch m_watch;  // as long as all that it watches is open
     COutputTail m_tail;
 };
 

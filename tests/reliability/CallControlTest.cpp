@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <time.h>
 
 #include <atomic>
 #include <future>
@@ -105,6 +106,40 @@ TEST_F(CallControl, GivesACallMoreTimeThanTheConnectionHas) {
     EXPECT_TRUE(Failure<apigen::InterruptedError>([&] { Ask(packages, "never"); }));
     EXPECT_GE(Clock::now() - start, 1400ms) << "the connection's own second was not to count";
     late.join();
+}
+
+TEST_F(CallControl, MeasuresEachCallByItsOwnDeadline) {
+    const auto packages = Echo(60s);
+    {
+        const CCallDeadline soon(100ms);
+        ExpectUsable(packages);
+    }
+    // The deadline of the call before passes meanwhile, then while nothing is called.
+    EXPECT_EQ(Ask(packages, "slow"), "slow");
+    {
+        const CCallDeadline soon(100ms);
+        ExpectUsable(packages);
+    }
+    ::poll(nullptr, 0, 200);
+    EXPECT_EQ(Ask(packages, "slow"), "slow");
+    const CCallDeadline soon(100ms);
+    const auto start = Clock::now();
+    EXPECT_TRUE(Failure<apigen::TimeoutError>([&] { Ask(packages, "never"); }));
+    EXPECT_GE(Clock::now() - start, 99ms);
+    EXPECT_LT(Clock::now() - start, 20s);
+}
+
+TEST_F(CallControl, WaitsAtRestForAToolThatClosedItsStandardError) {
+    const auto used = [] {
+        timespec time{};
+        ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    };
+    const auto packages = ConnectPackages({"answer=echo", "mute=1"});
+    ExpectUsable(packages);
+    const auto before = used();
+    EXPECT_EQ(Ask(packages, "slow"), "slow");
+    EXPECT_LT(used() - before, 100ms);
 }
 
 TEST_F(CallControl, FailsACallAloneThatHasNoTimeLeftBeforeItBegins) {

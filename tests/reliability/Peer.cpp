@@ -15,6 +15,7 @@
 ///   then=HOW          ... exit, kill, stall, or hang-up (closes its streams and stays)
 ///   piece=N           writes N bytes at a time; read-piece=N likewise
 ///   record=PATH       gets a line for the process id, each request, and the end of the input
+///   mute=1            has its standard error closed
 ///   deaf=1            ignores SIGTERM and the end of its input
 ///   print=TEXT        prints it, and ends, as the version query has it
 #include <dirent.h>
@@ -162,6 +163,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (!Option("deaf").empty()) ::signal(SIGTERM, SIG_IGN);
+    if (!Option("mute").empty()) ::close(STDERR_FILENO);
     Record("pid " + std::to_string(::getpid()));
 
     const std::string greeting = Option("greet", "<Data><__handle>1</__handle></Data>");
