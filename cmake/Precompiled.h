@@ -2,6 +2,7 @@
 // What nearly every source of the libraries and programs includes, to be compiled ahead.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <zamclientlib/ZamClientLib.h>
 
 #include <algorithm>

@@ -32,6 +32,12 @@ inline constexpr bool IsSanitized = true;
 inline constexpr bool IsSanitized = IsThreadSanitized;
 #endif
 
+/// Of so many random tries, those that are made: what a sanitizer watches takes several times as long, and the fuzzers
+/// try far more.
+constexpr int Tries(int plain) {
+    return IsSanitized ? plain / 4 : plain;
+}
+
 /// Valgrind makes a copy of the process where one is made that shares its memory, so posix_spawn can't tell what failed
 /// in the child.
 inline bool IsUnderValgrind() {

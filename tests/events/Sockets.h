@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -147,10 +148,17 @@ inline zamclientlib::SEventConfig ConfigFor(const std::string& path) {
 /// An event source by hand.
 class CRawServer {
 public:
-    explicit CRawServer(const std::string& path, int backlog = 8) : m_listener(CSocket::New()) {
+    /// Whether a reader whose connection ends finds the source's process alive.
+    enum class EProcess {
+        Lives,
+        IsGone
+    };
+
+    explicit CRawServer(const std::string& path, int backlog = 8, EProcess process = EProcess::Lives)
+        : m_listener(CSocket::New()) {
         const auto address = CSocket::AddressOf(path);
         if (::bind(m_listener.Fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-            ::listen(m_listener.Fd(), backlog) != 0) {
+            !(process == EProcess::Lives ? Listen(backlog) : ListenInAProcessThatEnds(backlog))) {
             throw std::system_error(errno, std::generic_category(), path);
         }
     }
@@ -158,6 +166,14 @@ public:
     CSocket Accept() const { return CSocket(::accept4(m_listener.Fd(), nullptr, nullptr, SOCK_CLOEXEC)); }
 
 private:
+    bool Listen(int backlog) const { return ::listen(m_listener.Fd(), backlog) == 0; }
+    bool ListenInAProcessThatEnds(int backlog) const {
+        const pid_t child = ::fork();
+        if (child == 0) ::_exit(Listen(backlog) ? 0 : 1);
+        int status = -1;
+        return child > 0 && ::waitpid(child, &status, 0) == child && status == 0;
+    }
+
     CSocket m_listener;
 };
 

@@ -275,10 +275,15 @@ class EventSources : public CReliabilityTest {
 protected:
     EventSources() : m_path(m_folder.Path("socket")) {}
 
+    /// Of a process that is gone: a reader would wait a while for the end of one that lives.
+    tests::CRawServer Server() const {
+        return tests::CRawServer(m_path, 8, tests::CRawServer::EProcess::IsGone);
+    }
+
     /// Calls `check` with a stream and the server's end of it, which has read the opening word.
     template <class Check>
     void WithStream(Check&& check) {
-        const tests::CRawServer server(m_path);
+        const tests::CRawServer server = Server();
         zamclientlib::CEventsStream stream(tests::ConfigFor(m_path), nullptr);
         tests::CSocket socket = server.Accept();
         EXPECT_EQ(socket.Receive(4), tests::OpeningWord);
@@ -317,7 +322,7 @@ TEST_F(EventSources, ThatEndAtAnyByteOfAnEventCostAReaderATypedErrorAndNothingEl
 
 TEST_F(EventSources, ThatEndBeforeTheyTakeTheOpeningWordCostAReaderATypedError) {
     for (int round = 0; round < 20; ++round) {
-        const tests::CRawServer server(m_path);
+        const tests::CRawServer server = Server();
         zamclientlib::CEventsStream stream(tests::ConfigFor(m_path), nullptr);
         server.Accept().Close();  // with input unread: the reader's end is reset
         const SOutcome outcome = OutcomeOf([&] { stream.Read(); });

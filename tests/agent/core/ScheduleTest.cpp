@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "agent/core/Schedule.h"
+#include "tests/Sanitized.h"
 #include "tests/agent/core/FakeClock.h"
 
 using namespace std::chrono;
@@ -261,7 +262,7 @@ TEST(ScheduleTest, LatenessIsToldWhenItIsWorthAWord) {
 TEST(ScheduleTest, GeneratedSchedulesKeepTheirPromises) {
     std::mt19937 random(20260301);
     const auto pick = [&](unsigned below) { return static_cast<unsigned>(random() % below); };
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < ::tests::Tries(300); ++round) {
         CFakeClock clock(Utc(2026, 1, 1), minutes(static_cast<int>(pick(27 * 4)) * 15 - 12 * 60));
         // Two changes of an hour or half an hour, at any hour of a day.
         const auto base = clock.OffsetAt(clock.Now());
