@@ -54,6 +54,8 @@ class Alone(Program):
             (["job", "list", "--timeout", "-1"], "-1", ""),
             (["job", "list", "--quiet=1"], "--quiet", ""),
             (["session", "follow", "latest", "--output", "json"], "no one document", "--output jsonl"),
+            (["events", "--follow", "--output", "json"], "no one document", "--output jsonl"),
+            (["job", "start", "x", "--follow", "--output", "json"], "job start --follow shows", "--output jsonl"),
             (["manual", "jbo"], '"jbo"', 'did you mean "job"?'),
             (["completion", "csh"], '"csh"', ""),
             (["completion"], "completion needs SHELL", "usage: zamctl completion SHELL"),

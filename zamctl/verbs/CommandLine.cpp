@@ -150,9 +150,11 @@ SCommonOptions CommonOf(const SVerb& verb, const CCall& call) {
     if (form == "tsv") common.Output.Form = EForm::Tsv;
     if (!verb.HasForms && call.Has("--output") && form != "table")
         throw CFailure(EExit::Usage, FullName(verb) + " has no output of the form " + Quoted(form));
-    if (verb.IsFollowing && common.Output.Form == EForm::Json) {
+    const bool isFollowing = verb.IsFollowing || call.Has("--follow");
+    if (isFollowing && common.Output.Form == EForm::Json) {
         throw CFailure(EExit::Usage,
-                       FullName(verb) + " shows what happens as it comes, which is no one document",
+                       FullName(verb) + (verb.IsFollowing ? "" : " --follow") +
+                           " shows what happens as it comes, which is no one document",
                        "say --output jsonl");
     }
     const std::string color = call.Value("--color");

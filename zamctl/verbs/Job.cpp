@@ -514,12 +514,14 @@ std::span<const SVerb> JobVerbs() {
         SVerb{.Noun = "job",
               .Name = "start",
               .Help = "starts a run",
-              .Details = "With --follow, Ctrl-C asks whether to stop the session or only to stop watching.",
+              .Details = "With --follow, Ctrl-C asks whether to stop the session or only to stop watching. "
+                         "Programs get the session each time that it has changed, a line each (--output "
+                         "jsonl or tsv); without it, the session as it begins.",
               .Example = "zamctl job start home --follow",
               .Arguments = OneJob,
               .Options = StartOptions,
               .Run = Start,
-              .Shape = "SBackupJobSessionInfo|[SBackupJobSessionInfo]"},
+              .Shape = "SBackupJobSessionInfo"},
         SVerb{.Noun = "job",
               .Name = "stop",
               .Help = "stops the run that is under way",

@@ -126,7 +126,8 @@ constexpr std::array Table{
           .Help = "watches a session to its end; the exit status tells its result",
           .Details = "Ctrl-C asks whether to stop the session or only to stop watching. When the agent goes "
                      "away, it is "
-                     "waited for.",
+                     "waited for. Programs get the session each time that it has changed, a line each "
+                     "(--output jsonl or tsv).",
           .Example = "zamctl session follow latest",
           .Arguments = OneSession,
           .Run = Follow,
