@@ -246,8 +246,8 @@ class Results(WithAgent):
             return os.read(process.stdout.fileno(), 65536) if select.select([process.stdout], [], [], 0)[0] else b""
         self.wait_for(has_shown)
         self.stop_agent()
-        self.assertIn(b"the agent is away", process.stderr.readline())
-        self.assertIn(b"the agent is there again", process.stderr.readline())
+        self.assertIn(b"events have broken off", process.stderr.readline())
+        self.assertIn(b"events come again", process.stderr.readline())
         while select.select([process.stdout], [], [], 0)[0]:  # from before
             os.read(process.stdout.fileno(), 65536)
         self.assertIn(b"BackupJobModified", self.wait_for(has_shown))

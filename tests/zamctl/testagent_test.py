@@ -199,10 +199,13 @@ class Following(WithTestAgent):
 
     def test_lost_connection_is_made_anew(self):
         self.script(clock={"stepMs": 100}, rules=[{"method": "GetInfo", "skip": 3, "times": 1, "action": "disconnect"}])
-        ended, out, errors = self.run_it("job", "start", "nightly", "--follow")
-        self.assertEqual(ended, DONE, errors)
-        self.assertIn("Success", out)
-        self.assertIn("there again", errors)
+        for form in ("table", "jsonl"):
+            with self.subTest(form):
+                ended, out, errors = self.run_it("job", "start", "nightly", "--follow", "--output", form)
+                self.assertEqual(ended, DONE, errors)
+                self.assertIn("Success", out)
+                self.assertRegex(errors, r"^the agent is away \(.*\); waiting for it\nthe agent is there again\n$")
+                self.stop_agent()
 
     def test_agent_that_stays_away_is_waited_for_until_an_interrupt(self):
         tool = self.folder / "tool"
@@ -274,6 +277,25 @@ class Following(WithTestAgent):
         self.assertEqual(process.returncode, DONE, errors)
         rows = [json.loads(line) for line in out.splitlines()]
         self.assertEqual([(row["Type"], row["JobName"]) for row in rows], [("BackupJobModified", "nightly")] * 2)
+
+    def test_events_go_on_behind_one_that_can_not_be_read(self):
+        for rule, part in (({"action": "malformed"}, "an event that can't be read is left out: "),
+                           ({"action": "half-frame"}, "events have broken off ("),
+                           ({"action": "garbage", "message": "\x1b[31m?" * 9}, "events have broken off (")):
+            with self.subTest(rule):
+                self.script(events=[{"skip": 1, "times": 1} | rule])
+                process = self.start("events", "--count", "3", "-o", "jsonl")
+                def ended():
+                    self.expect(DONE, "job", "note", "nightly", "x")
+                    return process.poll() is not None
+                self.wait_for(ended)
+                out, errors = process.communicate()
+                self.assertEqual(process.returncode, DONE, errors)
+                self.assertEqual([json.loads(line)["Type"] for line in out.splitlines()], ["BackupJobModified"] * 3)
+                self.assertIn(part, errors)
+                self.assertNotIn("\x1b", errors)
+                self.assertEqual(len(errors.splitlines()), 1 if rule["action"] == "malformed" else 2, errors)
+                self.stop_agent()
 
     def test_events_are_followed_until_an_interrupt(self):
         process = self.start("events", "--follow")

@@ -130,13 +130,13 @@ EExit WatchSession(CCall& call, const apigen::Guid& sessionId) {
         if (info.State != JobState::Stopped) progress.Show(info);
     };
     watcher.OnAway = [&](const std::string& reason) {
-        if (!reason.empty() && isForPeople) {
-            progress.ShowWord("the agent is away; waiting for it to come back");
-            if (!IsErrorTerminal())
-                call.Out.Note("the agent is away (" + Escaped(reason) + "); waiting for it");
-        } else if (reason.empty()) {
+        if (reason.empty()) {
             progress.Clear();
             call.Out.Note("the agent is there again");
+        } else if (isForPeople && IsErrorTerminal()) {
+            progress.ShowWord("the agent is away; waiting for it to come back");
+        } else {
+            call.Out.Note("the agent is away (" + reason + "); waiting for it");
         }
     };
     watcher.OnInterrupt = [&] {
