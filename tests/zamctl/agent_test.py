@@ -221,7 +221,13 @@ class Results(WithAgent):
                     "--before", self.script("before", "echo no, thanks; exit 3"))
         out = self.expect(FAILED, "job", "start", "failing", "--follow")
         self.assertIn("no, thanks", out)
-        self.assertIn("no, thanks", self.expect(DONE, "session", "show", "failing"))
+        # It has made nothing, of whatever kind it was to be.
+        self.assertRegex(out.splitlines()[-1], r'^"failing": Failed, in .* m?s$')
+        shown = self.expect(DONE, "session", "show", "failing")
+        self.assertIn("no, thanks", shown)
+        self.assertRegex(shown, r"\nMade: +-\n(.*\n)*Point: +-\n")
+        self.assertNotIn("Increment", self.expect(DONE, "session", "list", "failing", environment={"COLUMNS": "200"}))
+        self.assertEqual(self.json("session", "show", "failing")["SessionAlgorithm"], "Increment")
         self.assertIn("Failed", self.expect(DONE, "status"))
 
     def test_agent_that_dies_in_mid_follow_and_comes_back_is_followed_on(self):
