@@ -59,6 +59,21 @@ class Finding(WithTestAgent):
         self.assertIn('no use for "--repo"', self.refused(USAGE, "job", "create", "--", "--odd", "--repo", "main"))
         self.assertIn("--dir names no folder", self.refused(USAGE, "job", "create", "x", "--repo", "main", "--dir", ""))
 
+    def test_members_of_an_enumeration_are_taken_in_any_writing(self):
+        for word, member in (("none", "None"), ("dedupefriendly", "DedupeFriendly"), ("Dedupe-Friendly", "DedupeFriendly"),
+                             ("optimal", "Optimal"), ("HIGH", "High"), ("extreme", "Extreme")):
+            with self.subTest(word):
+                self.expect(DONE, "job", "update", "weekly", "--compression", word)
+                storage = self.json("job", "show", "weekly")["Configuration"]["StorageInfo"]
+                self.assertEqual(storage["CompressionLevel"], member)
+        self.expect(DONE, "job", "update", "weekly", "--keep", "3")  # and stays where nothing is said of it
+        storage = self.json("job", "show", "weekly")["Configuration"]["StorageInfo"]
+        self.assertEqual(storage["CompressionLevel"], "Extreme")
+        self.assertIn("it is one of none, dedupefriendly",
+                      self.refused(USAGE, "job", "update", "weekly", "--compression", "best"))
+        self.expect(DONE, "control", "take", "--mode", "read-only")
+        self.assertEqual(self.owner()["Mode"], "ReadOnly")
+
     def test_everything_that_can_be_named_is_refused_when_it_is_not_there(self):
         for words in (["job", "show", "x"], ["job", "start", "x"], ["session", "show", "x"], ["session", "show", "latest"],
                       ["repo", "show", "x"], ["server", "show", "x"], ["provider", "show", "x"],
@@ -173,6 +188,16 @@ class Following(WithTestAgent):
         self.stop_agent()
         self.script(clock={"stepMs": 5})
         self.assertIn("Success", self.expect(DONE, "job", "start", "nightly", "--follow"))
+
+    def test_what_is_completed_for_an_enumeration_is_taken(self):
+        self.script(clock={"stepMs": 1})
+        for words in (["job", "update", "nightly", "--compression"], ["job", "start", "nightly", "--follow", "--priority"]):
+            choices = self.completions(*words, "")
+            self.assertGreaterEqual(len(choices), 3)
+            for word in choices:
+                with self.subTest(word):
+                    self.expect(DONE, *words, word)
+        self.refused(USAGE, "job", "start", "nightly", "--priority", "default")
 
     def test_retries_are_followed(self):
         self.script(clock={"failedAttempts": 2, "stepMs": 5},

@@ -2,7 +2,6 @@
 #include "verbs/CommandLine.h"
 
 #include <CLI/CLI.hpp>
-#include <strings.h>
 
 #include <algorithm>
 #include <deque>
@@ -10,6 +9,7 @@
 
 #include "show/Terminal.h"
 #include "show/Words.h"
+#include "verbs/Enums.h"
 
 namespace zamctl {
 namespace {
@@ -120,14 +120,13 @@ std::string UsageHint(const SVerb& verb) {
     throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(why), UsageHint(verb));
 }
 
-/// The value, as the choice that it is in any case.
+/// The value, as the choice that it is, in any case, with dashes or without.
 template <class Word>
 std::string Chosen(const Word& of, const std::string& value) {
     if (of.Choices.empty()) return value;
     const std::vector<std::string> choices(of.Choices.begin(), of.Choices.end());
-    const auto found = std::find_if(choices.begin(), choices.end(), [&](const std::string& choice) {
-        return ::strcasecmp(choice.c_str(), value.c_str()) == 0;
-    });
+    const auto found = std::find_if(choices.begin(), choices.end(),
+                                    [&](const std::string& choice) { return IsSameWord(choice, value); });
     if (found != choices.end()) return *found;
     throw CFailure(EExit::Usage, std::string(of.Name) + " can't be " + Quoted(value),
                    DidYouMean(value, choices, "it is one of " + Listed(choices)));

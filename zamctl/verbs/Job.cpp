@@ -8,6 +8,7 @@
 #include "agent/NextRun.h"
 #include "show/Terminal.h"
 #include "show/Words.h"
+#include "verbs/Enums.h"
 #include "verbs/Following.h"
 #include "verbs/JobFile.h"
 #include "verbs/JobOptions.h"
@@ -337,11 +338,8 @@ EExit Start(CCall& call) {
         SJobStartOptions options;
         if (call.Has("--full")) options.ActiveFull = EJobStartActiveFullMode::Enabled;
         if (call.Has("--no-retries")) options.Retries = EJobStartRetriesMode::Disabled;
-        if (const auto priority = call.Optional("--priority")) {
-            options.Priority = *priority == "low"      ? EJobStartPriorityMode::Low
-                               : *priority == "normal" ? EJobStartPriorityMode::Normal
-                                                       : EJobStartPriorityMode::High;
-        }
+        if (const auto priority = EnumOption<EJobStartPriorityMode>(call, "--priority"))
+            options.Priority = *priority;
         const auto started = job.Job->Start(options);
         if (started == nullptr) throw CFailure(EExit::Refused, "the agent tells of no session");
         const auto info = started->GetInfo();

@@ -18,6 +18,7 @@
 #include "agent/Interrupt.h"
 #include "show/Terminal.h"
 #include "show/Words.h"
+#include "verbs/Enums.h"
 
 namespace zamctl {
 
@@ -225,11 +226,7 @@ void ApplySource(const CCall& call, SBackupSourceInfo& source) {
 }
 
 void ApplyStorage(const CCall& call, SBackupStorageInfo& storage) {
-    if (const auto level = call.Optional("--compression")) {
-        const auto found =
-            std::find_if(Levels.begin(), Levels.end(), [&](const char* name) { return *level == name; });
-        storage.CompressionLevel = static_cast<JobCompressionLevel>(found - Levels.begin());
-    }
+    storage.CompressionLevel = EnumOption(call, "--compression", storage.CompressionLevel);
     const bool isEncrypted = call.Has("--encrypt") || call.Has("--password-file");
     if (isEncrypted && call.Has("--no-encrypt"))
         throw CFailure(EExit::Usage, "--encrypt and --no-encrypt exclude each other");

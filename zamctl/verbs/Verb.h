@@ -20,7 +20,7 @@ enum class EWord {
     Text,
     File,
     Folder,
-    Choice,  ///< one of its Choices, in any case
+    Choice,  ///< one of its Choices, in any case, with dashes or without
     Job,
     Session,
     Point,
