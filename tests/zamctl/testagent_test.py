@@ -74,6 +74,14 @@ class Finding(WithTestAgent):
         self.expect(DONE, "control", "take", "--mode", "read-only")
         self.assertEqual(self.owner()["Mode"], "ReadOnly")
 
+    def test_folders_are_those_of_where_one_is(self):
+        (self.folder / "mnt").mkdir(exist_ok=True)
+        given = [row["SourceInput"] for row in self.json("job", "resolve", ".", "./mnt/", "/etc", "label")]
+        self.assertEqual(given, [str(self.folder), str(self.folder / "mnt"), "/etc", "label"])
+        self.expect(DONE, "job", "create", "volumes", "--repo", "main", "--volume", "./mnt", "--volume", "label")
+        source = self.json("job", "show", "volumes")["Configuration"]["Source"]
+        self.assertEqual([row["Object"] for row in source["Objects"]], [str(self.folder / "mnt"), "label"])
+
     def test_everything_that_can_be_named_is_refused_when_it_is_not_there(self):
         for words in (["job", "show", "x"], ["job", "start", "x"], ["session", "show", "x"], ["session", "show", "latest"],
                       ["repo", "show", "x"], ["server", "show", "x"], ["provider", "show", "x"],

@@ -247,6 +247,13 @@ std::string Quoted(std::string_view text) {
     return '"' + Escaped(text) + '"';
 }
 
+std::string Joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const auto& word : words)
+        text += (text.empty() ? "" : ", ") + word;
+    return text;
+}
+
 std::string Nearest(std::string_view word, const std::vector<std::string>& candidates) {
     // A text that long is no misspelt word.
     if (word.empty() || word.size() > 200) return {};

@@ -123,13 +123,6 @@ EExit List(CCall& call) {
     return EExit::Done;
 }
 
-std::string Joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const auto& word : words)
-        text += (text.empty() ? "" : ", ") + word;
-    return text;
-}
-
 std::string SourceWords(const SBackupSourceInfo& source) {
     if (source.BackupMode == JobBackupMode::EntireMachine) return "the entire machine";
     std::vector<std::string> words = source.IncludeDirs;
@@ -196,9 +189,10 @@ EExit Create(CCall& call) {
         config.StorageInfo.CompressionLevel = JobCompressionLevel::Optimal;
         config.RetentionInfo.RestorePointsCount = 14;
         if (!call.Has("--repo"))
-            throw CFailure(EExit::Usage, "job create needs --repo", "zamctl repo list shows what there is");
+            throw CFailure(EExit::Usage, "where are the backups to go?",
+                           "say --repo REPOSITORY; zamctl repo list shows what there is");
         if (!call.Has("--dir") && !call.Has("--volume") && !call.Has("--machine"))
-            throw CFailure(EExit::Usage, "job create needs what to back up",
+            throw CFailure(EExit::Usage, "what is to be backed up?",
                            "say --dir DIR, --volume VOLUME or --machine");
     }
     if (const auto name = call.Optional("NAME")) config.JobName = *name;
@@ -219,7 +213,7 @@ void Change(CCall& call, IBackupJob& job, const SBackupJobConfigurationInfo& con
 
 EExit Update(CCall& call) {
     if (!HasJobOptions(call) && !call.Has("--name"))
-        throw CFailure(EExit::Usage, "job update needs something to change", "see zamctl job update --help");
+        throw CFailure(EExit::Usage, "what is to be changed?", "see zamctl job update --help");
     auto change = call.Change();
     const auto job = FindJob(*change, call.Value("JOB"));
     auto config = job.Job->GetConfigurationInfo();
@@ -394,14 +388,11 @@ EExit Note(CCall& call) {
 }
 
 EExit Resolve(CCall& call) {
-    std::vector<SVolumeBackupObject> objects;
-    for (const auto& word : call.Values("OBJECT"))
-        objects.push_back({word, EVolumeBackupObjectType::Unknown});
     static const std::vector<SColumn> columns{{"GIVEN", "SourceInput"},
                                               {"IS", "DisplayName"},
                                               {"TYPE", "ObjectType"},
                                               {"DETAILS", "ResolveDetails", EKind::Text, true}};
-    for (const auto& resolved : call.Agent.Look()->ResolveUserInput(objects))
+    for (const auto& resolved : call.Agent.Look()->ResolveUserInput(ObjectsCalled(call.Values("OBJECT"))))
         call.Out.Row(columns, ToJson(resolved));
     call.Out.EndRows(columns);
     return EExit::Done;

@@ -211,9 +211,7 @@ void ApplySource(const CCall& call, SBackupSourceInfo& source) {
     if (hasVolumes) {
         source.BackupMode = JobBackupMode::VolumeLevel;
         source.IncludeDirs.clear();
-        source.Objects.clear();
-        for (const auto& volume : call.Values("--volume"))
-            source.Objects.push_back({volume, EVolumeBackupObjectType::Unknown});
+        source.Objects = ObjectsCalled(call.Values("--volume"));
     }
     if (call.Has("--machine")) {
         source.BackupMode = JobBackupMode::EntireMachine;
@@ -365,6 +363,15 @@ std::string AbsolutePath(const std::string& path) {
     while (text.size() > 1 && text.ends_with('/'))
         text.pop_back();
     return text;
+}
+
+std::vector<SVolumeBackupObject> ObjectsCalled(const std::vector<std::string>& words) {
+    std::vector<SVolumeBackupObject> objects;
+    for (const auto& word : words) {
+        const bool isPath = word == "." || word == ".." || word.find('/') != std::string::npos;
+        objects.push_back({isPath ? AbsolutePath(word) : word, EVolumeBackupObjectType::Unknown});
+    }
+    return objects;
 }
 
 }  // namespace zamctl
