@@ -115,6 +115,13 @@ class Tour(WithAgent):
         self.assertIn("no such field", second)
         self.assertIn("RestorePointsCount", second)
 
+    def test_editor_that_only_changes_the_mark_of_a_mistake_gives_up(self):
+        editor = 'sh -c \'echo x >> times; sed -i "s/FileLevel/FooLevel/; s,^//.*,&x," "$1"\' -'
+        terminal = self.terminal("job", "edit", "home", environment={"EDITOR": editor, "VISUAL": ""})
+        self.assertEqual(terminal.end(), REFUSED, terminal.seen)
+        self.assertIn("the mistake is still there; nothing was changed", terminal.seen)
+        self.assertEqual((self.folder / "times").read_text().split(), ["x", "x"])
+
     def test_dry_run_changes_nothing(self):
         before = self.expect(DONE, "job", "export"), self.expect(DONE, "repo", "list", "-o", "json")
         result = self.json("job", "create", "new", "--repo", "disk", "--dir", "/nonexistent", "--dry-run", status=None)
