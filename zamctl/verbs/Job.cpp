@@ -40,7 +40,7 @@ const std::vector<SColumn>& JobColumns() {
 
 const std::vector<SColumn>& FindingColumns() {
     static const std::vector<SColumn> columns{{"WEIGHT", "MessageType", EKind::Outcome},
-                                              {"FINDING", "Message"}};
+                                              {"FINDING", "Message", EKind::Sentence}};
     return columns;
 }
 
@@ -297,7 +297,7 @@ EExit Diff(CCall& call) {
     const Json present = ToJson(config);
     ImportInto(*product, objects.front(), config);
     static const std::vector<SColumn> columns{
-        {"FIELD", "Path"}, {"PRESENT", "Present"}, {"IN THE FILE", "New"}};
+        {"FIELD", "Path"}, {"PRESENT", "Present", EKind::Sentence}, {"IN THE FILE", "New", EKind::Sentence}};
     for (const auto& difference : Differences(present, ToJson(config)))
         call.Out.Row(
             columns,
