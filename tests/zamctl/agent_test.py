@@ -115,6 +115,13 @@ class Tour(WithAgent):
         self.assertIn("no such field", second)
         self.assertIn("RestorePointsCount", second)
 
+    def test_editor_that_only_changes_the_mark_of_a_mistake_gives_up(self):
+        editor = 'sh -c \'echo x >> times; sed -i "s/FileLevel/FooLevel/; s,^//.*,&x," "$1"\' -'
+        terminal = self.terminal("job", "edit", "home", environment={"EDITOR": editor, "VISUAL": ""})
+        self.assertEqual(terminal.end(), REFUSED, terminal.seen)
+        self.assertIn("the mistake is still there; nothing was changed", terminal.seen)
+        self.assertEqual((self.folder / "times").read_text().split(), ["x", "x"])
+
     def test_dry_run_changes_nothing(self):
         before = self.expect(DONE, "job", "export"), self.expect(DONE, "repo", "list", "-o", "json")
         result = self.json("job", "create", "new", "--repo", "disk", "--dir", "/nonexistent", "--dry-run", status=None)
@@ -221,7 +228,13 @@ class Results(WithAgent):
                     "--before", self.script("before", "echo no, thanks; exit 3"))
         out = self.expect(FAILED, "job", "start", "failing", "--follow")
         self.assertIn("no, thanks", out)
-        self.assertIn("no, thanks", self.expect(DONE, "session", "show", "failing"))
+        # It has made nothing, of whatever kind it was to be.
+        self.assertRegex(out.splitlines()[-1], r'^"failing": Failed, in .* m?s$')
+        shown = self.expect(DONE, "session", "show", "failing")
+        self.assertIn("no, thanks", shown)
+        self.assertRegex(shown, r"\nMade: +-\n(.*\n)*Point: +-\n")
+        self.assertNotIn("Increment", self.expect(DONE, "session", "list", "failing", environment={"COLUMNS": "200"}))
+        self.assertEqual(self.json("session", "show", "failing")["SessionAlgorithm"], "Increment")
         self.assertIn("Failed", self.expect(DONE, "status"))
 
     def test_agent_that_dies_in_mid_follow_and_comes_back_is_followed_on(self):
@@ -246,8 +259,8 @@ class Results(WithAgent):
             return os.read(process.stdout.fileno(), 65536) if select.select([process.stdout], [], [], 0)[0] else b""
         self.wait_for(has_shown)
         self.stop_agent()
-        self.assertIn(b"the agent is away", process.stderr.readline())
-        self.assertIn(b"the agent is there again", process.stderr.readline())
+        self.assertIn(b"events have broken off", process.stderr.readline())
+        self.assertIn(b"events come again", process.stderr.readline())
         while select.select([process.stdout], [], [], 0)[0]:  # from before
             os.read(process.stdout.fileno(), 65536)
         self.assertIn(b"BackupJobModified", self.wait_for(has_shown))

@@ -10,7 +10,7 @@ from pathlib import Path
 
 import jsonschema
 
-from program import DONE, FAILED, REFUSED, WithTestAgent, normalised
+from program import DONE, FAILED, REFUSED, USAGE, WithTestAgent, normalised
 from terminal import columns_of, plain
 
 GOLDEN = Path(__file__).parent / "golden"
@@ -157,15 +157,18 @@ class Forms(WithTestAgent):
             ["job", "note", "new"],
             ["job", "import", "definition.json"],
             ["job", "diff", "new", "definition.json"],
-            ["job", "start", "nightly", "--follow"],
             ["job", "delete", "from a file", "nightly", "--yes"],
             ["job", "delete", "new", "--yes"],
             ["repo", "delete", "second", "--yes"],
+            ["server", "add", "dry", "--address", "h", "--dry-run"],
             ["server", "add", "central", "--address", "h"],
+            ["server", "update", "central", "--user", "u", "--dry-run"],
             ["server", "update", "central", "--user", "u"],
             ["server", "resync", "central"],
             ["server", "delete", "central", "--yes"],
+            ["provider", "add", "dry", "--address", "h", "--dry-run"],
             ["provider", "add", "cloud", "--address", "h"],
+            ["provider", "update", "cloud", "--user", "u", "--dry-run"],
             ["provider", "update", "cloud", "--user", "u"],
             ["provider", "resync", "cloud"],
             ["provider", "delete", "cloud", "--yes"],
@@ -183,6 +186,20 @@ class Forms(WithTestAgent):
                 command = words[0] if words[0] == "logs" else "-".join(words[:2])
                 self.check("json", out, schema, command)
                 self.assertNotIn("dry", self.expect(DONE, "job", "list"))
+
+    def test_run_that_is_followed_is_a_line_each_time_it_has_changed(self):
+        self.script(clock={"stepMs": 5})
+        # Refused before anything is done: a program that reads one document would wait for its end.
+        self.assertIn("--output jsonl", self.refused(USAGE, "job", "start", "nightly", "--follow", "-o", "json"))
+        self.assertEqual(self.json("session", "list"), [])
+        schema = json.loads(self.expect(DONE, "schema"))
+        for words in (["job", "start", "nightly", "--follow"], ["session", "follow", "nightly"]):
+            with self.subTest(words):
+                lines = self.expect(DONE, *words, "--output", "jsonl").splitlines()
+                for line in lines:
+                    self.validate(json.loads(line), schema, {"$ref": "#/$defs/SBackupJobSessionInfo"})
+                self.assertEqual(json.loads(lines[-1])["State"], "Stopped")
+                self.check("tsv", self.expect(DONE, *words, "--output", "tsv"), schema, "-".join(words[:2]))
 
     def test_what_is_started_and_stopped_shows_its_session(self):
         self.script(clock={"mode": "held"})

@@ -204,7 +204,7 @@ SFoundPoint FindPoint(IZamProduct& product, std::string_view word, std::string_v
     std::vector<std::string> withPoints;
     for (const auto& one : jobs) {
         const auto own = one.Job->GetOibsForRestore();
-        if (!own.empty()) withPoints.push_back(one.Info.Name);
+        if (!own.empty()) withPoints.push_back(Quoted(one.Info.Name));
         for (const auto& point : own) {
             called.push_back({point.Id, {}});
             points.push_back({one, point});
@@ -216,11 +216,8 @@ SFoundPoint FindPoint(IZamProduct& product, std::string_view word, std::string_v
     }
     if (points.empty()) throw CFailure(EExit::NotFound, "there is no restore point yet");
     if (withPoints.size() > 1) {
-        std::string names;
-        for (const auto& name : withPoints)
-            names += (names.empty() ? "" : ", ") + Quoted(name);
         throw CFailure(EExit::Usage, "several jobs have points",
-                       "say whose is meant with --job, one of: " + names);
+                       "say whose is meant with --job, one of: " + Joined(withPoints));
     }
     return *std::max_element(
         points.begin(), points.end(), [](const SFoundPoint& left, const SFoundPoint& right) {

@@ -49,14 +49,24 @@ public:
         if (m_asked.Take() && !m_onInterrupt()) throw CFailure(EExit::Interrupted, "interrupted");
     }
 
-    /// An event, when one comes within a round. Without a stream, just the time.
-    apigen::Optional<SBaseEvent> NextEvent() {
+    /// An event, when one comes within a round; `onUnreadable` is told of one that can't be read, behind which the
+    /// stream goes on. Without a stream, just the time.
+    template <class Action>
+    apigen::Optional<SBaseEvent> NextEvent(Action&& onUnreadable) {
         HeedInterrupt();
         if (m_events == nullptr) {
             ::poll(nullptr, 0, Round.count());
             return {};
         }
-        return m_events->ReadUntil(Clock::now() + Round);
+        try {
+            return m_events->ReadUntil(Clock::now() + Round);
+        } catch (const apigen::InterruptedError&) {
+            throw;
+        } catch (const apigen::ApiException& error) {
+            if (error.IsConnectionLost()) throw;
+            onUnreadable(error.what());
+            return {};
+        }
     }
 
     /// Connects, and subscribes where the agent offers events.
@@ -67,9 +77,6 @@ public:
     }
 
     [[nodiscard]] bool HasEvents() const { return m_events != nullptr; }
-
-    /// Does without events until it is connected anew.
-    void Deafen() { m_events.reset(); }
 
     /// Does `action` again and again, until the agent has been there for it; between two tries it is connected anew.
     template <class Action>
@@ -162,21 +169,13 @@ SBackupJobSessionInfo FollowSession(CAgent& agent, const apigen::Guid& sessionId
         if (!shown || shown->Usn != info.Usn || !lines.empty()) watcher.OnChange(info, lines);
         shown = info;
         if (hasEnded) return info;
-        // Progress has no events of its own: an event wakes us before the round is over.
-        watch.Through([&] {
-            try {
-                (void)watch.NextEvent();
-            } catch (const apigen::InterruptedError&) {
-                throw;
-            } catch (const apigen::ApiException& error) {
-                if (error.IsConnectionLost()) throw;
-                watch.Deafen();  // what can't be read is no news, but looking goes on
-            }
-        });
+        // Progress has no events of its own: an event, be it one that can't be read, wakes us before the round is over.
+        watch.Through([&] { (void)watch.NextEvent([](const char* /*reason*/) {}); });
     }
 }
 
 void FollowEvents(CAgent& agent, const std::function<bool(const SBaseEvent&)>& onEvent,
+                  const std::function<void(const std::string&)>& onUnreadable,
                   const std::function<void(const std::string&)>& onAway,
                   const std::function<bool()>& onInterrupt, std::chrono::steady_clock::time_point until) {
     CWatch watch(agent, onAway, onInterrupt);
@@ -184,7 +183,7 @@ void FollowEvents(CAgent& agent, const std::function<bool(const SBaseEvent&)>& o
     if (!watch.HasEvents()) throw CFailure(EExit::Refused, "the agent offers no events");
     while (Clock::now() < until) {
         apigen::Optional<SBaseEvent> event;
-        watch.Through([&] { event = watch.NextEvent(); });
+        watch.Through([&] { event = watch.NextEvent(onUnreadable); });
         if (event && !onEvent(*event)) return;
     }
 }

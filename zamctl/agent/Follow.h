@@ -33,8 +33,10 @@ inline constexpr std::chrono::seconds AwayLimit{60};
 zamclientlib::SBackupJobSessionInfo FollowSession(CAgent& agent, const apigen::Guid& sessionId,
                                                   const SWatcher& watcher);
 
-/// Gives every event to `onEvent` until that returns false or it is `until`, across restarts of the agent.
+/// Gives every event to `onEvent` until that returns false or it is `until`, across restarts of the agent. One that can't
+/// be read is left out: `onUnreadable` is told why.
 void FollowEvents(CAgent& agent, const std::function<bool(const zamclientlib::SBaseEvent&)>& onEvent,
+                  const std::function<void(const std::string& reason)>& onUnreadable,
                   const std::function<void(const std::string& reason)>& onAway,
                   const std::function<bool()>& onInterrupt,
                   std::chrono::steady_clock::time_point until = std::chrono::steady_clock::time_point::max());

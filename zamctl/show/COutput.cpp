@@ -271,8 +271,9 @@ private:
             for (const SColumn& column : columns) {
                 const bool isRight = column.Kind == EKind::Number || column.Kind == EKind::Bytes ||
                                      column.Kind == EKind::Rate || column.Kind == EKind::Percent;
-                m_columns.push_back(
-                    {column.Heading, isRight, column.IsDroppable, column.Kind == EKind::Text});
+                m_columns.push_back({column.Heading, isRight, column.IsDroppable,
+                                     column.Kind == EKind::Text || column.Kind == EKind::Sentence,
+                                     column.Kind == EKind::Sentence});
                 m_sources.push_back(column);
             }
         }
@@ -324,15 +325,7 @@ private:
         if (apigen::Guid::Parse(words)) return words.substr(0, Least);
         std::string lines;
         for (std::string_view rest = words; !rest.empty();) {
-            std::size_t length = 0;
-            std::size_t columns = 0;
-            while (length < rest.size()) {
-                const SCharacter next = FirstCharacter(rest.substr(length));
-                const auto width = static_cast<std::size_t>(std::max(WidthOf(next.Code), 0));
-                if (columns + width > room) break;
-                columns += width;
-                length += std::max<std::size_t>(next.Length, 1);
-            }
+            const std::size_t length = LengthWithin(rest, room);
             if (!lines.empty()) lines.append("\n").append(indent, ' ');
             lines += rest.substr(0, length);
             rest.remove_prefix(length);
@@ -466,6 +459,7 @@ std::string COutput::Cell(const SColumn& column, const Json& value) const {
         case EKind::Outcome:
             return value == "None" ? "-" : PlainWords(value);
         case EKind::Text:
+        case EKind::Sentence:
         case EKind::Number:
         case EKind::Truth:
             break;

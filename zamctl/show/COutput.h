@@ -26,7 +26,8 @@ enum class EForm {
 /// How a column's value is shown to people. Programs get it as JSON has it, in TSV as text.
 enum class EKind {
     Text,
-    Id,  ///< the first eight digits on a terminal narrower than 140 columns
+    Sentence,  ///< text that goes on in the next line, where a table would cut another one
+    Id,        ///< the first eight digits on a terminal narrower than 140 columns
     Number,
     Bytes,
     Rate,  ///< bytes a second

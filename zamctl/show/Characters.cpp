@@ -5,6 +5,7 @@
 #include <locale.h>
 #include <wchar.h>
 
+#include <algorithm>
 #include <string_view>
 
 namespace zamctl {
@@ -57,6 +58,19 @@ int WidthOf(char32_t code) {
     if (code < 0xA0 || IsTrick(code)) return -1;
     UseWideCharacters();
     return ::wcwidth(static_cast<wchar_t>(code));
+}
+
+std::size_t LengthWithin(std::string_view text, std::size_t columns) {
+    std::size_t end = 0;
+    std::size_t used = 0;
+    while (end < text.size()) {
+        const auto [code, length] = FirstCharacter(text.substr(end));
+        const int width = length == 0 ? 1 : WidthOf(code);
+        used += width < 0 ? 1 : static_cast<std::size_t>(width);
+        if (used > columns) break;
+        end += std::max<std::size_t>(length, 1);
+    }
+    return end;
 }
 
 std::string ValidUtf8(std::string_view text) {

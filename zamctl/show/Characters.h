@@ -20,6 +20,9 @@ struct SCharacter {
 /// The columns that it takes on a terminal; -1 for one that can't be shown, or changes how others are.
 [[nodiscard]] int WidthOf(char32_t code);
 
+/// How many bytes of the text's beginning fit into so many columns.
+[[nodiscard]] std::size_t LengthWithin(std::string_view text, std::size_t columns);
+
 /// The text with U+FFFD for each byte that is no UTF-8.
 [[nodiscard]] std::string ValidUtf8(std::string_view text);
 

@@ -329,9 +329,9 @@ Json Schema(const std::vector<std::pair<std::string, std::string>>& commands) {
     schema["title"] = "What zamctl writes with --output json";
     schema["description"] =
         "$defs has each command by its name, \"job-list\" say: with --output json that is the document. With "
-        "--output "
-        "jsonl each line is one of its items. Points in time that are not known are null, and so are "
-        "secrets, always.";
+        "--output jsonl each line is one of its items, or the one object; that is the only JSON of what "
+        "follows something, session-follow, events, and job-start with --follow. Points in time that are not "
+        "known are null, and so are secrets, always.";
     schema["$defs"] = std::move(definitions).Take();
     return schema;
 }

@@ -84,6 +84,39 @@ void Fit(const std::vector<STableColumn>& columns, std::size_t width, STableLayo
     }
 }
 
+/// A text in pieces of at most so many columns, parted at blanks where there are some.
+std::vector<std::string> Pieces(std::string_view text, std::size_t width) {
+    std::vector<std::string> pieces;
+    while (ColumnsOf(text) > width) {
+        const std::size_t most = std::max<std::size_t>(LengthWithin(text, width), 1);
+        const std::size_t blank = text.find_last_of(' ', most);
+        const bool isParted = blank != std::string_view::npos && blank != 0;
+        pieces.emplace_back(text.substr(0, isParted ? blank : most));
+        text.remove_prefix(isParted ? blank + 1 : most);
+    }
+    pieces.emplace_back(text);
+    return pieces;
+}
+
+/// The rows with lines below them for what goes on there.
+Rows Wrapped(const std::vector<STableColumn>& columns, const Rows& rows, const STableLayout& layout) {
+    Rows lines;
+    for (const auto& row : rows) {
+        const std::size_t first = lines.size();
+        lines.push_back(row);
+        for (std::size_t i = 0; i < layout.Shown.size(); ++i) {
+            const std::size_t column = layout.Shown[i];
+            if (!columns[column].IsWrapped) continue;
+            const auto pieces = Pieces(row[column].Text, layout.Widths[i]);
+            lines.resize(std::max(lines.size(), first + pieces.size()),
+                         std::vector<STableCell>(columns.size()));
+            for (std::size_t at = 0; at < pieces.size(); ++at)
+                lines[first + at][column].Text = pieces[at];
+        }
+    }
+    return lines;
+}
+
 struct SFree {
     void operator()(libscols_table* table) const noexcept { scols_unref_table(table); }
     void operator()(char* text) const noexcept { std::free(text); }  // NOLINT: the C library's own
@@ -153,9 +186,11 @@ std::string TablePage(const std::vector<STableColumn>& columns, const Rows& rows
     Fit(columns, width, layout);
     // Wide characters in the cells have brought them already; "…" in place of what is cut off is one, too.
     for (std::size_t i = 0; i < layout.Shown.size(); ++i)
-        if (layout.Widths[i] < natural[layout.Shown[i]]) UseWideCharacters();
+        if (layout.Widths[i] < natural[layout.Shown[i]] && !columns[layout.Shown[i]].IsWrapped)
+            UseWideCharacters();
     const bool isOther = !isFirst && layout.Widths != before && rows.size() >= LongPage;
-    std::string lines = Print(columns, rows, hasColours, isFirst || isOther, layout);
+    std::string lines =
+        Print(columns, Wrapped(columns, rows, layout), hasColours, isFirst || isOther, layout);
     if (isOther) lines.insert(0, 1, '\n');
     return lines;
 }

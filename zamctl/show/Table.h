@@ -15,6 +15,7 @@ struct STableColumn {
     bool IsRight = false;
     bool IsDroppable = false;
     bool IsCuttable = false;  ///< text, of which the beginning will do
+    bool IsWrapped = false;   ///< text that goes on in the next line in place of that
 };
 
 struct STableCell {

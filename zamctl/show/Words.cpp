@@ -247,6 +247,13 @@ std::string Quoted(std::string_view text) {
     return '"' + Escaped(text) + '"';
 }
 
+std::string Joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const auto& word : words)
+        text += (text.empty() ? "" : ", ") + word;
+    return text;
+}
+
 std::string Nearest(std::string_view word, const std::vector<std::string>& candidates) {
     // A text that long is no misspelt word.
     if (word.empty() || word.size() > 200) return {};
@@ -283,16 +290,7 @@ std::size_t ColumnsOf(std::string_view text) {
 std::string CutTo(std::string_view text, std::size_t columns) {
     if (ColumnsOf(text) <= columns) return std::string(text);
     if (columns == 0) return {};
-    std::size_t end = 0;
-    std::size_t used = 0;
-    while (end < text.size()) {
-        const auto [code, length] = FirstCharacter(text.substr(end));
-        const int width = length == 0 ? 1 : WidthOf(code);
-        used += width < 0 ? 1 : static_cast<std::size_t>(width);
-        if (used > columns - 1) break;
-        end += std::max<std::size_t>(length, 1);
-    }
-    return std::string(text.substr(0, end)) + "…";
+    return std::string(text.substr(0, LengthWithin(text, columns - 1))) + "…";
 }
 
 }  // namespace zamctl

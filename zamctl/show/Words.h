@@ -41,6 +41,9 @@ namespace zamctl {
 /// In quotes, escaped: for messages.
 [[nodiscard]] std::string Quoted(std::string_view text);
 
+/// "disk, tape".
+[[nodiscard]] std::string Joined(const std::vector<std::string>& words);
+
 /// The nearest of the candidates, when it is near enough for "did you mean"; else empty.
 [[nodiscard]] std::string Nearest(std::string_view word, const std::vector<std::string>& candidates);
 

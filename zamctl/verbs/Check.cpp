@@ -17,7 +17,7 @@ EExit Check(CCall& call) {
     static const std::vector<SColumn> columns{
         {"JOB", "JobName"},
         {"WEIGHT", "MessageType", EKind::Outcome},
-        {"FINDING", "Message"},
+        {"FINDING", "Message", EKind::Sentence},
     };
     std::size_t errors = 0;
     std::size_t warnings = 0;

@@ -2,7 +2,6 @@
 #include "verbs/CommandLine.h"
 
 #include <CLI/CLI.hpp>
-#include <strings.h>
 
 #include <algorithm>
 #include <deque>
@@ -10,6 +9,7 @@
 
 #include "show/Terminal.h"
 #include "show/Words.h"
+#include "verbs/Enums.h"
 
 namespace zamctl {
 namespace {
@@ -18,13 +18,6 @@ std::string DidYouMean(std::string_view word, const std::vector<std::string>& ca
                        const std::string& otherwise) {
     const std::string nearest = Nearest(word, candidates);
     return nearest.empty() ? otherwise : "did you mean " + Quoted(nearest) + "?";
-}
-
-std::string Listed(const std::vector<std::string>& words) {
-    std::string list;
-    for (const auto& word : words)
-        list += (list.empty() ? "" : ", ") + word;
-    return list;
 }
 
 const SOption* FindOption(std::span<const SOption> options, std::string_view word) {
@@ -75,14 +68,14 @@ const SVerb& VerbOf(const SChosen& chosen) {
     const auto verbs = SecondWords(chosen.Noun);
     if (verbs.empty()) {
         throw CFailure(EExit::Usage, "there is no command " + Quoted(chosen.Noun),
-                       DidYouMean(chosen.Noun, FirstWords(), "the commands are " + Listed(FirstWords())));
+                       DidYouMean(chosen.Noun, FirstWords(), "the commands are " + Joined(FirstWords())));
     }
     if (chosen.Name.empty()) {
         throw CFailure(EExit::Usage, "what is to be done with " + chosen.Noun + "?",
-                       "say one of " + Listed(verbs) + "; \"zamctl " + chosen.Noun + " --help\" tells more");
+                       "say one of " + Joined(verbs) + "; \"zamctl " + chosen.Noun + " --help\" tells more");
     }
-    throw CFailure(EExit::Usage, "zamctl " + chosen.Noun + " can't " + Quoted(chosen.Name),
-                   DidYouMean(chosen.Name, verbs, "it can " + Listed(verbs)));
+    throw CFailure(EExit::Usage, chosen.Noun + " has no verb " + Quoted(chosen.Name),
+                   DidYouMean(chosen.Name, verbs, "its verbs are " + Joined(verbs)));
 }
 
 /// Where CLI11 puts values; they are read from its options themselves.
@@ -114,23 +107,24 @@ std::string UsageHint(const SVerb& verb) {
         const SOption* const option = FindOption(options, name);
         if (option == nullptr) continue;
         if (option->Value == nullptr)
-            throw CFailure(EExit::Usage, std::string(option->Name) + " takes no value", UsageHint(verb));
-        throw CFailure(EExit::Usage, std::string(option->Name) + " needs " + option->Value, option->Help);
+            throw CFailure(EExit::Usage, FullName(verb) + ": " + option->Name + " takes no value",
+                           UsageHint(verb));
+        throw CFailure(EExit::Usage, FullName(verb) + ": " + option->Name + " needs " + option->Value,
+                       option->Help);
     }
     throw CFailure(EExit::Usage, FullName(verb) + ": " + Escaped(why), UsageHint(verb));
 }
 
-/// The value, as the choice that it is in any case.
+/// The value, as the choice that it is, in any case, with dashes or without.
 template <class Word>
-std::string Chosen(const Word& of, const std::string& value) {
+std::string Chosen(const SVerb& verb, const Word& of, const std::string& value) {
     if (of.Choices.empty()) return value;
     const std::vector<std::string> choices(of.Choices.begin(), of.Choices.end());
-    const auto found = std::find_if(choices.begin(), choices.end(), [&](const std::string& choice) {
-        return ::strcasecmp(choice.c_str(), value.c_str()) == 0;
-    });
+    const auto found = std::find_if(choices.begin(), choices.end(),
+                                    [&](const std::string& choice) { return IsSameWord(choice, value); });
     if (found != choices.end()) return *found;
-    throw CFailure(EExit::Usage, std::string(of.Name) + " can't be " + Quoted(value),
-                   DidYouMean(value, choices, "it is one of " + Listed(choices)));
+    throw CFailure(EExit::Usage, FullName(verb) + ": " + of.Name + " can't be " + Quoted(value),
+                   DidYouMean(value, choices, "it is one of " + Joined(choices)));
 }
 
 [[noreturn]] void RefuseOption(const SVerb& verb, const std::string& word) {
@@ -149,10 +143,13 @@ SCommonOptions CommonOf(const SVerb& verb, const CCall& call) {
     if (form == "jsonl") common.Output.Form = EForm::JsonLines;
     if (form == "tsv") common.Output.Form = EForm::Tsv;
     if (!verb.HasForms && call.Has("--output") && form != "table")
-        throw CFailure(EExit::Usage, FullName(verb) + " has no output of the form " + Quoted(form));
-    if (verb.IsFollowing && common.Output.Form == EForm::Json) {
+        throw CFailure(EExit::Usage, FullName(verb) + " has no output of the form " + Quoted(form),
+                       "what it writes has one form: leave --output out");
+    const bool isFollowing = verb.IsFollowing || call.Has("--follow");
+    if (isFollowing && common.Output.Form == EForm::Json) {
         throw CFailure(EExit::Usage,
-                       FullName(verb) + " shows what happens as it comes, which is no one document",
+                       FullName(verb) + (verb.IsFollowing ? "" : " --follow") +
+                           " shows what happens as it comes, which is no one document",
                        "say --output jsonl");
     }
     const std::string color = call.Value("--color");
@@ -221,7 +218,8 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
                     return line;
                 }
                 if (FindOption(CommonOptions(), word) == nullptr)
-                    throw CFailure(EExit::Usage, "zamctl has no option " + Quoted(word), "see zamctl --help");
+                    throw CFailure(EExit::Usage, "zamctl has no option " + Quoted(word),
+                                   DidYouMean(word, {"--help", "--version"}, "see zamctl --help"));
             }
             throw CFailure(EExit::Usage, "what is to be done?", "see zamctl --help");
         }
@@ -266,7 +264,7 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
             throw CFailure(EExit::Usage, FullName(verb) + " needs " + argument.Name, UsageHint(verb));
         const std::size_t end = argument.IsRepeated ? given.size() : std::min(taken + 1, given.size());
         for (; taken < end; ++taken)
-            line.Words.emplace_back(argument.Name, Chosen(argument, given[taken]));
+            line.Words.emplace_back(argument.Name, Chosen(verb, argument, given[taken]));
     }
     if (taken < given.size())
         throw CFailure(EExit::Usage, FullName(verb) + " has no use for " + Quoted(given[taken]),
@@ -280,9 +278,9 @@ SCommandLine ParseCommandLine(const std::vector<std::string>& arguments) {
         }
         const auto& own = declared->results();
         if (own.size() > 1 && !option->IsRepeated)
-            throw CFailure(EExit::Usage, std::string(option->Name) + " can be given once only");
+            throw CFailure(EExit::Usage, FullName(verb) + ": " + option->Name + " can be given once only");
         for (const auto& value : own)
-            line.Words.emplace_back(option->Name, Chosen(*option, value));
+            line.Words.emplace_back(option->Name, Chosen(verb, *option, value));
         if (own.empty() && option->IsRequired)
             throw CFailure(EExit::Usage, FullName(verb) + " needs " + option->Name, UsageHint(verb));
     }

@@ -148,14 +148,7 @@ void CCompletions::CompleteFirst(const std::string& part) {
     }
     for (const auto& word : FirstWords()) {
         const SVerb* const alone = FindVerb(word, "");
-        std::string help;
-        if (alone != nullptr) {
-            help = alone->Help;
-        } else {
-            for (const auto& verb : SecondWords(word))
-                help += (help.empty() ? "" : ", ") + verb;
-        }
-        Add(word, part, help);
+        Add(word, part, alone != nullptr ? alone->Help : Joined(SecondWords(word)));
     }
     if (!m_isHelp) Add("help", part, "tells what a command does");
 }

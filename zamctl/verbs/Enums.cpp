@@ -18,14 +18,16 @@ std::string Plain(std::string_view word) {
 
 }  // namespace
 
+bool IsSameWord(std::string_view left, std::string_view right) {
+    return Plain(left) == Plain(right);
+}
+
 std::size_t ChooseName(std::string_view what, std::string_view word, const std::vector<std::string>& names) {
     const auto found = std::find_if(names.begin(), names.end(),
-                                    [&](const std::string& name) { return Plain(name) == Plain(word); });
+                                    [&](const std::string& name) { return IsSameWord(name, word); });
     if (found != names.end()) return static_cast<std::size_t>(found - names.begin());
-    std::string list;
-    for (const auto& name : names)
-        list += (list.empty() ? "it is one of " : ", ") + name;
-    throw CFailure(EExit::Usage, std::string(what) + " can't be " + Quoted(word), list);
+    throw CFailure(EExit::Usage, std::string(what) + " can't be " + Quoted(word),
+                   "it is one of " + Joined(names));
 }
 
 }  // namespace zamctl

@@ -14,7 +14,10 @@
 
 namespace zamctl {
 
-/// The index of the name that `word` is, in any case, with dashes or without ("read-only" is ReadOnly).
+/// Whether both are one word, in any case, with dashes or without: "read-only" is ReadOnly.
+[[nodiscard]] bool IsSameWord(std::string_view left, std::string_view right);
+
+/// The index of the name that `word` is, as `IsSameWord` has it.
 /// \param what "--mode": for messages
 /// \throws CFailure (Usage) with the names that there are
 [[nodiscard]] std::size_t ChooseName(std::string_view what, std::string_view word,

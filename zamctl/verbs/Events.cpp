@@ -212,12 +212,16 @@ EExit Events(CCall& call) {
         return !count || ++shown < *count;
     };
     const auto onAway = [&](const std::string& reason) {
-        call.Out.Note(reason.empty() ? "the agent is there again; events may have been missed"
-                                     : "the agent is away (" + reason + "); waiting for it");
+        // The agent may as well live, and have sent what can't be told into events.
+        call.Out.Note(reason.empty() ? "events come again; some may have been missed"
+                                     : "events have broken off (" + reason + "); waiting for the agent");
+    };
+    const auto onUnreadable = [&](const std::string& reason) {
+        call.Out.Note("an event that can't be read is left out: " + reason);
     };
     try {
         FollowEvents(
-            call.Agent, onEvent, onAway, [] { return false; }, until);
+            call.Agent, onEvent, onUnreadable, onAway, [] { return false; }, until);
     } catch (const CFailure& failure) {
         // It has been asked for, and there is nothing to say about it.
         if (failure.Exit() != EExit::Interrupted) throw;
@@ -254,7 +258,9 @@ constexpr std::array Table{
             "The agent keeps no events: those that come from now on are shown, a line each. How long is said "
             "by "
             "--follow, --count or --for, of which the first to be over counts. An agent that is restarted is "
-            "waited for, for a minute; what happened meanwhile is not told.",
+            "waited for, for a minute; what happened meanwhile is not told. An event that can't be read is "
+            "left "
+            "out, with a line on standard error, and does not count.",
         .Example = "zamctl events --follow\n"
                    "zamctl events --count 1 --kind BackupJobFinished --output jsonl",
         .Arguments = {},

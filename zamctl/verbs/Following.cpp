@@ -18,12 +18,18 @@ using namespace zamclientlib;  // NOLINT: this file speaks of nothing else
 
 namespace {
 
+/// Whether there is a point of it for certain. The record names one, and its kind, from the beginning on.
+bool HasMadePoint(const SBackupJobSessionInfo& info) {
+    return info.State == JobState::Stopped && info.Result != JobResult::Failed;
+}
+
 std::string Summary(const SBackupJobSessionInfo& info) {
     std::string words = Quoted(info.JobName) + ": " + std::string(NameOf(info.Result));
-    if (info.SessionAlgorithm != JobSessionAlgorithm::Unknown)
+    if (HasMadePoint(info) && info.SessionAlgorithm != JobSessionAlgorithm::Unknown)
         words += ", " + std::string(NameOf(info.SessionAlgorithm));
-    words += ", " + SizeWords(info.BackedUpSizeBytes) + " of files, " + SizeWords(info.TransferredSizeBytes) +
-             " stored";
+    if (HasMadePoint(info) || info.BackedUpSizeBytes != 0 || info.TransferredSizeBytes != 0)
+        words += ", " + SizeWords(info.BackedUpSizeBytes) + " of files, " +
+                 SizeWords(info.TransferredSizeBytes) + " stored";
     const auto took = std::chrono::milliseconds(
         (info.EndTimeUtc.seconds - info.StartTimeUtc.seconds) * 1000 +
         (info.EndTimeUtc.milliseconds - static_cast<long>(info.StartTimeUtc.milliseconds)));
@@ -63,6 +69,15 @@ EExit ExitOf(const SBackupJobSessionInfo& info) {
         default:
             return EExit::Done;
     }
+}
+
+Json SessionRow(const COutput& out, const SBackupJobSessionInfo& info) {
+    Json row = ToJson(info);
+    if (out.IsForPeople() && !HasMadePoint(info)) {
+        row["SessionAlgorithm"] = nullptr;
+        row["PointId"] = nullptr;
+    }
+    return row;
 }
 
 std::string LogLine(const COutput& out, const SLogDetail& line) {
@@ -130,13 +145,13 @@ EExit WatchSession(CCall& call, const apigen::Guid& sessionId) {
         if (info.State != JobState::Stopped) progress.Show(info);
     };
     watcher.OnAway = [&](const std::string& reason) {
-        if (!reason.empty() && isForPeople) {
-            progress.ShowWord("the agent is away; waiting for it to come back");
-            if (!IsErrorTerminal())
-                call.Out.Note("the agent is away (" + Escaped(reason) + "); waiting for it");
-        } else if (reason.empty()) {
+        if (reason.empty()) {
             progress.Clear();
             call.Out.Note("the agent is there again");
+        } else if (isForPeople && IsErrorTerminal()) {
+            progress.ShowWord("the agent is away; waiting for it to come back");
+        } else {
+            call.Out.Note("the agent is away (" + reason + "); waiting for it");
         }
     };
     watcher.OnInterrupt = [&] {

@@ -16,6 +16,9 @@ EExit WatchSession(CCall& call, const apigen::Guid& sessionId);
 /// What a session's result means for the exit status. One that has not ended is Done.
 [[nodiscard]] EExit ExitOf(const zamclientlib::SBackupJobSessionInfo& info);
 
+/// The record, for people without the point that it has not made.
+[[nodiscard]] Json SessionRow(const COutput& out, const zamclientlib::SBackupJobSessionInfo& info);
+
 /// A log line for people: "warning: text".
 [[nodiscard]] std::string LogLine(const COutput& out, const zamclientlib::SLogDetail& line);
 

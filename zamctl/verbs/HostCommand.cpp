@@ -15,7 +15,8 @@ EExit ExitOf(int status, const std::string& reason) {
         case 2:
             throw CFailure(EExit::Usage, reason);
         case 3:
-            throw CFailure(EExit::NotFound, reason, "zamctl point list shows what there is");
+            throw CFailure(EExit::NotFound, reason,
+                           "zamctl point list and zamctl point files show what there is");
         case 128 + 2:
         case 128 + 15:
             throw CFailure(EExit::Interrupted, "interrupted");

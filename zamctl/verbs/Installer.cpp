@@ -70,7 +70,7 @@ const std::vector<SColumn> InterfaceColumns{
     {"INTERFACE", "Name"},
     {"STATUS", "Status"},
     {"MAC ADDRESS", "MacAddress"},
-    {"ADDRESSES", "Addresses"},
+    {"ADDRESSES", "IpAddresses"},
 };
 
 EExit Info(CCall& call) {
@@ -84,14 +84,8 @@ EExit Info(CCall& call) {
     if (!call.Out.IsForPeople() || system.NetworkInterfaces.empty()) return EExit::Done;
 
     call.Out.Say("");
-    for (const auto& network : system.NetworkInterfaces) {
-        Json row = ToJson(network);
-        std::string addresses;
-        for (const auto& address : network.IpAddresses)
-            addresses += (addresses.empty() ? "" : ", ") + address;
-        row["Addresses"] = addresses;
-        call.Out.Row(InterfaceColumns, row);
-    }
+    for (const auto& network : system.NetworkInterfaces)
+        call.Out.Row(InterfaceColumns, ToJson(network));
     call.Out.EndRows(InterfaceColumns);
     return EExit::Done;
 }

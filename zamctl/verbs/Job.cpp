@@ -8,6 +8,7 @@
 #include "agent/NextRun.h"
 #include "show/Terminal.h"
 #include "show/Words.h"
+#include "verbs/Enums.h"
 #include "verbs/Following.h"
 #include "verbs/JobFile.h"
 #include "verbs/JobOptions.h"
@@ -39,7 +40,7 @@ const std::vector<SColumn>& JobColumns() {
 
 const std::vector<SColumn>& FindingColumns() {
     static const std::vector<SColumn> columns{{"WEIGHT", "MessageType", EKind::Outcome},
-                                              {"FINDING", "Message"}};
+                                              {"FINDING", "Message", EKind::Sentence}};
     return columns;
 }
 
@@ -122,13 +123,6 @@ EExit List(CCall& call) {
     return EExit::Done;
 }
 
-std::string Joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const auto& word : words)
-        text += (text.empty() ? "" : ", ") + word;
-    return text;
-}
-
 std::string SourceWords(const SBackupSourceInfo& source) {
     if (source.BackupMode == JobBackupMode::EntireMachine) return "the entire machine";
     std::vector<std::string> words = source.IncludeDirs;
@@ -195,9 +189,10 @@ EExit Create(CCall& call) {
         config.StorageInfo.CompressionLevel = JobCompressionLevel::Optimal;
         config.RetentionInfo.RestorePointsCount = 14;
         if (!call.Has("--repo"))
-            throw CFailure(EExit::Usage, "job create needs --repo", "zamctl repo list shows what there is");
+            throw CFailure(EExit::Usage, "where are the backups to go?",
+                           "say --repo REPOSITORY; zamctl repo list shows what there is");
         if (!call.Has("--dir") && !call.Has("--volume") && !call.Has("--machine"))
-            throw CFailure(EExit::Usage, "job create needs what to back up",
+            throw CFailure(EExit::Usage, "what is to be backed up?",
                            "say --dir DIR, --volume VOLUME or --machine");
     }
     if (const auto name = call.Optional("NAME")) config.JobName = *name;
@@ -218,7 +213,7 @@ void Change(CCall& call, IBackupJob& job, const SBackupJobConfigurationInfo& con
 
 EExit Update(CCall& call) {
     if (!HasJobOptions(call) && !call.Has("--name"))
-        throw CFailure(EExit::Usage, "job update needs something to change", "see zamctl job update --help");
+        throw CFailure(EExit::Usage, "what is to be changed?", "see zamctl job update --help");
     auto change = call.Change();
     const auto job = FindJob(*change, call.Value("JOB"));
     auto config = job.Job->GetConfigurationInfo();
@@ -302,7 +297,7 @@ EExit Diff(CCall& call) {
     const Json present = ToJson(config);
     ImportInto(*product, objects.front(), config);
     static const std::vector<SColumn> columns{
-        {"FIELD", "Path"}, {"PRESENT", "Present"}, {"IN THE FILE", "New"}};
+        {"FIELD", "Path"}, {"PRESENT", "Present", EKind::Sentence}, {"IN THE FILE", "New", EKind::Sentence}};
     for (const auto& difference : Differences(present, ToJson(config)))
         call.Out.Row(
             columns,
@@ -337,11 +332,8 @@ EExit Start(CCall& call) {
         SJobStartOptions options;
         if (call.Has("--full")) options.ActiveFull = EJobStartActiveFullMode::Enabled;
         if (call.Has("--no-retries")) options.Retries = EJobStartRetriesMode::Disabled;
-        if (const auto priority = call.Optional("--priority")) {
-            options.Priority = *priority == "low"      ? EJobStartPriorityMode::Low
-                               : *priority == "normal" ? EJobStartPriorityMode::Normal
-                                                       : EJobStartPriorityMode::High;
-        }
+        if (const auto priority = EnumOption<EJobStartPriorityMode>(call, "--priority"))
+            options.Priority = *priority;
         const auto started = job.Job->Start(options);
         if (started == nullptr) throw CFailure(EExit::Refused, "the agent tells of no session");
         const auto info = started->GetInfo();
@@ -396,14 +388,11 @@ EExit Note(CCall& call) {
 }
 
 EExit Resolve(CCall& call) {
-    std::vector<SVolumeBackupObject> objects;
-    for (const auto& word : call.Values("OBJECT"))
-        objects.push_back({word, EVolumeBackupObjectType::Unknown});
     static const std::vector<SColumn> columns{{"GIVEN", "SourceInput"},
                                               {"IS", "DisplayName"},
                                               {"TYPE", "ObjectType"},
                                               {"DETAILS", "ResolveDetails", EKind::Text, true}};
-    for (const auto& resolved : call.Agent.Look()->ResolveUserInput(objects))
+    for (const auto& resolved : call.Agent.Look()->ResolveUserInput(ObjectsCalled(call.Values("OBJECT"))))
         call.Out.Row(columns, ToJson(resolved));
     call.Out.EndRows(columns);
     return EExit::Done;
@@ -514,12 +503,14 @@ std::span<const SVerb> JobVerbs() {
         SVerb{.Noun = "job",
               .Name = "start",
               .Help = "starts a run",
-              .Details = "With --follow, Ctrl-C asks whether to stop the session or only to stop watching.",
+              .Details = "With --follow, Ctrl-C asks whether to stop the session or only to stop watching. "
+                         "Programs get the session each time that it has changed, a line each (--output "
+                         "jsonl or tsv); without it, the session as it begins.",
               .Example = "zamctl job start home --follow",
               .Arguments = OneJob,
               .Options = StartOptions,
               .Run = Start,
-              .Shape = "SBackupJobSessionInfo|[SBackupJobSessionInfo]"},
+              .Shape = "SBackupJobSessionInfo"},
         SVerb{.Noun = "job",
               .Name = "stop",
               .Help = "stops the run that is under way",

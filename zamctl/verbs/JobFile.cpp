@@ -184,13 +184,14 @@ bool EditText(std::string text, const std::function<void(const std::string&)>& a
     while (true) {
         file.Write(text);
         file.Edit();
-        const std::string edited = ReadText(file.Path());
-        // A text that comes back as it went, marks and all, is given up.
-        if (edited == text) {
+        const std::string edited = WithoutMarks(ReadText(file.Path()));
+        // A text that comes back as it went is given up, whatever has become of the marks: an editor that nobody sits at
+        // may change those for ever.
+        if (edited == WithoutMarks(text)) {
             if (text == original) return false;
             throw CFailure(EExit::Refused, "the mistake is still there; nothing was changed");
         }
-        text = WithoutMarks(edited);
+        text = edited;
         std::size_t line = 0;
         std::string why;
         try {

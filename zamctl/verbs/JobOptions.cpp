@@ -18,6 +18,7 @@
 #include "agent/Interrupt.h"
 #include "show/Terminal.h"
 #include "show/Words.h"
+#include "verbs/Enums.h"
 
 namespace zamctl {
 
@@ -210,9 +211,7 @@ void ApplySource(const CCall& call, SBackupSourceInfo& source) {
     if (hasVolumes) {
         source.BackupMode = JobBackupMode::VolumeLevel;
         source.IncludeDirs.clear();
-        source.Objects.clear();
-        for (const auto& volume : call.Values("--volume"))
-            source.Objects.push_back({volume, EVolumeBackupObjectType::Unknown});
+        source.Objects = ObjectsCalled(call.Values("--volume"));
     }
     if (call.Has("--machine")) {
         source.BackupMode = JobBackupMode::EntireMachine;
@@ -225,11 +224,7 @@ void ApplySource(const CCall& call, SBackupSourceInfo& source) {
 }
 
 void ApplyStorage(const CCall& call, SBackupStorageInfo& storage) {
-    if (const auto level = call.Optional("--compression")) {
-        const auto found =
-            std::find_if(Levels.begin(), Levels.end(), [&](const char* name) { return *level == name; });
-        storage.CompressionLevel = static_cast<JobCompressionLevel>(found - Levels.begin());
-    }
+    storage.CompressionLevel = EnumOption(call, "--compression", storage.CompressionLevel);
     const bool isEncrypted = call.Has("--encrypt") || call.Has("--password-file");
     if (isEncrypted && call.Has("--no-encrypt"))
         throw CFailure(EExit::Usage, "--encrypt and --no-encrypt exclude each other");
@@ -368,6 +363,15 @@ std::string AbsolutePath(const std::string& path) {
     while (text.size() > 1 && text.ends_with('/'))
         text.pop_back();
     return text;
+}
+
+std::vector<SVolumeBackupObject> ObjectsCalled(const std::vector<std::string>& words) {
+    std::vector<SVolumeBackupObject> objects;
+    for (const auto& word : words) {
+        const bool isPath = word == "." || word == ".." || word.find('/') != std::string::npos;
+        objects.push_back({isPath ? AbsolutePath(word) : word, EVolumeBackupObjectType::Unknown});
+    }
+    return objects;
 }
 
 }  // namespace zamctl

@@ -30,4 +30,9 @@ void ApplyJobOptions(const CCall& call, zamclientlib::IZamProduct& product,
 /// The path from the root on.
 [[nodiscard]] std::string AbsolutePath(const std::string& path);
 
+/// Disks, volumes and folders as the agent is asked for them, who doesn't know in which folder somebody says "." or
+/// "./mnt". A word without a slash may be a label.
+[[nodiscard]] std::vector<zamclientlib::SVolumeBackupObject> ObjectsCalled(
+    const std::vector<std::string>& words);
+
 }  // namespace zamctl

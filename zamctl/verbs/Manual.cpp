@@ -260,7 +260,7 @@ std::string GeneralPage() {
         "For programs,\n"
         "\\fB\\-\\-output json\\fR gives one document, an array for a list and an object for a single "
         "thing;\n"
-        "\\fBjsonl\\fR an object a line;\n"
+        "\\fBjsonl\\fR an object a line, the only JSON of what follows something;\n"
         "\\fBtsv\\fR a line of keys and a line a row, with tabs, line ends and backslashes as\n"
         "\\et, \\en, \\er and \\e\\e.\n"
         "Points in time are RFC 3339 in UTC there, durations seconds, sizes bytes, and passwords never "

@@ -86,11 +86,13 @@ std::string AddressWords(const std::vector<SServerConnectionInfo>& addresses) {
     return words;
 }
 
-void RequireOneOf(const CCall& call, const std::vector<const char*>& options) {
+void RequireChange(const CCall& call) {
     std::string list;
-    for (const char* const option : options) {
-        if (call.Has(option)) return;
-        list += std::string(list.empty() ? "say one of " : ", ") + option;
+    for (const auto& option : call.Verb().Options) {
+        const std::string_view name = option.Name;
+        if (name == DryRunOption.Name || name == ForceOption.Name) continue;
+        if (call.Has(name)) return;
+        list += (list.empty() ? "say one of " : ", ") + std::string(name);
     }
     throw CFailure(EExit::Usage, "what is to be changed?", list);
 }

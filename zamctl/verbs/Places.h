@@ -36,6 +36,10 @@ inline constexpr SOption AddressOption{.Name = "--address",
                                            "brackets",
                                        .IsRepeated = true};
 
+inline constexpr SOption NameOption{.Name = "--name", .Value = "NAME", .Help = "what it is to be called"};
+inline constexpr SOption DomainOption{
+    .Name = "--domain", .Value = "DOMAIN", .Help = "the domain of the user"};
+
 /// What `--file` names; none when it was not given. \throws CFailure (Usage)
 [[nodiscard]] std::optional<Json> FileOf(const CCall& call);
 
@@ -71,8 +75,8 @@ void ApplyFile(const CCall& call, Record& record, const std::vector<const char*>
 /// "backup.example:9392, [fd00::1]:9392".
 [[nodiscard]] std::string AddressWords(const std::vector<zamclientlib::SServerConnectionInfo>& addresses);
 
-/// Refuses a change that changes nothing. \param options those of which one is needed
-void RequireOneOf(const CCall& call, const std::vector<const char*>& options);
+/// Refuses a change that changes nothing: without an option of the verb's own that says something of the object.
+void RequireChange(const CCall& call);
 
 /// For `--dry-run`: the record, for people as JSON as well.
 void ShowUnsent(CCall& call, const std::vector<SColumn>& columns, const Json& record, bool hasPassword);

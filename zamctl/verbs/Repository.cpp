@@ -162,8 +162,7 @@ EExit Create(CCall& call) {
 }
 
 EExit Update(CCall& call) {
-    RequireOneOf(call, {"--name", "--path", "--nfs", "--smb", "--user", "--domain", "--password-file",
-                        "--ask-password", "--file"});
+    RequireChange(call);
     const auto apply = [&](SBackupRepositoryInfo repository) {
         ApplyFile(call, repository, {SizeKey, DeletableKey});
         if (const auto name = call.Optional("--name")) repository.Name = *name;
@@ -259,7 +258,6 @@ constexpr SOption PathOption{.Name = "--path",
 constexpr SOption NfsOption{.Name = "--nfs", .Value = "SERVER:/EXPORT", .Help = "a shared folder by NFS"};
 constexpr SOption SmbOption{.Name = "--smb", .Value = "//SERVER/SHARE", .Help = "a shared folder by SMB"};
 constexpr SOption UserOption{.Name = "--user", .Value = "USER", .Help = "who signs in to the share"};
-constexpr SOption DomainOption{.Name = "--domain", .Value = "DOMAIN", .Help = "the domain of the user"};
 
 constexpr std::array ListOptions{
     SOption{.Name = "--sizes", .Help = "asks each repository for its room, which may take a while"}};
@@ -268,18 +266,9 @@ constexpr std::array CreateArguments{
     SArgument{.Name = "NAME", .Help = "what it is to be called", .IsOptional = true}};
 constexpr std::array CreateOptions{PathOption,         NfsOption,  SmbOption,    UserOption, DomainOption,
                                    PasswordFileOption, FileOption, DryRunOption, ForceOption};
-constexpr std::array UpdateOptions{
-    SOption{.Name = "--name", .Value = "NAME", .Help = "what it is to be called"},
-    PathOption,
-    NfsOption,
-    SmbOption,
-    UserOption,
-    DomainOption,
-    PasswordFileOption,
-    AskPasswordOption,
-    FileOption,
-    DryRunOption,
-    ForceOption};
+constexpr std::array UpdateOptions{NameOption, PathOption,   NfsOption,          SmbOption,
+                                   UserOption, DomainOption, PasswordFileOption, AskPasswordOption,
+                                   FileOption, DryRunOption, ForceOption};
 constexpr std::array DeleteOptions{ForceOption};
 constexpr std::array AdoptArguments{SArgument{.Name = "REPO-OR-FOLDER",
                                               .Help = "a repository that the agent knows, or a folder",

@@ -37,7 +37,7 @@ EExit List(CCall& call) {
             // Let go as they are shown: thousands would be held at the other end, too.
             session.reset();
             if (isRunningOnly && info.State == JobState::Stopped) continue;
-            call.Out.Row(SessionListColumns(), ToJson(info));
+            call.Out.Row(SessionListColumns(), SessionRow(call.Out, info));
             ++shown;
         }
     }
@@ -47,7 +47,7 @@ EExit List(CCall& call) {
 
 EExit Show(CCall& call) {
     const auto found = FindSession(*call.Agent.Look(), call.Value("SESSION"));
-    call.Out.Item(SessionColumns(), ToJson(found.Info));
+    call.Out.Item(SessionColumns(), SessionRow(call.Out, found.Info));
     if (call.Out.IsForPeople() && !found.Info.JobDetails.empty()) {
         call.Out.Heading("Log");
         for (const auto& line : found.Info.JobDetails)
@@ -126,7 +126,8 @@ constexpr std::array Table{
           .Help = "watches a session to its end; the exit status tells its result",
           .Details = "Ctrl-C asks whether to stop the session or only to stop watching. When the agent goes "
                      "away, it is "
-                     "waited for.",
+                     "waited for. Programs get the session each time that it has changed, a line each "
+                     "(--output jsonl or tsv).",
           .Example = "zamctl session follow latest",
           .Arguments = OneSession,
           .Run = Follow,

@@ -36,13 +36,11 @@ const std::vector<SColumn>& RepositoryColumns() {
     return columns;
 }
 
-/// How long ago the last success was, with a word where that is too long.
+/// How long ago the last success was, with a word where that is too long. "never" needs none.
 std::string Ago(const SJobView& view, bool isOverdue) {
-    std::string words = "never";
-    if (view.Info.LastBackupTimeUtc) {
-        const auto ago = std::chrono::system_clock::now() - ToTimePoint(*view.Info.LastBackupTimeUtc);
-        words = SpanWords(std::chrono::duration_cast<std::chrono::milliseconds>(ago));
-    }
+    if (!view.Info.LastBackupTimeUtc) return "never";
+    const auto ago = std::chrono::system_clock::now() - ToTimePoint(*view.Info.LastBackupTimeUtc);
+    const std::string words = SpanWords(std::chrono::duration_cast<std::chrono::milliseconds>(ago));
     return isOverdue ? words + ", too long" : words;
 }
 

@@ -20,7 +20,7 @@ enum class EWord {
     Text,
     File,
     Folder,
-    Choice,  ///< one of its Choices, in any case
+    Choice,  ///< one of its Choices, in any case, with dashes or without
     Job,
     Session,
     Point,
@@ -67,8 +67,8 @@ struct SVerb {
     /// What programs get: the name of a shape of the schema, "[SBackupJobInfo]" for rows of it.
     const char* Shape = "";
     bool HasForms = true;  ///< whether `--output` may ask for another form than the table
-    bool IsFollowing =
-        false;  ///< shows what happens as it comes: of the forms, JSON as one document is refused
+    /// Shows what happens as it comes, as every verb does under `--follow`: JSON as one document is refused.
+    bool IsFollowing = false;
 };
 
 /// What the common options say.

@@ -116,6 +116,26 @@ TEST(Table, DoesWithoutDroppableColumnsBeforeItCutsMuchOfANarrowOne) {
     EXPECT_THAT(Lines(ListOf(Wide(40), rows))[1], HasSubstr("…"));
 }
 
+TEST(Table, GoesOnWithSentencesInTheNextLine) {
+    const std::vector<SColumn> columns{
+        {"JOB", "Name"}, {"FINDING", "Message", EKind::Sentence}, {"WEIGHT", "Weight"}};
+    const auto lines = Shown({EForm::Table, false, false, 40}, [&](COutput& output) {
+        output.Row(columns, Json{{"Name", "home"},
+                                 {"Message", "The folder \"/srv/data\" to back up does not exist"},
+                                 {"Weight", "Warning"}});
+        output.Row(columns, Json{{"Name", "disk"},
+                                 {"Message", "/srv/a-folder-without-a-single-blank-in-it"},
+                                 {"Weight", "Error"}});
+        output.EndRows(columns);
+    });
+    EXPECT_EQ(lines,
+              "JOB   FINDING                    WEIGHT\n"
+              "home  The folder \"/srv/data\" to  Warning\n"
+              "      back up does not exist     \n"
+              "disk  /srv/a-folder-without-a-s  Error\n"
+              "      ingle-blank-in-it          \n");
+}
+
 TEST(Table, ColoursOutcomesAlone) {
     SOutputOptions options = Wide(80);
     options.HasColours = true;

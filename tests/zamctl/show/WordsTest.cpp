@@ -35,6 +35,12 @@ TEST(SizeWords, AreShortAndChangeTheUnitBeforeFourDigitsGetLarge) {
     EXPECT_EQ(SizeWords(std::numeric_limits<std::int64_t>::max()), "8.0 EiB");
 }
 
+TEST(Joined, SetsCommasBetween) {
+    EXPECT_EQ(Joined({}), "");
+    EXPECT_EQ(Joined({"disk"}), "disk");
+    EXPECT_EQ(Joined({"disk", "tape"}), "disk, tape");
+}
+
 class LocalTime : public testing::Test {
 protected:
     LocalTime() {
