@@ -30,8 +30,9 @@ bool CInputWatch::AwaitOnlyInput(Clock::time_point deadline) {
     std::array<epoll_event, 2> ready;
     const int count = ::epoll_wait(m_epoll.Get(), ready.data(), ready.size(), -1);
     if (count == 1 && ready[0].data.fd == m_input) return true;
-    // It may have been the alarm, of this wait or of an earlier one with less time: the next one sets it anew.
-    m_alarm = Clock::time_point::max();
+    // The alarm may be that of an earlier wait, which had less time.
+    for (int i = 0; i < count; ++i)
+        if (ready[i].data.fd == m_timer.Get()) m_alarm = Clock::time_point::max();
     return false;
 }
 
