@@ -2,6 +2,7 @@
 #include "agent/state/CDatabase.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 
@@ -13,6 +14,7 @@
 #include "agent/state/Migrations.h"
 #include "support/common/CDescriptor.h"
 #include "support/common/Text.h"
+#include "support/common/Waiting.h"
 
 namespace tarvo {
 
@@ -85,13 +87,25 @@ void CDatabase::Open(const SStoreOptions& options) {
     made.Close();
     try {
         m_database.emplace(m_file, SQLite::OPEN_READWRITE, static_cast<int>(options.BusyLimit.count()));
-        m_database->exec("PRAGMA journal_mode=WAL");
+        WriteAhead(options.BusyLimit);
         m_database->exec("PRAGMA synchronous=FULL");
         m_database->exec("PRAGMA cache_size=-1024");
         Migrate();
         if (options.IsReadOnly) m_database->exec("PRAGMA query_only=ON");
     } catch (const SQLite::Exception& error) {
         Fail(error, "opened");
+    }
+}
+
+/// Where another process is at the same, this is refused at once: the limit that the database was given doesn't count.
+void CDatabase::WriteAhead(std::chrono::milliseconds limit) {
+    const auto deadline = apigen::common::DeadlineAfter(limit);
+    for (;;) {
+        const int outcome = m_database->tryExec("PRAGMA journal_mode=WAL");
+        if (outcome == SQLITE_OK) return;
+        if (outcome != SQLITE_BUSY || apigen::common::IsPast(deadline))
+            throw SQLite::Exception(m_database->getHandle(), outcome);
+        ::poll(nullptr, 0, 1);
     }
 }
 

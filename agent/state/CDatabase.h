@@ -8,6 +8,7 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -98,6 +99,7 @@ public:
 
 private:
     void Open(const SStoreOptions& options);
+    void WriteAhead(std::chrono::milliseconds limit);
     void Migrate();
 
     std::string m_folder;

@@ -414,23 +414,25 @@ TEST_F(StoreTest, AReaderChangesNothing) {
 }
 
 TEST_F(StoreTest, TwoProcessesThatMakeTheStateAtOnceMakeOne) {
-    fs::create_directory(Path);
-    std::vector<std::thread> threads;
-    std::atomic<int> failed = 0;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            try {
-                const CStore store(Path);
-            } catch (const std::exception& error) {
-                ADD_FAILURE() << error.what();
-                ++failed;
-            }
-        });
+    for (int round = 0; round < 20; ++round) {
+        const std::string path = Path + std::to_string(round);
+        std::atomic<int> waiting = 8;
+        std::vector<std::thread> threads;
+        for (int i = waiting; i > 0; --i) {
+            threads.emplace_back([&] {
+                for (--waiting; waiting != 0;)
+                    std::this_thread::yield();
+                try {
+                    const CStore store(path);
+                } catch (const std::exception& error) {
+                    ADD_FAILURE() << error.what();
+                }
+            });
+        }
+        for (auto& thread : threads)
+            thread.join();
+        if (HasFailure()) return;
     }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(failed, 0);
 }
 
 TEST_F(StoreTest, AFullDiskIsToldAndLosesNothing) {
