@@ -2,8 +2,9 @@
 // What nearly every source of the libraries and programs includes, to be compiled ahead.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <zamclientlib/ZamClientLib.h>
+
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>

@@ -51,8 +51,7 @@ EExit Fail(const std::string& verb, const std::exception& error) {
             return EExit::NoAgent;
         }
         if (dynamic_cast<const zamclientlib::CJobIsRunning*>(own) != nullptr) {
-            Complain(verb + ": the job is running: " + why,
-                     "wait for it, or stop it: zamctl job stop JOB");
+            Complain(verb + ": the job is running: " + why, "wait for it, or stop it: zamctl job stop JOB");
             return EExit::Refused;
         }
         if (dynamic_cast<const zamclientlib::CPackageManagerIsLocked*>(own) != nullptr) {
