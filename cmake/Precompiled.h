@@ -4,8 +4,6 @@
 
 #include <zamclientlib/ZamClientLib.h>
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -23,3 +21,7 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#ifdef __clang__  // g++ loads all that was compiled ahead for every source, and reads this sooner where it is used
+#include <nlohmann/json.hpp>
+#endif
