@@ -61,7 +61,9 @@ bool CPager::Start() {
     const char* command = Variable("ZAMCTL_PAGER");
     if (command == nullptr) command = Variable("PAGER");
     const bool isOurs = command == nullptr;
-    const std::string_view words = isOurs ? "less -FRX" : command;
+    // Not every host has it, and of one that has not, the shell would tell the user each time.
+    const std::string_view words =
+        isOurs ? "command -v less >/dev/null || exit 127; exec less -FRX" : command;
     if (words.empty() || words == "cat") return false;
 
     std::vector<std::string> variables;

@@ -344,6 +344,19 @@ TEST(Pager, IsLessWithoutTheUsersOwnOptionsWhereNoneIsNamed) {
     EXPECT_THAT(seen.Text, Not(HasSubstr("row 90")));
 }
 
+TEST(Pager, IsDoneWithoutInSilenceOnAHostThatHasNoLess) {
+    const auto list = ListThrough(nullptr, 100);
+    const SSeen seen = AtTerminal(
+        [&] {
+            ::setenv("PATH", "/no/such/folder", 1);
+            return list();
+        },
+        {});
+    EXPECT_EQ(seen.Exit, 0);
+    EXPECT_THAT(seen.Text, HasSubstr("row 100日"));
+    EXPECT_THAT(seen.Text, Not(HasSubstr("less")));
+}
+
 TEST(Progress, IsDrawnOverItselfAndTakenAway) {
     const SSeen seen = AtTerminal(
         [] {
