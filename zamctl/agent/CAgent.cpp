@@ -30,10 +30,13 @@ constexpr std::chrono::seconds TurnLimit{10};
 constexpr std::string_view NameStart = "zamctl of ";
 constexpr std::string_view ProcessWord = ", process ";
 
-// Random, and never to be changed: who only looks is this owner, for a moment. It need not be one's own, since nothing
-// is changed by it.
+// To the agent, a zamctl is one of three owners: one that looks, and lets go at once; a command, for as long as it has
+// something to change; or its user, who keeps control from one command to the next. A command's id is made anew each
+// time, the other two are random and never to be changed.
+
+// For whoever looks: nothing is changed by this owner, so it need not be one's own.
 constexpr const char* LookerId = "{6f1d3c7a-91c4-4f0e-8a53-2b7e5d90c1f4}";
-// With the user's number in its last group: who keeps control beyond a command.
+// With the user's number in its last group.
 constexpr const char* UserId = "{6f1d3c7b-91c4-4f0e-8a53-000000000000}";
 
 std::string UserName() {
