@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 /// \file
-/// Whether a sanitizer or Valgrind watches, which has memory, descriptors and locks of its own.
+/// Whether a sanitizer watches, which has memory, descriptors and locks of its own.
 #pragma once
-
-#include <cstdlib>
-#include <string_view>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define ZAM_ADDRESS_SANITIZER
@@ -36,13 +33,6 @@ inline constexpr bool IsSanitized = IsThreadSanitized;
 /// try far more.
 constexpr int Tries(int plain) {
     return IsSanitized ? plain / 4 : plain;
-}
-
-/// Valgrind makes a copy of the process where one is made that shares its memory, so posix_spawn can't tell what failed
-/// in the child.
-inline bool IsUnderValgrind() {
-    const char* const preloaded = std::getenv("LD_PRELOAD");  // NOLINT(concurrency-mt-unsafe)
-    return preloaded != nullptr && std::string_view(preloaded).find("vgpreload") != std::string_view::npos;
 }
 
 }  // namespace tests

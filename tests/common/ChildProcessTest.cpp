@@ -21,7 +21,6 @@
 #include "support/common/CProcessDevice.h"
 #include "support/common/Text.h"
 #include "tests/MessageOf.h"
-#include "tests/Sanitized.h"
 
 namespace apigen::common {
 namespace {
@@ -87,7 +86,6 @@ TEST(ChildProcess, StartsInItsFolderWithItsEnvironmentAlone) {
 }
 
 TEST(ChildProcess, InAFolderThatIsNotThereIsRefusedWithTheReason) {
-    if (tests::IsUnderValgrind()) GTEST_SKIP() << "Valgrind takes the reason away.";
     auto start = Shell("true");
     start.Folder = "/nonexistent";
     EXPECT_THAT(MessageOf<ProcessLaunchError>([&] { CChildProcess child(start); }),

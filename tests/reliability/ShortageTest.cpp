@@ -132,8 +132,7 @@ TEST_F(Shortage, OfDiskCostsALogItsLinesAndACallerNothing) {
     const std::string folder = m_folder.Path("small");
     std::filesystem::create_directory(folder);
     const int result = InAProcessOfItsOwn([&] {
-        if (::unshare(CLONE_NEWNS) != 0 ||
-            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
             ::mount("none", folder.c_str(), "tmpfs", 0, "size=64k") != 0)
             return NotPossibleHere;
         {

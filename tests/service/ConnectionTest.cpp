@@ -374,8 +374,7 @@ TEST_F(Connection, MakesItsOwnLogFileBeforeItStartsTheTool) {
     const std::string file = "/var/log/tarvo/apiclient_installer.log";
     constexpr int CannotHideTheRealFolder = 77;
     const int result = ResultInAProcessOfItsOwn([&] {
-        if (::unshare(CLONE_NEWNS) != 0 ||
-            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
             ::mount("none", "/var/log", "tmpfs", 0, nullptr) != 0)
             return CannotHideTheRealFolder;
         try {

@@ -508,7 +508,7 @@ protected:
         Agent.reset();
         Unmount();
     }
-    bool Mount() { return ::mount(Disk.c_str(), Location.c_str(), nullptr, MS_BIND, nullptr) == 0; }
+    bool Mount() { return ::mount(Disk.c_str(), Location.c_str(), "none", MS_BIND, nullptr) == 0; }
     void Unmount() { ::umount2(Location.c_str(), MNT_DETACH); }
 
     const std::string Disk = Home + "/disk";
