@@ -2,7 +2,7 @@
 // An agent whose state is lost takes up what it has stored, beside a daemon that runs on.
 #include "tests/Sanitized.h"
 #include "tests/agent/TreeText.h"
-#include "tests/agent/api/ApiFixture.h"
+#include "tests/agent/commands/BesideDaemonFixture.h"
 
 namespace tests {
 namespace {
@@ -10,21 +10,7 @@ namespace {
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
-class CAdoptBesideDaemonTest : public CAgentApiTest {
-protected:
-    int Run(std::vector<std::string> words) {
-        words.insert(words.begin(), Daemon());
-        CChild child(words);
-        Output = ReadBytes(child.Out, 1'000'000);
-        Errors = child.ReadErrors();
-        return child.Ended();
-    }
-
-    std::string Output;
-    std::string Errors;
-};
-
-TEST_F(CAdoptBesideDaemonTest, WhatALostStateKnewComesBackAndTheNewDaemonGoesOn) {
+TEST_F(CBesideDaemonTest, WhatALostStateKnewComesBackAndTheNewDaemonGoesOn) {
     if (IsSanitized) GTEST_SKIP() << "runs no code of ours that other tests do not run";
     {
         const auto product = Product(Connect());

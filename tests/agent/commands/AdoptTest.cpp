@@ -9,11 +9,9 @@
 #include <fstream>
 #include <functional>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "agent/commands/Commands.h"
 #include "agent/core/Retention.h"
 #include "agent/core/Sessions.h"
 #include "agent/engine/CResticEngine.h"
@@ -21,13 +19,12 @@
 #include "agent/host/Walk.h"
 #include "agent/state/CStore.h"
 #include "tests/Sanitized.h"
-#include "tests/agent/CTemporaryFolder.h"
 #include "tests/agent/TreeText.h"
+#include "tests/agent/commands/CommandsFixture.h"
 
 namespace {
 
 using namespace tarvo;
-using tests::CTemporaryFolder;
 using tests::TreeText;
 namespace fs = std::filesystem;
 
@@ -78,22 +75,10 @@ Guid PointId(unsigned number) {
     return id;
 }
 
-class Adopt : public testing::Test {
+class Adopt : public tests::CCommandsTest {
 protected:
-    Adopt() {
-        SFoldersSource source;
-        source.TarvoHome = m_folder.Path();
-        m_folders = FoldersOf(source);
-    }
+    Adopt() { m_engine = m_said; }
 
-    int Run(const std::vector<std::string>& arguments) {
-        std::ostringstream out;
-        std::ostringstream errors;
-        const int status = commands::Run(arguments, {m_folders, [&] { return m_engine; }, out, errors});
-        m_out = out.str();
-        m_errors = errors.str();
-        return status;
-    }
     int AdoptLocation(const std::vector<std::string>& more = {}) {
         std::vector<std::string> arguments{"adopt", m_folder / "location"};
         arguments.insert(arguments.end(), more.begin(), more.end());
@@ -145,12 +130,7 @@ protected:
         return numbers;
     }
 
-    CTemporaryFolder m_folder;
-    SFolders m_folders;
     std::shared_ptr<CSaidEngine> m_said = std::make_shared<CSaidEngine>();
-    std::shared_ptr<IEngine> m_engine = m_said;
-    std::string m_out;
-    std::string m_errors;
 };
 
 TEST_F(Adopt, WhereNothingIsItSaysSoAndMakesNoState) {

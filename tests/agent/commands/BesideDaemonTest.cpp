@@ -4,7 +4,7 @@
 
 #include "tests/Sanitized.h"
 #include "tests/agent/TreeText.h"
-#include "tests/agent/api/ApiFixture.h"
+#include "tests/agent/commands/BesideDaemonFixture.h"
 
 namespace tests {
 namespace {
@@ -12,27 +12,17 @@ namespace {
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
-class CBesideDaemonTest : public CAgentApiTest {
+class CCommandsBesideDaemonTest : public CBesideDaemonTest {
 protected:
-    int Run(std::vector<std::string> words) {
-        words.insert(words.begin(), Daemon());
-        CChild child(words);
-        Output = ReadBytes(child.Out, 1'000'000);
-        Errors = child.ReadErrors();
-        return child.Ended();
-    }
     std::size_t Rows() const {
         return static_cast<std::size_t>(std::count(Output.begin(), Output.end(), '\n'));
     }
 
     /// "{0123…}" as folders and commands have it.
     static std::string Plain(const apigen::Guid& guid) { return guid.Serialize().substr(1, 36); }
-
-    std::string Output;
-    std::string Errors;
 };
 
-TEST_F(CBesideDaemonTest, PointsComeBackDamageIsTakenUpAndOrphansGo) {
+TEST_F(CCommandsBesideDaemonTest, PointsComeBackDamageIsTakenUpAndOrphansGo) {
     if (IsSanitized) GTEST_SKIP() << "runs no code of ours that other tests do not run";
     const auto product = Product(Connect());
     auto config = Config(Repository(*product).Id, "with a password");

@@ -11,19 +11,17 @@
 #include <utility>
 #include <vector>
 
-#include "agent/commands/Commands.h"
 #include "agent/commands/Table.h"
 #include "agent/core/Values.h"
 #include "agent/engine/CResticEngine.h"
 #include "agent/host/Walk.h"
 #include "agent/state/CStore.h"
-#include "tests/agent/CTemporaryFolder.h"
 #include "tests/agent/TreeText.h"
+#include "tests/agent/commands/CommandsFixture.h"
 
 namespace {
 
 using namespace tarvo;
-using tests::CTemporaryFolder;
 using tests::TreeText;
 namespace fs = std::filesystem;
 
@@ -75,22 +73,9 @@ public:
     std::function<void()> OnRestore;
 };
 
-class Commands : public testing::Test {
+class Commands : public tests::CCommandsTest {
 protected:
-    Commands() {
-        SFoldersSource source;
-        source.TarvoHome = m_folder.Path();
-        m_folders = FoldersOf(source);
-    }
-
-    int Run(const std::vector<std::string>& arguments) {
-        std::ostringstream out;
-        std::ostringstream errors;
-        const int status = commands::Run(arguments, {m_folders, [&] { return m_engine; }, out, errors});
-        m_out = out.str();
-        m_errors = errors.str();
-        return status;
-    }
+    Commands() { m_engine = m_memory; }
 
     CStore& State() {
         if (m_state == nullptr) {
@@ -151,13 +136,8 @@ protected:
     const Guid Two = Guid::Deserialize("00000002-0000-0000-0000-000000000000");
     const Guid Three = Guid::Deserialize("00000003-0000-0000-0000-000000000000");
 
-    CTemporaryFolder m_folder;
-    SFolders m_folders;
     std::shared_ptr<CMemoryEngine> m_memory = std::make_shared<CMemoryEngine>();
-    std::shared_ptr<IEngine> m_engine = m_memory;
     std::unique_ptr<CStore> m_state;
-    std::string m_out;
-    std::string m_errors;
 };
 
 TEST_F(Commands, BeforeTheFirstStartThereIsNothing) {
