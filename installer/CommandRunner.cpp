@@ -134,15 +134,7 @@ public:
 
     // Takes what has come, `limit` bytes at most.
     void Collect(std::size_t limit) {
-        std::array<char, 64 * 1024> chunk;
-        for (std::size_t taken = 0; m_pipe && taken < limit;) {
-            const ssize_t count =
-                RetryInterrupted([&] { return read(m_pipe.Get(), chunk.data(), chunk.size()); });
-            if (count < 0 && errno == EAGAIN) return;
-            if (count <= 0) return m_pipe.Close();
-            m_text.append(chunk.data(), static_cast<std::size_t>(count));
-            taken += static_cast<std::size_t>(count);
-        }
+        apigen::common::DrainPipe(m_pipe, limit, [this](std::string_view text) { m_text += text; });
     }
 
     void KeepTheLast(std::size_t bytes) {

@@ -30,9 +30,9 @@ using apigen::common::RetryInterrupted;
 
 constexpr std::size_t LongestLine = 256 * 1024;
 
-/// How long a child that is killed may take, and how often one that says much is looked at for a stop.
+/// How long a child that is killed may take, and how much one says between two looks for a stop.
 constexpr auto KillPatience = std::chrono::seconds(5);
-constexpr int ReadsInARow = 16;
+constexpr std::size_t RoundBytes = 256 * 1024;
 constexpr int MostRounds = 256;
 
 /// Bytes in, lines out.
@@ -45,19 +45,7 @@ public:
 
     /// True when something came.
     bool Read() {
-        bool hasCome = false;
-        for (int reads = 0; reads < ReadsInARow && m_pipe; ++reads) {
-            const auto count =
-                RetryInterrupted([&] { return ::read(m_pipe.Get(), m_buffer.data(), m_buffer.size()); });
-            if (count < 0 && errno == EAGAIN) break;
-            if (count <= 0) {
-                m_pipe.Close();
-                break;
-            }
-            hasCome = true;
-            Take({m_buffer.data(), static_cast<std::size_t>(count)});
-        }
-        return hasCome;
+        return apigen::common::DrainPipe(m_pipe, RoundBytes, [this](std::string_view bytes) { Take(bytes); });
     }
 
     /// What stays in the pipe when the child has ended.
@@ -89,7 +77,6 @@ private:
     CDescriptor m_pipe;
     const SChildTask::LineHandler& m_handler;
     std::string m_line;
-    std::array<char, 16 * 1024> m_buffer{};
 };
 
 /// The child's group, which it leads: ended with it, whatever becomes of us.

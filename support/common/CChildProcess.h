@@ -8,10 +8,15 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/types.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -60,6 +65,29 @@ struct SPipe {
 /// \throws ProcessLaunchError that names `program`
 APIGEN_API SPipe MakePipeToRead(const std::string& program);
 APIGEN_API SPipe MakePipeToWrite(const std::string& program);
+
+/// Takes what a child has written, so many bytes at most: its offspring may write for ever. Closes our end when nobody
+/// has the other one any more.
+/// \param take called with each piece
+/// \return whether anything had come
+template <class Take>
+bool DrainPipe(CDescriptor& ours, std::size_t maxBytes, Take&& take) {
+    std::array<char, std::size_t{16} * 1024> bytes;
+    bool hasCome = false;
+    while (ours && maxBytes != 0) {
+        const ssize_t count = RetryInterrupted(
+            [&] { return ::read(ours.Get(), bytes.data(), std::min(bytes.size(), maxBytes)); });
+        if (count < 0 && errno == EAGAIN) break;
+        if (count <= 0) {
+            ours.Close();
+            break;
+        }
+        hasCome = true;
+        maxBytes -= static_cast<std::size_t>(count);
+        take(std::string_view(bytes.data(), static_cast<std::size_t>(count)));
+    }
+    return hasCome;
+}
 
 /// A running child. It has no signal blocked, none ignored and no descriptor but those that it is given, whatever
 /// its caller has set or leaked. In a copy of the caller made by `fork` the child is left alone.

@@ -19,8 +19,8 @@ using namespace std::chrono_literals;
 // A tool that dies closes its streams a moment before it can be collected.
 constexpr auto FatePatience = 100ms;
 
-// What is read of standard error in one go. A tool's offspring may write to it for ever.
-constexpr std::size_t ErrorRoundBytes = 64 * 1024;
+// What is taken in one go, and of what is left at the end.
+constexpr std::size_t RoundBytes = 64 * 1024;
 constexpr std::size_t ErrorRestBytes = 1024 * 1024;
 
 }  // namespace
@@ -95,7 +95,7 @@ bool CProcessDevice::AwaitEnd(Clock::time_point deadline, EOutput output) {
             pollfd{m_streams.Error.Get(), POLLIN, 0},
             pollfd{output == EOutput::Discard ? m_streams.Output.Get() : -1, POLLIN, 0}};
         m_child.AwaitNews(set.data(), set.size(), deadline);
-        if (set[0].revents != 0) DrainError(ErrorRoundBytes);
+        if (set[0].revents != 0) DrainError(RoundBytes);
         if (set[1].revents != 0) DiscardOutput();
     }
     DrainError(ErrorRestBytes);
@@ -103,27 +103,13 @@ bool CProcessDevice::AwaitEnd(Clock::time_point deadline, EOutput output) {
 }
 
 void CProcessDevice::DrainError(std::size_t maxBytes) {
-    std::array<char, 16 * 1024> bytes;
-    while (m_streams.Error && maxBytes != 0) {
-        const ssize_t count = RetryInterrupted(
-            [&] { return ::read(m_streams.Error.Get(), bytes.data(), std::min(bytes.size(), maxBytes)); });
-        if (count < 0 && errno == EAGAIN) return;
-        if (count <= 0) {
-            m_watch.Close();
-            return m_streams.Error.Close();
-        }
-        m_tail.Append({bytes.data(), static_cast<std::size_t>(count)});
-        maxBytes -= static_cast<std::size_t>(count);
-    }
+    DrainPipe(m_streams.Error, maxBytes, [this](std::string_view text) { m_tail.Append(text); });
+    if (!m_streams.Error) m_watch.Close();
 }
 
 void CProcessDevice::DiscardOutput() {
-    std::array<char, 16 * 1024> bytes;
-    const ssize_t count =
-        RetryInterrupted([&] { return ::read(m_streams.Output.Get(), bytes.data(), bytes.size()); });
-    if (count > 0 || (count < 0 && errno == EAGAIN)) return;
-    m_watch.Close();
-    m_streams.Output.Close();
+    DrainPipe(m_streams.Output, RoundBytes, [](std::string_view /*text*/) {});
+    if (!m_streams.Output) m_watch.Close();
 }
 
 std::string CProcessDevice::Description() const {
@@ -142,7 +128,7 @@ short CProcessDevice::Wait(short events, Clock::time_point deadline) {
         std::array<pollfd, 4> set{ends[0], ends[1], pollfd{m_streams.Error.Get(), POLLIN, 0},
                                   m_stream.EventToPoll()};
         const bool mayHaveEnded = m_child.AwaitNews(set.data(), set.size(), deadline);
-        if (set[2].revents != 0) DrainError(ErrorRoundBytes);
+        if (set[2].revents != 0) DrainError(RoundBytes);
         const short ready = CChannel::Ready(set.data());
         if (ready != 0 || IsPast(deadline) || m_stream.IsInterrupted()) return ready;
         if (!mayHaveEnded || !m_child.HasEnded()) continue;
@@ -171,7 +157,7 @@ std::string CProcessDevice::Epitaph(bool isGone) {
 }
 
 std::string CProcessDevice::LastWords() {
-    DrainError(ErrorRoundBytes);
+    DrainError(RoundBytes);
     const std::string tail = m_tail.Text();
     return tail.empty() ? tail : ". Its last words: " + tail;
 }
