@@ -232,14 +232,15 @@ R CAgent::Impl::Update(const SCaller& caller, R info) {
     R* const known = FindById(list, info.Id);
     if (known == nullptr) ThrowUnknown(KindOf<R>, info.Id);
     CheckName(list, info);
-    const Secrets before = m_store.PlaceSecrets(info.Id);
+    bool keepsPassword = false;
     if constexpr (std::is_same_v<R, SCloudServiceProviderInfo>) {
         // Its password has a kind of its own beside it: who doesn't say either keeps both.
-        if (!info.Password && known->Password) {
-            info.Password = known->Password;
-            GiveSecrets(info, before);
-        }
+        keepsPassword = !info.Password && known->Password;
+        if (keepsPassword) info.Password = known->Password;
     }
+    const Secrets before =
+        SecretsBefore([&] { return m_store.PlaceSecrets(info.Id); }, keepsPassword || LacksSecrets(info));
+    if (keepsPassword) GiveSecrets(info, before);
     KeepSecrets(info, before);
     const Secrets secrets = TakeSecrets(info);
     CStore::CTransaction transaction(m_store);
