@@ -51,6 +51,9 @@ bool IsFolder(const std::string& path) {
 }
 
 void CheckFolder(const SBackupRepositoryInfo& info) {
+    if (info.Location.find('\0') != std::string::npos) {
+        throw CGenericException("The location " + Quoted(info.Location) + " holds a NUL character");
+    }
     if (info.Type != BackupTargetType::LocalFolder) return;
     if (info.Location.rfind('/', 0) != 0) {
         throw CGenericException(

@@ -340,6 +340,26 @@ TEST_F(AgentTest, APasswordThatTheStateHasLostCanBeGivenAgain) {
     EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Increment);
 }
 
+TEST_F(AgentTest, APathWithANulCharacterStandsForNoOtherPath) {
+    Start();
+    const std::string odd = std::string(1, '\0') + "odd";
+    SBackupRepositoryInfo info;
+    info.Name = "odd";
+    info.Type = BackupTargetType::LocalFolder;
+    info.Location = Home + "/cut" + odd;
+    EXPECT_THROW(Agent->CreateRepository(Caller, info), CGenericException);
+    EXPECT_FALSE(std::filesystem::exists(Home + "/cut"));
+    EXPECT_THROW(Agent->GrabLogs(Peer, Home + "/logs" + odd), CGenericException);
+    EXPECT_FALSE(std::filesystem::exists(Home + "/logs"));
+    auto config = Config();
+    config.Source.IncludeDirs = {Home + "/source" + odd};
+    EXPECT_THROW(Agent->StartJob(Caller, Agent->CreateJob(Caller, config), {}), CGenericException);
+    config = Config("other");
+    config.Source.IncludeDirs.clear();
+    config.Source.Objects = {{Home + "/source" + odd}};
+    EXPECT_THROW(Agent->StartJob(Caller, Agent->CreateJob(Caller, config), {}), CGenericException);
+}
+
 TEST_F(AgentTest, AServerGoesWithTheRepositoriesThatItOffersUnlessAJobUsesThem) {
     Start();
     SBackupServerInfo server;
