@@ -28,6 +28,9 @@ constexpr const char* databaseFolder = "/var/lib/dpkg";
 
 constexpr auto archiveCheckLimit = std::chrono::minutes(10);
 
+// Themes of icons have links by the ten thousand.
+constexpr std::size_t mostListing = 256UL * 1024 * 1024;
+
 // Ends an entry of dpkg-query's answer; a description never holds it.
 constexpr char entryEnd = '\x1e';
 
@@ -362,8 +365,9 @@ std::vector<std::filesystem::path> CDebianPackageManager::LinksOut(const SPackag
 
 std::vector<std::string> CDebianPackageManager::Lines(const std::string& attempt, const std::string& script,
                                                       const std::string& argument) const {
-    const SCommandResult result =
-        RunQuery({"sh", {"-c", script, "sh", argument, Database()}}, archiveCheckLimit);
+    SCommand command{"sh", {"-c", script, "sh", argument, Database()}};
+    command.MostOutput = mostListing;
+    const SCommandResult result = RunQuery(command, archiveCheckLimit);
     if (!result.Succeeded())
         throw CGenericException(attempt + ": listing its files failed, sh " + result.Failure());
     std::vector<std::string> lines;

@@ -422,6 +422,11 @@ TEST_F(PackageManager, LinksThatOnePackageBringsDoNotLetDpkgWriteAnothersFilesTo
         ExpectAbsent("behind");
     }
     EXPECT_TRUE(std::filesystem::is_empty(outside.Path()));
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({behind, m_system.Build({.Name = "many",
+                                                                              .Link = "opt/my data",
+                                                                              .LinkTarget = "/no/such",
+                                                                              .MoreLinks = 20'000})}),
+                      CGenericException, "of the package 'many'");
 
     // Beside such a link, and behind one that stays inside, everything goes on as ever.
     m_packages.InstalLocalPackages(
