@@ -28,6 +28,9 @@ constexpr const char* databaseFolder = "/var/lib/dpkg";
 
 constexpr auto archiveCheckLimit = std::chrono::minutes(10);
 
+// Themes of icons have links by the ten thousand.
+constexpr std::size_t mostListing = 256UL * 1024 * 1024;
+
 // Ends an entry of dpkg-query's answer; a description never holds it.
 constexpr char entryEnd = '\x1e';
 
@@ -116,6 +119,15 @@ void RequireWholeArchive(const std::filesystem::path& path) {
     const SCommandResult result = RunQuery(
         {"dpkg-deb", {"--fsys-tarfile", "--", path.string()}, /*DropOutput=*/true}, archiveCheckLimit);
     if (!result.Succeeded()) ThrowBadFile(path, "it is damaged (dpkg-deb " + result.Failure() + ")");
+}
+
+std::string CannotInstall(const std::filesystem::path& file) {
+    return "Can't install " + Quoted(file.string());
+}
+
+// Where the entry of an archive stands in the system, from its root: "./opt/file" is "opt/file".
+std::filesystem::path PathInside(const std::filesystem::path& entry) {
+    return entry.lexically_normal().relative_path();
 }
 
 std::string Joined(const std::vector<std::string>& texts) {
@@ -224,6 +236,7 @@ CDebianPackageManager::SNeeds CDebianPackageManager::Check(const std::vector<std
                                     "'.");
         }
     }
+    RequireNoWayOut(needs.Files);
     for (const std::string& entry : entries) {
         if (IsFileEntry(entry)) continue;
         if (!IsPackageName(entry)) {
@@ -244,7 +257,7 @@ CDebianPackageManager::SNeeds CDebianPackageManager::Check(const std::vector<std
 CDebianPackageManager::SPackageFile CDebianPackageManager::CheckFile(const std::string& path,
                                                                      EPurpose purpose) const {
     SReadableFile readable = RequireReadableFile(path);
-    SPackageFile file{std::move(readable.Path), readable.Status, {}, {}, {}};
+    SPackageFile file{std::move(readable.Path), readable.Status, {}, {}, {}, {}};
     if (m_context.IsRunningSystem() && file.Path.extension() != ".deb") {
         ThrowBadFile(file.Path, "apt-get takes only files whose name ends in .deb");
     }
@@ -283,35 +296,94 @@ void CDebianPackageManager::RequireObtainable(const std::string& packageName, EP
     }
 }
 
-void CDebianPackageManager::RequireNoWayOut(const SPackageFile& file) const {
-    RequireNoWayOut("Can't install " + Quoted(file.Path.string()),
-                    R"(dpkg-deb --fsys-tarfile -- "$1" | tar -t --quoting-style=literal)",
-                    file.Path.string());
+void CDebianPackageManager::RequireNoWayOut(SPackageFile& file) const {
+    if (m_context.IsRunningSystem()) return;
+    file.Folders = FoldersWithoutWayOut(CannotInstall(file.Path),
+                                        R"(dpkg-deb --fsys-tarfile -- "$1" | tar -t --quoting-style=literal)",
+                                        file.Path.string());
 }
 
 void CDebianPackageManager::RequireNoWayOut(const std::string& installedPackage) const {
-    RequireNoWayOut("Can't replace or remove the package '" + installedPackage + "'",
-                    R"(dpkg-query --admindir="$2" --listfiles -- "$1")", installedPackage);
+    if (m_context.IsRunningSystem()) return;
+    FoldersWithoutWayOut("Can't replace or remove the package '" + installedPackage + "'",
+                         R"(dpkg-query --admindir="$2" --listfiles -- "$1")", installedPackage);
 }
 
-void CDebianPackageManager::RequireNoWayOut(const std::string& attempt, const std::string& listing,
-                                            const std::string& argument) const {
+void CDebianPackageManager::RequireNoWayOut(const std::vector<SPackageFile>& files) const {
     if (m_context.IsRunningSystem()) return;
-    // Of many files few folders remain.
-    const std::string script = listing + R"( | sed 's,/*[^/]*/*$,,' | sort -u)";
-    const SCommandResult result =
-        RunQuery({"sh", {"-c", script, "sh", argument, Database()}}, archiveCheckLimit);
-    if (!result.Succeeded())
-        throw CGenericException(attempt + ": listing its files failed, sh " + result.Failure());
-    for (std::string_view rest = result.Output; !rest.empty();) {
-        const std::string_view folder = rest.substr(0, rest.find('\n'));
-        rest.remove_prefix(std::min(folder.size() + 1, rest.size()));
-        if (!folder.starts_with('/') && !folder.starts_with("./")) continue;
-        if (const auto link = FindWayOut(m_context.Root, folder)) {
-            throw CGenericException(attempt + ": it has files behind the link " + Quoted(link->string()) +
-                                    ", which leads dpkg out of " + Quoted(m_context.Root.string()) + ".");
+    for (const SPackageFile& linking : files) {
+        for (const std::filesystem::path& link : LinksOut(linking)) {
+            for (const SPackageFile& file : files) {
+                const bool isBehind =
+                    std::any_of(file.Folders.begin(), file.Folders.end(), [&](const std::string& folder) {
+                        const std::string inside = PathInside(folder).native() + "/";
+                        return inside.starts_with(link.native() + "/");
+                    });
+                if (isBehind) ThrowWayOut(CannotInstall(file.Path), link, &linking);
+            }
         }
     }
+}
+
+std::vector<std::string> CDebianPackageManager::FoldersWithoutWayOut(const std::string& attempt,
+                                                                     const std::string& listing,
+                                                                     const std::string& argument) const {
+    // Of many files few folders remain.
+    std::vector<std::string> folders =
+        Lines(attempt, listing + R"( | sed 's,/*[^/]*/*$,,' | sort -u)", argument);
+    std::erase_if(folders, [](const std::string& folder) {
+        return !folder.starts_with('/') && !folder.starts_with("./");
+    });
+    for (const std::string& folder : folders) {
+        if (const auto link = FindWayOut(m_context.Root, folder))
+            ThrowWayOut(attempt, link->lexically_relative(m_context.Root), nullptr);
+    }
+    return folders;
+}
+
+// Where they stand in the system, those that a package brings.
+std::vector<std::filesystem::path> CDebianPackageManager::LinksOut(const SPackageFile& file) const {
+    constexpr std::string_view arrow = " -> ";
+    std::vector<std::filesystem::path> links;
+    // Behind mode, owner, size, date and time stand path and target.
+    for (const std::string& line :
+         Lines(CannotInstall(file.Path),
+               R"(dpkg-deb --fsys-tarfile -- "$1" | tar -tv --numeric-owner --quoting-style=literal |)"
+               R"( sed -n 's/^l\([^ ]* \+\)\{5\}//p')",
+               file.Path.string())) {
+        const std::size_t end = line.find(arrow);
+        if (end == std::string::npos) continue;
+        const std::filesystem::path link = PathInside(line.substr(0, end));
+        const std::filesystem::path target = line.substr(end + arrow.size());
+        const std::filesystem::path inside = (link.parent_path() / target).lexically_normal();
+        const bool isOut = target.is_absolute() || (!inside.empty() && *inside.begin() == "..") ||
+                           FindWayOut(m_context.Root, inside).has_value();
+        if (isOut) links.push_back(link);
+    }
+    return links;
+}
+
+std::vector<std::string> CDebianPackageManager::Lines(const std::string& attempt, const std::string& script,
+                                                      const std::string& argument) const {
+    SCommand command{"sh", {"-c", script, "sh", argument, Database()}};
+    command.MostOutput = mostListing;
+    const SCommandResult result = RunQuery(command, archiveCheckLimit);
+    if (!result.Succeeded())
+        throw CGenericException(attempt + ": listing its files failed, sh " + result.Failure());
+    std::vector<std::string> lines;
+    for (std::string_view rest = result.Output; !rest.empty();) {
+        lines.emplace_back(rest.substr(0, rest.find('\n')));
+        rest.remove_prefix(std::min(lines.back().size() + 1, rest.size()));
+    }
+    return lines;
+}
+
+void CDebianPackageManager::ThrowWayOut(const std::string& attempt, const std::filesystem::path& link,
+                                        const SPackageFile* bringing) const {
+    throw CGenericException(attempt + ": it has files behind the link " +
+                            Quoted((m_context.Root / link).string()) +
+                            (bringing != nullptr ? " of the package '" + bringing->Name + "'" : "") +
+                            ", which leads dpkg out of " + Quoted(m_context.Root.string()) + ".");
 }
 
 void CDebianPackageManager::RequireNoDowngrade(const SPackageFile& file,

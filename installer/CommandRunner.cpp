@@ -33,7 +33,6 @@ using apigen::common::Quoted;
 using apigen::common::RetryInterrupted;
 using zamclientlib::CGenericException;
 
-constexpr std::size_t outputLimit = 4 * 1024 * 1024;
 constexpr std::size_t endLimit = 64 * 1024;  // what is kept of an output of which the end counts
 constexpr auto trimRound = std::chrono::milliseconds(200);
 
@@ -254,13 +253,13 @@ SCommandResult RunQuery(const SCommand& command, std::chrono::milliseconds limit
             throw CGenericException(Quoted(command.Program) + " did not answer within " +
                                     std::to_string(limit.count()) + " ms and was ended.");
         }
-        outputText.Collect(outputLimit);
+        outputText.Collect(command.MostOutput);
         errorText.Collect(endLimit);
         errorText.KeepTheLast(endLimit);
-        if (outputText.Size() > outputLimit) {
+        if (outputText.Size() > command.MostOutput) {
             child->Kill();
             throw CGenericException(Quoted(command.Program) + " gave more than " +
-                                    std::to_string(outputLimit) + " bytes of output and was ended.");
+                                    std::to_string(command.MostOutput) + " bytes of output and was ended.");
         }
     }
     return {child->WaitStatus(), outputText.Take(), errorText.Take()};

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,9 +29,10 @@ struct SCommand {
     std::string Program;  // looked up in PATH, and in the system's usual folders
     std::vector<std::string> Arguments;
     bool DropOutput = false;
+    std::size_t MostOutput = 4UL * 1024 * 1024;  // of a query
 };
 
-// Runs a command that only looks. It is killed when it takes longer than `limit` or says more than 4 MiB. What it
+// Runs a command that only looks. It is killed when it takes longer than `limit` or says more than it may. What it
 // leaves running in the background is not waited for.
 // Throws CGenericException when it can't be started or had to be killed.
 SCommandResult RunQuery(const SCommand& command, std::chrono::milliseconds limit = std::chrono::minutes(1));

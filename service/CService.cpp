@@ -54,17 +54,16 @@ public:
         try {
             if (!CarryOutText(call, request)) CarryOutContainer(call, request);
             response.Close(apigen::RootName, opened);
-            const std::size_t size = response.Text().size();
-            if (size <= apigen::IIoDev::MaxMessageBytes) {
+            if (IsMessage(response.Text())) {
                 answer = response.Text();
                 return;
             }
             RemoveSince(lastHandle);
-            answer = TextOf(InternalError("The answer of " + std::to_string(size) +
-                                          " bytes is over the limit of a message"));
+            answer = TextOf(TooLarge("answer", response.Text()));
         } catch (const std::exception& error) {
             RemoveSince(lastHandle);
             answer = TextOf(call.IsUnderstood ? Failure(error) : InternalError(error.what()));
+            if (!IsMessage(answer)) answer = TextOf(TooLarge("failure's text", answer));
         } catch (const abi::__forced_unwind&) {
             throw;  // the end of this thread
         } catch (...) {
@@ -78,6 +77,13 @@ private:
     void RemoveSince(std::uint64_t handle) noexcept {
         while (m_lastHandle != handle)
             m_objects.erase(m_lastHandle--);
+    }
+
+    static bool IsMessage(std::string_view text) { return text.size() <= apigen::IIoDev::MaxMessageBytes; }
+
+    static std::shared_ptr<IData> TooLarge(const std::string& what, std::string_view text) {
+        return InternalError("The " + what + " of " + std::to_string(text.size()) +
+                             " bytes is over the limit of a message");
     }
 
     static std::string TextOf(const std::shared_ptr<IData>& failure) { return CXmlData::Serialize(*failure); }

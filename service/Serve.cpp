@@ -61,8 +61,13 @@ std::unique_ptr<CDescriptorDevice> TakeOverStandardStreams() {
     return CDescriptorDevice::OfStandardStreams(std::move(input), std::move(output));
 }
 
-// Memory for the next answer that is worth keeping.
-constexpr std::size_t KeptAnswer = 64 * 1024;
+/// Leaves nothing of a message, which may have held a password. Memory for the next one is kept where it is worth it.
+void Forget(std::string& message) {
+    constexpr std::size_t Kept = 64 * 1024UL;
+    ::explicit_bzero(message.data(), message.size());
+    message.clear();
+    if (message.capacity() > Kept) std::string().swap(message);
+}
 
 /// \param answer puts the answer to a request into a text
 template <class Answer>
@@ -81,10 +86,8 @@ void ServeWith(const Answer& answer, CService& service, apigen::IIoDev& device) 
             } else {
                 device.WriteString(text);
             }
-            // Either may have held a password.
-            if (!room.empty()) ::explicit_bzero(room.data(), room.size());
-            ::explicit_bzero(text.data(), text.size());
-            if (text.capacity() > KeptAnswer) std::string().swap(text);
+            Forget(room);
+            Forget(text);
         }
     } catch (const apigen::PeerGoneError& error) {
         // The client may leave without waiting for the answers of its last releases, but not in mid-request.
@@ -127,7 +130,7 @@ void Serve(CService& service, apigen::IIoDev& device, const AnswerFunction& answ
     const auto answerCopy = [&](std::string_view request, std::string& text) {
         copy = request;
         text = answer(service, copy);
-        ::explicit_bzero(copy.data(), copy.size());
+        Forget(copy);
     };
     ServeWith(answerCopy, service, device);
 }

@@ -29,16 +29,19 @@ GrantPtr CControl::Request(const zamclientlib::SZamControlOwnerInfo& owner, bool
     const auto next = AfterRequest(owner, isForced);
     if (next.Id != m_owner.Id && m_owner.Id != Guid{}) EndGrants(owner.Id);
     m_owner = next;
-    auto& grant = m_grants[owner.Id];
-    if (grant == nullptr) grant = std::make_shared<SGrant>(SGrant{owner.Id});
+    std::erase_if(m_grants, [](const auto& entry) { return entry.second.expired(); });
+    auto& known = m_grants[owner.Id];
+    GrantPtr grant = known.lock();
+    if (grant == nullptr) known = grant = std::make_shared<SGrant>(SGrant{owner.Id});
     return grant;
 }
 
 void CControl::EndGrants(const Guid& except) {
-    for (const auto& [owner, grant] : m_grants) {
-        grant->IsOver = owner != except;
-    }
-    std::erase_if(m_grants, [](const auto& entry) { return entry.second->IsOver; });
+    std::erase_if(m_grants, [&](const auto& entry) {
+        const bool isOver = entry.first != except;
+        if (const GrantPtr grant = entry.second.lock()) grant->IsOver = isOver;
+        return isOver;
+    });
 }
 
 void CControl::RequireOwner(const Guid& owner) const {

@@ -47,7 +47,7 @@ private:
     void EndGrants(const Guid& except);
 
     zamclientlib::SZamControlOwnerInfo m_owner;
-    std::map<Guid, GrantPtr> m_grants;  ///< those that are not over
+    std::map<Guid, std::weak_ptr<SGrant>> m_grants;  ///< those that are not over; guests come and go
 };
 
 }  // namespace tarvo

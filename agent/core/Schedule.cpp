@@ -42,8 +42,10 @@ bool IsOccurrence(WeekDayNumberType number, year_month_day day) {
 }
 
 milliseconds TimeOfDay(const zamclientlib::SBackupScheduleInfo& schedule) {
-    const auto time = seconds(schedule.TimeOfDay.seconds) + milliseconds(schedule.TimeOfDay.milliseconds);
-    return std::clamp<milliseconds>(time, 0ms, days(1) - 1ms);
+    // The seconds first: there may be more of them than a number of milliseconds can hold.
+    const auto whole = std::clamp<seconds>(seconds(schedule.TimeOfDay.seconds), -days(1), days(1));
+    return std::clamp<milliseconds>(whole + milliseconds(schedule.TimeOfDay.milliseconds), 0ms,
+                                    days(1) - 1ms);
 }
 
 Moment OnDay(const zamclientlib::SBackupScheduleInfo& schedule, local_days day, const IClock& zone) {

@@ -74,4 +74,17 @@ void KeepSecrets(T& updated, const Secrets& before) {
     });
 }
 
+/// Whether `KeepSecrets` would have something to keep for the record.
+template <class T>
+requires apigen::IsRecord<T>
+bool LacksSecrets(T& updated) {
+    bool lacks = false;
+    detail::ForEachSecret(updated, "", [&](const std::string& /*path*/, auto& value) {
+        if constexpr (apigen::detail::IsOptional<std::remove_reference_t<decltype(value)>>) {
+            lacks = lacks || !value;
+        }
+    });
+    return lacks;
+}
+
 }  // namespace tarvo

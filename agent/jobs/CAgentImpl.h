@@ -30,6 +30,9 @@ inline constexpr const char* PasswordPath = "StorageInfo.EncryptionSettings.Pass
 
 std::optional<std::string> PasswordOf(const Secrets& secrets);
 
+/// What `read` gives, for an update of a record. That they are lost is no hindrance where none of them is needed.
+Secrets SecretsBefore(const std::function<Secrets()>& read, bool isNeeded);
+
 /// A session at work, or one that awaits its retry. Whoever changes it holds `m_changes`, and `m_state` for the moment
 /// of the change; either lets one read.
 struct SActive {

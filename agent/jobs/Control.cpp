@@ -24,6 +24,15 @@ std::optional<std::string> PasswordOf(const Secrets& secrets) {
     return found != secrets.end() ? std::optional(found->second) : std::nullopt;
 }
 
+Secrets SecretsBefore(const std::function<Secrets()>& read, bool isNeeded) {
+    try {
+        return read();
+    } catch (const CStateError& error) {
+        if (isNeeded || error.Fault != EStateFault::Broken) throw;
+        return {};
+    }
+}
+
 std::string Described(const SJob& job) {
     return "the job " + Quoted(job.Config.JobName);
 }

@@ -120,6 +120,7 @@ void CAgent::Impl::GrabLogs(const SPeer& peer, const std::string& path) {
             "The path for the logs has to be absolute: the agent has a working directory of "
             "its own");
     }
+    if (path.find('\0') != std::string::npos) refuse(EINVAL);
     const CDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file) refuse(errno);
     m_log.Info("Logs are gathered for " + Quoted(peer.UserName));

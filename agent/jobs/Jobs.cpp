@@ -153,7 +153,7 @@ void CAgent::Impl::UpdateJob(const SCaller& caller, const Guid& id, SBackupJobCo
         SJob job = JobForChange(id);
         RequireIdle(job);
         RequireName(config, id);
-        const Secrets before = m_store.JobSecrets(id);
+        const Secrets before = SecretsBefore([&] { return m_store.JobSecrets(id); }, LacksSecrets(config));
         KeepSecrets(config, before);
         const Secrets secrets = TakeSecrets(config);
         hasOtherPassword =

@@ -51,6 +51,9 @@ bool IsFolder(const std::string& path) {
 }
 
 void CheckFolder(const SBackupRepositoryInfo& info) {
+    if (info.Location.find('\0') != std::string::npos) {
+        throw CGenericException("The location " + Quoted(info.Location) + " holds a NUL character");
+    }
     if (info.Type != BackupTargetType::LocalFolder) return;
     if (info.Location.rfind('/', 0) != 0) {
         throw CGenericException(
@@ -232,14 +235,15 @@ R CAgent::Impl::Update(const SCaller& caller, R info) {
     R* const known = FindById(list, info.Id);
     if (known == nullptr) ThrowUnknown(KindOf<R>, info.Id);
     CheckName(list, info);
-    const Secrets before = m_store.PlaceSecrets(info.Id);
+    bool keepsPassword = false;
     if constexpr (std::is_same_v<R, SCloudServiceProviderInfo>) {
         // Its password has a kind of its own beside it: who doesn't say either keeps both.
-        if (!info.Password && known->Password) {
-            info.Password = known->Password;
-            GiveSecrets(info, before);
-        }
+        keepsPassword = !info.Password && known->Password;
+        if (keepsPassword) info.Password = known->Password;
     }
+    const Secrets before =
+        SecretsBefore([&] { return m_store.PlaceSecrets(info.Id); }, keepsPassword || LacksSecrets(info));
+    if (keepsPassword) GiveSecrets(info, before);
     KeepSecrets(info, before);
     const Secrets secrets = TakeSecrets(info);
     CStore::CTransaction transaction(m_store);

@@ -371,8 +371,15 @@ void CAgent::Impl::ChangeKeys(const Guid& job, const std::string& password, cons
         const std::lock_guard changes(m_changes);
         for (auto& chain : m_store.ChainsOf(job)) {
             if (!chain.HasPassword || chain.State == EChainState::Preparing) continue;
-            const auto old = m_store.ChainPassword(job, chain.Number);
-            if (old && *old != password) chains.emplace_back(std::move(chain), *old);
+            std::optional<std::string> old;
+            try {
+                old = m_store.ChainPassword(job, chain.Number);
+                if (!old || *old == password) continue;
+            } catch (const CStateError& error) {
+                // Lost: perhaps the job's is the one.
+                if (error.Fault != EStateFault::Broken) throw;
+            }
+            chains.emplace_back(std::move(chain), old.value_or(password));
         }
     }
     for (const auto& [chain, old] : chains) {

@@ -12,9 +12,10 @@ using namespace zamclientlib;  // NOLINT: this file speaks of nothing else
 
 namespace {
 
+/// No path with a NUL character does; what stands before that is another one.
 bool Exists(const std::string& path) {
     struct stat status {};
-    return ::lstat(path.c_str(), &status) == 0;
+    return path.find('\0') == std::string::npos && ::lstat(path.c_str(), &status) == 0;
 }
 
 bool IsDevice(const std::string& path) {

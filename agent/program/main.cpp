@@ -158,7 +158,10 @@ int RunCommandLine(const std::vector<std::string>& arguments) {
 
 int main(int argc, char** argv) {
     try {
-        return tarvo::RunCommandLine({argv + 1, argv + argc});
+        const int status = tarvo::RunCommandLine({argv + 1, argv + argc});
+        if (status != 0 || std::cout.flush()) return status;
+        std::cerr << "tarvod: The output could not be written" << std::endl;
+        return 1;
     } catch (const std::exception& error) {
         std::cerr << "tarvod: " << error.what() << std::endl;
         return 1;

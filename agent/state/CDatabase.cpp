@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -45,6 +46,9 @@ EStateFault FaultOf(const std::error_code& code) {
     const bool isFull = code == std::errc::no_space_on_device || code.value() == EDQUOT;
     return isFull ? EStateFault::Full : EStateFault::Other;
 }
+
+/// What is kept of secrets in one file.
+constexpr std::size_t MostSecretBytes = 4UL * 1024 * 1024;
 
 const char* WhatToDo(EStateFault fault) {
     switch (fault) {
@@ -123,6 +127,7 @@ void CDatabase::Migrate() {
                                                       " of a later version of the agent; this one knows " +
                                                       std::to_string(newest) + " at most");
         }
+        if (found == 0) PutSecretsAside();
         for (int number = found; number < newest; ++number) {
             m_database->exec(migrations[static_cast<std::size_t>(number)]);
         }
@@ -197,6 +202,23 @@ std::string CDatabase::SecretsFolder() const {
     return m_folder + "/" + CStore::SecretsFolder;
 }
 
+/// Those of a state that is gone, whose passwords somebody may still need. Here they would be strays, and be removed.
+void CDatabase::PutSecretsAside() const {
+    namespace fs = std::filesystem;
+    const fs::path folder = SecretsFolder();
+    std::error_code error;
+    if (fs::is_empty(folder, error) || error) return;
+    int number = 1;
+    const auto aside = [&] { return folder.native() + "." + std::to_string(number); };
+    while (fs::exists(fs::symlink_status(aside(), error)))
+        ++number;
+    fs::rename(folder, aside(), error);
+    if (error) {
+        throw CStateError(FaultOf(error), "The secrets of an earlier state can't be put aside: " +
+                                              Quoted(folder.native()) + ": " + error.message());
+    }
+}
+
 std::string CDatabase::WriteSecrets(const Secrets& secrets) {
     if (secrets.empty()) return {};
     const auto data = apigen::CXmlData::CreateNew();
@@ -205,6 +227,11 @@ std::string CDatabase::WriteSecrets(const Secrets& secrets) {
         child->SetString("path", path);
         child->SetString("value", value);
     }
+    const std::string text = apigen::CXmlData::Serialize(*data);
+    if (text.size() > MostSecretBytes) {
+        throw CStateError(EStateFault::Other, "A secret can't be kept: it is longer than " +
+                                                  std::to_string(MostSecretBytes) + " bytes");
+    }
     std::string name = PlainText(Guid::Random());
     const std::string folder = SecretsFolder();
     try {
@@ -212,7 +239,7 @@ std::string CDatabase::WriteSecrets(const Secrets& secrets) {
             throw std::system_error(errno, std::system_category(), folder);
         }
         m_written.push_back(name);
-        WriteSecretFile(folder + "/" + name, apigen::CXmlData::Serialize(*data));
+        WriteSecretFile(folder + "/" + name, text);
     } catch (const std::system_error& error) {
         throw CStateError(FaultOf(error.code()),
                           std::string("A secret can't be kept: ") + apigen::common::Escaped(error.what()));
@@ -224,8 +251,7 @@ Secrets CDatabase::ReadSecrets(const std::string& name) const {
     Secrets secrets;
     if (name.empty()) return secrets;
     try {
-        constexpr std::size_t Most = 4UL * 1024 * 1024;
-        auto text = ReadSecretFile(SecretsFolder() + "/" + name, Most);
+        auto text = ReadSecretFile(SecretsFolder() + "/" + name, MostSecretBytes);
         if (!text) {
             throw CStateError(EStateFault::Broken,
                               "The file " + Quoted(SecretsFolder() + "/" + name) +

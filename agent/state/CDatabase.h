@@ -101,6 +101,7 @@ private:
     void Open(const SStoreOptions& options);
     void WriteAhead(std::chrono::milliseconds limit);
     void Migrate();
+    void PutSecretsAside() const;
 
     std::string m_folder;
     std::string m_file;

@@ -127,11 +127,12 @@ int Run(const std::vector<std::string_view>& arguments) {
         return Connect(std::string(arguments[3]));
     }
     const bool isHelp = arguments.size() == 1 && (arguments[0] == "--help" || arguments[0] == "-h");
-    WriteAll(isHelp ? STDOUT_FILENO : STDERR_FILENO,
-             "Connects a program to the backup agent on this host. Usage:\n"
-             "  tarvoconfig extended startCommandInvoker --logFileName NAME\n"
-             "  tarvoconfig extended protocolVersion\n");
-    return isHelp ? 0 : UsageError;
+    const bool isWritten = WriteAll(isHelp ? STDOUT_FILENO : STDERR_FILENO,
+                                    "Connects a program to the backup agent on this host. Usage:\n"
+                                    "  tarvoconfig extended startCommandInvoker --logFileName NAME\n"
+                                    "  tarvoconfig extended protocolVersion\n");
+    if (!isHelp) return UsageError;
+    return isWritten ? 0 : 1;
 }
 
 }  // namespace

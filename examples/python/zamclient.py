@@ -11,7 +11,8 @@ import subprocess
 import tempfile
 import time
 
-from zamwire import InternalError, Malformed, Node, PeerGone, TransportError, ZamError, frame, length, parse
+from zamwire import (LIMITS, InternalError, Malformed, Node, PeerGone, TransportError, ZamError, frame, length, parse,
+                     read_number)
 
 
 class Timeout(TransportError):
@@ -176,7 +177,7 @@ class Connection:
         return self.answer(request)
 
     def made(self, interface, entry):
-        handle = int(entry.value())
+        handle = read_number(entry.value(), *LIMITS["uint64"])
         return Object(self, interface, handle) if handle else None
 
     def release(self, handle):

@@ -58,6 +58,15 @@ class Enumeration(enum.IntEnum):
         return self.name
 
 
+def read_number(text, low, high):
+    """What a text is as a number between the limits; no text fails."""
+    found = re.match(r"[ \t-\r]*([+-]?)0*([0-9]*)", text)
+    number = int(found[1] + (found[2][:40] or "0"))  # so many digits are over any limit, and int refuses very many
+    if low == 0 and -high <= number < 0:
+        number += high + 1  # a minus sign before an unsigned number
+    return min(max(number, low), high) if low or number >= 0 else high
+
+
 class Node:
     """One entry of a document: a text, or further entries."""
 
@@ -222,12 +231,7 @@ class Api:
                 return uuid.UUID(text)
             except ValueError:
                 raise Malformed(f"{key}: {text!r} is no GUID") from None
-        low, high = LIMITS[kind if kind in LIMITS else "int32"]
-        found = re.match(r"[ \t-\r]*([+-]?[0-9]+)", text)
-        number = int(found[1]) if found else 0
-        if low == 0 and -high <= number < 0:
-            number += high + 1  # a minus sign before an unsigned number
-        number = min(max(number, low), high) if low or number >= 0 else high
+        number = read_number(text, *LIMITS[kind if kind in LIMITS else "int32"])
         return self.enumerations[kind](number) if kind in self.enumerations else number
 
 

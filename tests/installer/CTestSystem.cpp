@@ -34,6 +34,14 @@ std::filesystem::path CTestSystem::Build(const STestPackage& package, const std:
                          package.ExtraFields + "Description: " + package.Description + "\n");
     m_packages.Write(tree + "/usr/share/" + package.Name + "/version", package.Version);
     if (!package.File.empty()) m_packages.Write(tree + "/" + package.File, package.Name);
+    if (!package.Link.empty()) {
+        const std::filesystem::path link = m_packages.Path() / tree / package.Link;
+        std::filesystem::create_directories(link.parent_path());
+        std::filesystem::create_symlink(package.LinkTarget, link);
+    }
+    for (int i = 0; i < package.MoreLinks; ++i)
+        std::filesystem::create_symlink("nowhere", m_packages.Path() / tree / "usr/share" / package.Name /
+                                                       (std::string(200, 'x') + std::to_string(i)));
     if (!package.PostInst.empty()) {
         const auto script = m_packages.WriteScript(tree + "/DEBIAN/postinst", package.PostInst);
         std::filesystem::permissions(script, std::filesystem::perms(0755));

@@ -17,6 +17,9 @@ struct STestPackage {
     std::string ExtraFields = {};  // whole control lines
     std::string PostInst = {};     // a shell script
     std::string File = {};         // another file that it holds, "usr/share/x"
+    std::string Link = {};         // a link that it holds
+    std::string LinkTarget = {};
+    int MoreLinks = 0;  // to nowhere
 };
 
 class CTestSystem {

@@ -405,6 +405,39 @@ TEST_F(PackageManager, AnotherRootsLinksDoNotLetDpkgWriteToTheHost) {
     EXPECT_TRUE(std::filesystem::exists(outside.Path() / "foo/file"));
 }
 
+TEST_F(PackageManager, LinksThatOnePackageBringsDoNotLetDpkgWriteAnothersFilesToTheHost) {
+    const CTestFolder outside;
+    const auto behind = m_system.Build({.Name = "behind", .File = "opt/my data/folder/file"});
+    std::string version = "1";
+    for (const std::string& target : {outside.Path().string(), std::string("/no/such"), std::string("../.."),
+                                      "../../.." + outside.Path().string()}) {
+        const auto linking = m_system.Build(
+            {.Name = "linking", .Version = version += "1", .Link = "opt/my data", .LinkTarget = target});
+        for (const auto& list : {std::vector<std::string>{linking, behind}, {behind, linking}}) {
+            EXPECT_THROW_WITH(m_packages.InstalLocalPackages(list), CGenericException,
+                              "it has files behind the link \"" + (m_system.Root() / "opt/my data").string() +
+                                  "\" of the package 'linking'");
+        }
+        ExpectAbsent("linking");
+        ExpectAbsent("behind");
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(outside.Path()));
+    EXPECT_THROW_WITH(m_packages.InstalLocalPackages({behind, m_system.Build({.Name = "many",
+                                                                              .Link = "opt/my data",
+                                                                              .LinkTarget = "/no/such",
+                                                                              .MoreLinks = 20'000})}),
+                      CGenericException, "of the package 'many'");
+
+    // Beside such a link, and behind one that stays inside, everything goes on as ever.
+    m_packages.InstalLocalPackages(
+        {m_system.Build({.Name = "away", .Link = "opt/away", .LinkTarget = outside.Path().string()}),
+         m_system.Build({.Name = "beside", .File = "opt/away2/file"}),
+         m_system.Build(
+             {.Name = "inside", .File = "opt/real/file", .Link = "opt/my data", .LinkTarget = "real"}),
+         behind});
+    EXPECT_TRUE(std::filesystem::exists(m_system.Root() / "opt/real/folder/file"));
+}
+
 TEST_F(PackageManager, ABrokenDatabaseIsAnErrorAndNoAbsence) {
     m_system.Folder().Write("var/lib/dpkg/status", "this is no database\n");
     EXPECT_THROW_WITH(m_packages.FindInstalledPackage("foo"), CGenericException,

@@ -288,6 +288,25 @@ TEST_F(Limits, OfAnAnswerAreKeptToTheByte) {
     EXPECT_EQ(past.Kind, EOutcome::Broken) << past;
 }
 
+TEST_F(Limits, OfAMessageEndNoConnectionWhenTheTextOfAFailureIsLarger) {
+    if (IsSanitized || (!IsOptimised && !IsFull())) GTEST_SKIP() << "takes long unless optimised";
+    const auto invoker = Invoker({}, 120s, nullptr, RELIABILITY_SERVICE);
+    const auto answer = [&](const std::string& method) {
+        const auto request = apigen::CXmlData::CreateNew();
+        request->SetString("__handle", "1");
+        request->SetString("__method", method);
+        return invoker->Invoke(request);
+    };
+    // The name of an unknown method is told with its control characters as escapes of four.
+    const SOutcome outcome = OutcomeOf([&] {
+        EXPECT_THAT(
+            answer(std::string(Limit / 4 + 1, '\x01'))->GetChild("__api_internal_err")->GetString("msg"),
+            testing::HasSubstr("over the limit of a message"));
+    });
+    EXPECT_EQ(outcome.Kind, EOutcome::Success) << outcome;
+    EXPECT_TRUE(answer("IsSystemSupported_6523745946180482134")->HasValue("__result"));
+}
+
 class Handles : public CReliabilityTest {
 protected:
     static std::shared_ptr<apigen::CApiClientInvoker> Service(const Arguments& arguments = {}) {

@@ -106,6 +106,44 @@ TEST(Serving, IsEndedByAnEventThoughTheClientKeepsSilent) {
     EXPECT_THAT(served.get(), HasSubstr("the agent ends"));
 }
 
+/// Gives requests one after another, and looks at the room that it is offered for each.
+class CLookingDevice final : public apigen::IIoDev {
+public:
+    explicit CLookingDevice(std::vector<std::string> requests) : m_requests(std::move(requests)) {}
+
+    std::string ReadRawText(unsigned long /*maxBytes*/, bool& /*flag*/) override { return {}; }
+    std::string ReadString() override { return {}; }
+    std::string_view ReadMessage(std::string& room) override {
+        Rooms.push_back(room.capacity());
+        if (m_next == m_requests.size()) throw apigen::PeerGoneError("no more requests", true);
+        const std::string& request = m_requests[m_next++];
+        // As a stream does: a small one stays where it was received.
+        if (request.size() < 1024) return request;
+        return room = request;
+    }
+    void WriteString(const std::string& text) override { Answers.push_back(text); }
+    void SetDeadline(Clock::time_point /*deadline*/) override {}
+
+    std::vector<std::size_t> Rooms;
+    std::vector<std::string> Answers;
+
+private:
+    std::vector<std::string> m_requests;
+    std::size_t m_next = 0;
+};
+
+// It was kept, and overwritten again after each of the small calls that followed.
+TEST(Serving, DoesNotKeepTheRoomOfALargeRequest) {
+    const std::string large =
+        std::string("<Data><x>") + std::string(1024UL * 1024, 'x') + "</x>" + (Question + 6);
+    CLookingDevice device({Question, large, Question});
+    zamservice::CService service(std::make_shared<CFakeInstaller>(std::make_shared<SJournal>()));
+    zamservice::Serve(service, device);
+    EXPECT_THAT(device.Answers, testing::ElementsAre(Greeting, Yes, Yes, Yes));
+    ASSERT_EQ(device.Rooms.size(), 4U);
+    EXPECT_LT(device.Rooms[2], large.size());
+}
+
 TEST(Serving, TakesAnEndInMidRequestForAFailure) {
     std::array<int, 2> ends{};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);

@@ -80,7 +80,7 @@ class EveryService(unittest.TestCase):
         odd = [frame(""), frame("junk"), frame("<Data><a></Data>"), frame("<!DOCTYPE Data><Data/>"),
                frame("<Data>" + "<a>" * 300), frame('<Data><a encoding="base64">?</a></Data>'), frame("<Data/>"),
                frame("<Data><__handle>1</__handle></Data>"), call(7, "__dtr"), call(0, "__dtr"), call(1, "No_1"),
-               call("x", "__dtr")]
+               call("x", "__dtr"), call("9" * 5000, "__dtr")]
         def check(tool):
             status, frames = answers(tool, b"".join(odd) + call(1, "__dtr"))
             self.assertEqual(len(frames), len(odd) + 1)
@@ -340,6 +340,10 @@ class Client(Scripted):
             document = parse(document.written())
             kinds = ("int32", "int64", "uint16", "uint32", "uint64")
             self.assertEqual([str(API.read(document, "K", kind)) for kind in kinds], expected, text)
+
+    def test_reads_numbers_that_are_longer_than_python_takes(self):
+        for text, expected in (("9" * 5000, 2**31 - 1), ("-" + "9" * 5000, -2**31), ("0" * 5000 + "7", 7)):
+            self.assertEqual(API.read(Node("Data", None, [Node("K", text)]), "K", "int32"), expected)
 
 
 class Service(unittest.TestCase):

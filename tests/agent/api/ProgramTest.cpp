@@ -85,6 +85,14 @@ TEST_F(CProgramTest, VersionAndHelpAreToldAndAnythingElseIsAUsageError) {
     EXPECT_THAT(Run({"pionts", "--job", "x"}).Errors, HasSubstr("can't understand \"pionts\""));
 }
 
+TEST_F(CProgramTest, TextThatCannotBeWrittenIsAFailure) {
+    for (const std::string& words :
+         {Daemon() + " --version", Daemon() + " --help", Daemon() + " points --help",
+          Daemon() + " --check-config", ToolWords()[0] + " --help"}) {
+        EXPECT_EQ(RunWords({"/bin/sh", "-c", words + " > /dev/full"}).Status, 1) << words;
+    }
+}
+
 TEST_F(CProgramTest, TheToolTellsHowItIsUsed) {
     const auto help = RunWords({ToolWords()[0], "--help"});
     EXPECT_EQ(help.Status, 0) << help.Errors;

@@ -217,6 +217,15 @@ TEST(ControlTest, WhoAsksAgainKeepsControlUnderTheNewName) {
     EXPECT_EQ(control.Owner(), owner);
 }
 
+// Commands are such guests: each comes once, and an owner may stay for years.
+TEST(ControlTest, NothingStaysOfAGuestWhoHasGone) {
+    CControl control;
+    const auto owner = control.Request(OwnerNamed("owner", ZAMOwnerMode::Shared), false);
+    const std::weak_ptr<SGrant> guests = control.Request(OwnerNamed("guest", ZAMOwnerMode::Shared), false);
+    EXPECT_TRUE(guests.expired());
+    EXPECT_NO_THROW(control.RequireChangeBy(*owner));
+}
+
 TEST(ControlTest, ForceEndsEveryOtherLeaveForGood) {
     CControl control;
     const auto old = OwnerNamed("old", ZAMOwnerMode::Shared);

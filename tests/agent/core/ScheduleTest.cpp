@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <random>
 #include <set>
 #include <vector>
@@ -179,8 +180,12 @@ TEST(ScheduleTest, ATimeOutsideOfTheDayIsTakenAtItsNearestEnd) {
     auto schedule = Daily(0);
     schedule.TimeOfDay = {-5, 0};
     EXPECT_EQ(FirstAfter(schedule, Utc(2026, 1, 10, 12), clock), Utc(2026, 1, 10, 23));
-    schedule.TimeOfDay = {9'000'000'000'000'000L, 999};
-    EXPECT_EQ(FirstAfter(schedule, Utc(2026, 1, 10, 12), clock), Utc(2026, 1, 10, 23) - 1ms);
+    for (const long seconds : {9'000'000'000'000'000L, 9'300'000'000'000'000L, LONG_MAX}) {
+        schedule.TimeOfDay = {seconds, 999};
+        EXPECT_EQ(FirstAfter(schedule, Utc(2026, 1, 10, 12), clock), Utc(2026, 1, 10, 23) - 1ms) << seconds;
+    }
+    schedule.TimeOfDay = {LONG_MIN, 999};
+    EXPECT_EQ(FirstAfter(schedule, Utc(2026, 1, 10, 12), clock), Utc(2026, 1, 10, 23));
 }
 
 TEST(ScheduleTest, RunsThatWereMissedAreCaughtUpOnce) {

@@ -306,6 +306,60 @@ TEST_F(AgentTest, PasswordsOfPlacesGoInAndNeverComeOut) {
     EXPECT_FALSE(Agent->DeleteProvider(Caller, added.Id));
 }
 
+TEST_F(AgentTest, APasswordThatTheStateHasLostCanBeGivenAgain) {
+    Start();
+    auto config = Config();
+    config.StorageInfo.EncryptionSettings = SEncryptionSettings{std::string("secret"), ""};
+    const Guid job = Agent->CreateJob(Caller, config);
+    EXPECT_EQ(RunJob(job).Result, JobResult::Success);
+    SBackupServerInfo server;
+    server.Name = "server";
+    server.Password = std::string("secret");
+    const auto added = Agent->AddServer(Caller, server);
+    SCloudServiceProviderInfo provider;
+    provider.Name = "cloud";
+    provider.Password = SCloudServiceProviderPassword{"token", ECloudServiceProviderPasswordType::Token};
+    auto cloud = Agent->AddProvider(Caller, provider);
+
+    std::filesystem::remove_all(Folders.State + "/secrets");
+    EXPECT_THROW(Agent->StartJob(Caller, job, {}), CGenericException);
+    // Who says none would lose them without a word.
+    EXPECT_THROW(Agent->UpdateJob(Caller, job, Agent->Configuration(job)), CGenericException);
+    EXPECT_THROW(Agent->UpdateServer(Caller, added), CGenericException);
+    cloud.Password.Reset();
+    EXPECT_THROW(Agent->UpdateProvider(Caller, cloud), CGenericException);
+
+    Agent->UpdateJob(Caller, job, config);
+    server.Id = added.Id;
+    Agent->UpdateServer(Caller, server);
+    cloud.Password = provider.Password;
+    Agent->UpdateProvider(Caller, cloud);
+    // The password opens what is there: the chain goes on.
+    const auto info = RunJob(job);
+    EXPECT_EQ(info.Result, JobResult::Success) << Lines(info);
+    EXPECT_EQ(info.SessionAlgorithm, JobSessionAlgorithm::Increment);
+}
+
+TEST_F(AgentTest, APathWithANulCharacterStandsForNoOtherPath) {
+    Start();
+    const std::string odd = std::string(1, '\0') + "odd";
+    SBackupRepositoryInfo info;
+    info.Name = "odd";
+    info.Type = BackupTargetType::LocalFolder;
+    info.Location = Home + "/cut" + odd;
+    EXPECT_THROW(Agent->CreateRepository(Caller, info), CGenericException);
+    EXPECT_FALSE(std::filesystem::exists(Home + "/cut"));
+    EXPECT_THROW(Agent->GrabLogs(Peer, Home + "/logs" + odd), CGenericException);
+    EXPECT_FALSE(std::filesystem::exists(Home + "/logs"));
+    auto config = Config();
+    config.Source.IncludeDirs = {Home + "/source" + odd};
+    EXPECT_THROW(Agent->StartJob(Caller, Agent->CreateJob(Caller, config), {}), CGenericException);
+    config = Config("other");
+    config.Source.IncludeDirs.clear();
+    config.Source.Objects = {{Home + "/source" + odd}};
+    EXPECT_THROW(Agent->StartJob(Caller, Agent->CreateJob(Caller, config), {}), CGenericException);
+}
+
 TEST_F(AgentTest, AServerGoesWithTheRepositoriesThatItOffersUnlessAJobUsesThem) {
     Start();
     SBackupServerInfo server;

@@ -188,6 +188,34 @@ TEST_F(StoreTest, SecretsThatNothingSpeaksOfAreRemoved) {
     EXPECT_EQ(store.JobSecrets(job.Id), (Secrets{{"a", "1"}}));
 }
 
+TEST_F(StoreTest, AStateThatBeginsAnewLeavesTheSecretsOfTheOneBeforeAside) {
+    for (const char* const password : {"1", "2"}) {
+        CStore(Path).AddJob(JobNamed("job"), {{"a", password}});
+        fs::remove(Path + "/state.db");
+    }
+    CStore store(Path);
+    store.RemoveStraySecrets();
+    EXPECT_EQ(FilesIn(SecretsFolder()), 0U);
+    EXPECT_TRUE(HoldsAnywhere(SecretsFolder() + ".1", ">1<"));
+    EXPECT_TRUE(HoldsAnywhere(SecretsFolder() + ".2", ">2<"));
+}
+
+TEST_F(StoreTest, ASecretThatCouldNotBeReadAgainIsNotKept) {
+    constexpr std::size_t Most = 4UL * 1024 * 1024;
+    CStore store(Path);
+    auto job = JobNamed("job");
+    store.AddJob(job, {{"a", "1"}});
+    // In base64, as what XML can't carry is.
+    for (const std::string& secret : {std::string(Most, 'x'), std::string(Most * 3 / 4, '\x01')}) {
+        EXPECT_EQ(FaultOf([&] { store.SaveJob(job, {{"a", secret}}); }), EStateFault::Other);
+        EXPECT_EQ(store.JobSecrets(job.Id), (Secrets{{"a", "1"}}));
+        EXPECT_EQ(FilesIn(SecretsFolder()), 1U);
+    }
+    const std::string large(Most - 1000, 'x');
+    store.SaveJob(job, {{"a", large}});
+    EXPECT_EQ(store.JobSecrets(job.Id), (Secrets{{"a", large}}));
+}
+
 TEST_F(StoreTest, AMissingSecretIsSaidToBeMissing) {
     CStore store(Path);
     const auto job = JobNamed("job");
