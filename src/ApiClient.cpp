@@ -72,9 +72,17 @@ SVersion GetApiVersion(const std::string& program, const SService& service, cons
     const auto device = process.GetIoDev();
     device->SetDeadline(limits.Deadline);
     device->SetEvent(limits.Event.get());
-    bool isWhole = false;
-    const std::string text = device->ReadRawText(MaxOutputBytes, isWhole);
-    const auto exitCode = process.GetExitCode();
+    std::string text;
+    const auto exitCode = [&] {
+        try {
+            bool isWhole = false;
+            text = device->ReadRawText(MaxOutputBytes, isWhole);
+            return process.GetExitCode();
+        } catch (...) {
+            process.Kill();  // it has nothing to finish that the caller would have to wait for
+            throw;
+        }
+    }();
     // Where the caller collects all children itself, an answer says as much as the exit status would have.
     if (!exitCode && (exitCode.IsKnown() || text.empty())) exitCode.GenerateException();
 
