@@ -32,6 +32,7 @@
 namespace zamclientlib {
 namespace {
 
+using apigen::common::AwayFromStandardStreams;
 using apigen::common::CDescriptor;
 
 [[noreturn]] void ThrowErrno(const std::string& text) {
@@ -64,7 +65,7 @@ CDescriptor ConnectTo(const std::string& path) {
                                     std::to_string(sizeof address.sun_path - 1) + " bytes, and is " +
                                     apigen::common::Quoted(path));
     }
-    CDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    CDescriptor socket = AwayFromStandardStreams(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!socket) ThrowErrno("Failed to open socket");
     // The system would take such a path for the name of something else.
     if (path.empty()) ThrowCannotConnect(ENOENT, path);
@@ -89,7 +90,7 @@ CDescriptor ConnectTo(const std::string& path) {
 
 /// A descriptor that is readable when one of the two is.
 CDescriptor EitherOf(int first, int second) {
-    CDescriptor both(::epoll_create1(EPOLL_CLOEXEC));
+    CDescriptor both = AwayFromStandardStreams(::epoll_create1(EPOLL_CLOEXEC));
     if (!both) ThrowErrno("Failed to watch the event socket");
     for (const int each : {first, second}) {
         epoll_event event{};
@@ -106,7 +107,7 @@ CDescriptor OpenListener(const CDescriptor& socket) {
     ucred peer{};
     socklen_t size = sizeof peer;
     if (::getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0) return {};
-    return CDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, peer.pid, 0)));
+    return AwayFromStandardStreams(static_cast<int>(::syscall(SYS_pidfd_open, peer.pid, 0)));
 }
 
 }  // namespace
