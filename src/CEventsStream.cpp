@@ -44,6 +44,11 @@ using apigen::common::CDescriptor;
                             "Failed to connect to event socket " + apigen::common::Quoted(path));
 }
 
+/// What the logger throws must keep no stream from being opened or stopped.
+void Log(const std::shared_ptr<apigen::ILogger>& logger, const std::string& message) {
+    if (logger != nullptr) apigen::common::Quietly([&] { logger->Info(message); });
+}
+
 /// How long a source may be too busy to have a place for one more client in its queue.
 constexpr std::chrono::seconds ConnectLimit{5};
 
@@ -172,7 +177,7 @@ private:
 
 CEventsStream::CEventsStream(const SEventConfig& config, std::shared_ptr<apigen::ILogger> logger) {
     const std::string& path = config.v1.Value().socketPath;
-    if (logger != nullptr) logger->Info("Connecting to unix socket event source: " + path);
+    Log(logger, "Connecting to unix socket event source: " + path);
     CDescriptor socket = ConnectTo(path);
     // An empty message opens the stream. Should it fail to go out, the first read says why.
     const std::uint32_t openingWord = 0;
@@ -235,9 +240,7 @@ apigen::Optional<SBaseEvent> CEventsStream::ReadUntil(std::chrono::steady_clock:
 void CEventsStream::Stop() {
     if (!m_stop->Process.IsHere()) return;
     const std::string reason = "Event stream closed";
-    // What the logger throws must not keep the stream open.
-    if (m_stop->Logger != nullptr)
-        apigen::common::Quietly([&] { m_stop->Logger->Info("Closing event stream: " + reason); });
+    Log(m_stop->Logger, "Closing event stream: " + reason);
     m_stop->Event->Set(reason);
 }
 
