@@ -5,17 +5,21 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/sched.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdint>
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "support/common/CChildProcess.h"
 #include "support/common/CProcessDevice.h"
@@ -112,6 +116,41 @@ TEST(ChildProcess, ThatSomebodyElseCollectedHasAnUnknownEndAndNoSuccess) {
     ASSERT_TRUE(child.AwaitEnd(DeadlineAfter(30s)));
     EXPECT_EQ(child.WaitStatus(), CChildProcess::UnknownStatus);
     EXPECT_THAT(EndingText(child.WaitStatus()), testing::HasSubstr("unknown"));
+}
+
+TEST(ChildProcess, ThatSomebodyElseCollectedIsNotTakenForTheNextOneOfItsNumber) {
+    CChildProcess child(Shell("exit 0"));
+    if (child.EndToPoll() < 0) GTEST_SKIP() << "nothing but the number tells children apart here";
+    ASSERT_EQ(::waitpid(child.Pid(), nullptr, 0), child.Pid());
+    pid_t number = child.Pid();
+    clone_args next{};
+    next.exit_signal = SIGCHLD;
+    next.set_tid = reinterpret_cast<std::uintptr_t>(&number);
+    next.set_tid_size = 1;
+    const auto pid = ::syscall(SYS_clone3, &next, sizeof next);
+    if (pid == 0) ::_exit(7);
+    if (pid < 0) GTEST_SKIP() << "only root can choose the number of a process";
+    EXPECT_TRUE(child.AwaitEnd(DeadlineAfter(30s)));
+    EXPECT_EQ(child.WaitStatus(), CChildProcess::UnknownStatus);
+    int status = -1;
+    ASSERT_EQ(::waitpid(number, &status, 0), number) << "the caller's own child was collected";
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+}
+
+TEST(ChildProcess, EndsOfEveryKindAreToldAsTheyAre) {
+    for (const auto& [script, isAsExpected] :
+         {std::pair(
+              "exit 200", +[](int status) { return WIFEXITED(status) && WEXITSTATUS(status) == 200; }),
+          std::pair(
+              "kill -KILL $$",
+              +[](int status) { return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL; }),
+          std::pair(
+              "kill -SEGV $$",
+              +[](int status) { return WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV; })}) {
+        CChildProcess child(Shell(script));
+        ASSERT_TRUE(child.AwaitEnd(DeadlineAfter(30s)));
+        EXPECT_TRUE(isAsExpected(child.WaitStatus())) << script << ": " << child.WaitStatus();
+    }
 }
 
 TEST(ChildProcess, OutputEndsWithTheChildThoughItsOffspringHoldsItOpen) {
