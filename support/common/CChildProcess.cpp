@@ -47,9 +47,10 @@ SPipe MakePipe(const std::string& program, int ourEnd) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) ThrowLaunchError(program, {errno});
     SPipe pipe;
-    pipe.Theirs = CDescriptor(fds[1 - ourEnd]);
+    pipe.Theirs = AwayFromStandardStreams(fds[1 - ourEnd]);
     pipe.Ours = AwayFromStandardStreams(fds[ourEnd]);
-    if (!pipe.Ours || ::fcntl(pipe.Ours.Get(), F_SETFL, O_NONBLOCK) != 0) ThrowLaunchError(program, {errno});
+    if (!pipe.Theirs || !pipe.Ours || ::fcntl(pipe.Ours.Get(), F_SETFL, O_NONBLOCK) != 0)
+        ThrowLaunchError(program, {errno});
     return pipe;
 }
 

@@ -64,6 +64,23 @@ TEST(ChildProcess, GetsFurtherDescriptorsAndNoneOfTheCallers) {
     EXPECT_EQ(OutputOf(std::move(start)), "hunter20 1 2 3 6 ");
 }
 
+TEST(ChildProcess, IsSentNothingThatACallerPrintsWhoHasClosedItsStandardStreams) {
+    const pid_t caller = ::fork();
+    if (caller == 0) {
+        for (int fd = 0; fd < 3; ++fd)
+            ::close(fd);
+        const SPipe input = MakePipeToWrite("it");
+        const SPipe output = MakePipeToRead("it");
+        bool isClear = true;
+        for (int fd = 0; fd < 3; ++fd)
+            isClear = isClear && ::fcntl(fd, F_GETFD) == -1;
+        ::_exit(isClear ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(caller, &status, 0), caller);
+    EXPECT_EQ(status, 0);
+}
+
 TEST(ChildProcess, HasASessionOfItsOwnAGroupOfItsOwnOrTheCallers) {
     const auto idsOf = [](EGroup group) {
         auto start = Shell("cut -d' ' -f1,5,6 /proc/$$/stat");
