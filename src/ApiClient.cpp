@@ -106,7 +106,13 @@ bool IsCompatible(const SVersion& version) {
 }
 
 void RequireCompatible(const std::string& program, const SService& service, const SConnectOptions& options) {
-    const SVersion version = GetApiVersion(program, service, options);
+    SVersion version;
+    try {
+        version = GetApiVersion(program, service, options);
+    } catch (apigen::ApiException& error) {
+        error.SetConnectionLost();  // as with whatever else keeps it from being made
+        throw;
+    }
     if (IsCompatible(version)) return;
     throw IncompatibleToolError(apigen::common::Quoted(program) + " speaks version " + Text(version) +
                                     " of the protocol, this library version " + Text(protocol::Version),

@@ -192,6 +192,19 @@ TEST_F(Connect, WaitsForNoAgreementOfAToolThatGaveNoVersionInTime) {
     }
 }
 
+TEST_F(Connect, HasNoConnectionToGoOnWithWhicheverStepOfItFailed) {
+    for (const bool isVersionChecked : {false, true}) {
+        auto stalled = Tool("exec sleep 60");
+        stalled.ConnectTimeout = 100ms;
+        stalled.IsVersionChecked = isVersionChecked;
+        EXPECT_TRUE(Failure<apigen::TimeoutError>([&] { (void)ConnectToAgent(stalled); }).IsConnectionLost());
+        auto odd = Tool("echo hello");
+        odd.IsVersionChecked = isVersionChecked;
+        EXPECT_TRUE(
+            Failure<apigen::BrokenMessageError>([&] { (void)ConnectToAgent(odd); }).IsConnectionLost());
+    }
+}
+
 TEST_F(Connect, IsCancelledWhileAToolThatHasSaidItsVersionDoesNotEnd) {
     auto options = Tool("exec >&- 2>&-; exec sleep 60");
     options.ConnectTimeout = 60s;
