@@ -72,9 +72,17 @@ SVersion GetApiVersion(const std::string& program, const SService& service, cons
     const auto device = process.GetIoDev();
     device->SetDeadline(limits.Deadline);
     device->SetEvent(limits.Event.get());
-    bool isWhole = false;
-    const std::string text = device->ReadRawText(MaxOutputBytes, isWhole);
-    const auto exitCode = process.GetExitCode();
+    std::string text;
+    const auto exitCode = [&] {
+        try {
+            bool isWhole = false;
+            text = device->ReadRawText(MaxOutputBytes, isWhole);
+            return process.GetExitCode();
+        } catch (...) {
+            process.Kill();  // it has nothing to finish that the caller would have to wait for
+            throw;
+        }
+    }();
     // Where the caller collects all children itself, an answer says as much as the exit status would have.
     if (!exitCode && (exitCode.IsKnown() || text.empty())) exitCode.GenerateException();
 
@@ -98,7 +106,13 @@ bool IsCompatible(const SVersion& version) {
 }
 
 void RequireCompatible(const std::string& program, const SService& service, const SConnectOptions& options) {
-    const SVersion version = GetApiVersion(program, service, options);
+    SVersion version;
+    try {
+        version = GetApiVersion(program, service, options);
+    } catch (apigen::ApiException& error) {
+        error.SetConnectionLost();  // as with whatever else keeps it from being made
+        throw;
+    }
     if (IsCompatible(version)) return;
     throw IncompatibleToolError(apigen::common::Quoted(program) + " speaks version " + Text(version) +
                                     " of the protocol, this library version " + Text(protocol::Version),

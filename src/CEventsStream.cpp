@@ -32,6 +32,7 @@
 namespace zamclientlib {
 namespace {
 
+using apigen::common::AwayFromStandardStreams;
 using apigen::common::CDescriptor;
 
 [[noreturn]] void ThrowErrno(const std::string& text) {
@@ -41,6 +42,11 @@ using apigen::common::CDescriptor;
 [[noreturn]] void ThrowCannotConnect(int errorNumber, const std::string& path) {
     throw std::system_error(errorNumber, std::generic_category(),
                             "Failed to connect to event socket " + apigen::common::Quoted(path));
+}
+
+/// What the logger throws must keep no stream from being opened or stopped.
+void Log(const std::shared_ptr<apigen::ILogger>& logger, const std::string& message) {
+    if (logger != nullptr) apigen::common::Quietly([&] { logger->Info(message); });
 }
 
 /// How long a source may be too busy to have a place for one more client in its queue.
@@ -64,7 +70,7 @@ CDescriptor ConnectTo(const std::string& path) {
                                     std::to_string(sizeof address.sun_path - 1) + " bytes, and is " +
                                     apigen::common::Quoted(path));
     }
-    CDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    CDescriptor socket = AwayFromStandardStreams(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!socket) ThrowErrno("Failed to open socket");
     // The system would take such a path for the name of something else.
     if (path.empty()) ThrowCannotConnect(ENOENT, path);
@@ -89,7 +95,7 @@ CDescriptor ConnectTo(const std::string& path) {
 
 /// A descriptor that is readable when one of the two is.
 CDescriptor EitherOf(int first, int second) {
-    CDescriptor both(::epoll_create1(EPOLL_CLOEXEC));
+    CDescriptor both = AwayFromStandardStreams(::epoll_create1(EPOLL_CLOEXEC));
     if (!both) ThrowErrno("Failed to watch the event socket");
     for (const int each : {first, second}) {
         epoll_event event{};
@@ -106,7 +112,7 @@ CDescriptor OpenListener(const CDescriptor& socket) {
     ucred peer{};
     socklen_t size = sizeof peer;
     if (::getsockopt(socket.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0) return {};
-    return CDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, peer.pid, 0)));
+    return AwayFromStandardStreams(static_cast<int>(::syscall(SYS_pidfd_open, peer.pid, 0)));
 }
 
 }  // namespace
@@ -171,7 +177,7 @@ private:
 
 CEventsStream::CEventsStream(const SEventConfig& config, std::shared_ptr<apigen::ILogger> logger) {
     const std::string& path = config.v1.Value().socketPath;
-    if (logger != nullptr) logger->Info("Connecting to unix socket event source: " + path);
+    Log(logger, "Connecting to unix socket event source: " + path);
     CDescriptor socket = ConnectTo(path);
     // An empty message opens the stream. Should it fail to go out, the first read says why.
     const std::uint32_t openingWord = 0;
@@ -234,9 +240,7 @@ apigen::Optional<SBaseEvent> CEventsStream::ReadUntil(std::chrono::steady_clock:
 void CEventsStream::Stop() {
     if (!m_stop->Process.IsHere()) return;
     const std::string reason = "Event stream closed";
-    // What the logger throws must not keep the stream open.
-    if (m_stop->Logger != nullptr)
-        apigen::common::Quietly([&] { m_stop->Logger->Info("Closing event stream: " + reason); });
+    Log(m_stop->Logger, "Closing event stream: " + reason);
     m_stop->Event->Set(reason);
 }
 

@@ -107,7 +107,7 @@ LocalSeconds LocalTimeAt(std::time_t utc) {
 }
 
 CDescriptor Open(const std::string& path, int flags) {
-    return CDescriptor(apigen::common::RetryInterrupted(
+    return apigen::common::AwayFromStandardStreams(apigen::common::RetryInterrupted(
         [&] { return ::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, 0666); }));
 }
 

@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "src/EnumList.h"
 
@@ -136,12 +138,13 @@ apigen::Optional<Enum> MemberNamed(std::string_view name) {
 
 template <class Enum>
 const std::vector<Enum>& MembersOf() {
-    static const auto values = [] {
-        std::vector<Enum> list;
-        list.reserve(Members<Enum>.size());
+    // Never destroyed: for whoever asks at the very end of the program.
+    static const auto& values = *[] {
+        auto list = std::make_unique<std::vector<Enum>>();
+        list->reserve(Members<Enum>.size());
         for (const auto& member : Members<Enum>)
-            list.push_back(static_cast<Enum>(member.Value));
-        return list;
+            list->push_back(static_cast<Enum>(member.Value));
+        return list.release();
     }();
     return values;
 }

@@ -65,7 +65,8 @@ public:
     std::shared_ptr<IIoDev> GetIoDev() const;
 
     /// Closes the child's streams and waits for its end.
-    /// \throws TimeoutError when the child is still running at the device's deadline.
+    /// \throws TimeoutError when the child is still running at the device's deadline, InterruptedError when it is once
+    /// the device's event has been set.
     CProcessExitCode GetExitCode();
 
     /// Gives the child up: closes its streams and sends SIGTERM. A child that ends at once, as most do, is reaped;

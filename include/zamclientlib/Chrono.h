@@ -21,8 +21,10 @@ namespace detail {
 constexpr std::chrono::milliseconds Total(std::int64_t seconds, unsigned short milliseconds) {
     using Limits = std::numeric_limits<std::int64_t>;
     std::int64_t total = 0;
-    if (__builtin_mul_overflow(seconds, 1000, &total) ||
-        __builtin_add_overflow(total, milliseconds, &total)) {
+    // A time before zero begins with a second that may be half out of range.
+    const int borrowed = seconds < 0 ? 1 : 0;
+    if (__builtin_mul_overflow(seconds + borrowed, 1000, &total) ||
+        __builtin_add_overflow(total, milliseconds - 1000 * borrowed, &total)) {
         total = seconds < 0 ? Limits::min() : Limits::max();
     }
     return std::chrono::milliseconds(total);
@@ -30,8 +32,14 @@ constexpr std::chrono::milliseconds Total(std::int64_t seconds, unsigned short m
 
 template <class Record>
 constexpr Record Parted(std::chrono::milliseconds total) {
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(total);
-    return {static_cast<long>(seconds.count()), static_cast<unsigned short>((total - seconds).count())};
+    // By numbers: the first second of the range is out of it as milliseconds.
+    std::int64_t seconds = total.count() / 1000;
+    std::int64_t rest = total.count() % 1000;
+    if (rest < 0) {
+        --seconds;
+        rest += 1000;
+    }
+    return {static_cast<long>(seconds), static_cast<unsigned short>(rest)};
 }
 }  // namespace detail
 

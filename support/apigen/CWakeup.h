@@ -19,7 +19,7 @@ namespace apigen {
 /// Set once by any thread, or by a signal handler; its descriptor is readable from then on.
 class CWakeup {
 public:
-    CWakeup() : m_descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    CWakeup() : m_descriptor(common::AwayFromStandardStreams(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))) {
         if (!m_descriptor) throw std::system_error(errno, std::generic_category(), "Cannot make an event");
     }
 

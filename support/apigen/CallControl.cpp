@@ -73,7 +73,8 @@ namespace {
 class CAnyEvent final : public io::event::IEvent {
 public:
     explicit CAnyEvent(std::vector<Event> events)
-        : m_events(std::move(events)), m_any(::epoll_create1(EPOLL_CLOEXEC)) {
+        : m_events(std::move(events)),
+          m_any(common::AwayFromStandardStreams(::epoll_create1(EPOLL_CLOEXEC))) {
         for (const Event& each : m_events) {
             epoll_event watched{};
             watched.events = EPOLLIN;

@@ -18,11 +18,8 @@ ProxyBase::ProxyBase(std::shared_ptr<IInvoker> invoker, Handle handle)
 
 ProxyBase::~ProxyBase() {
     const common::CNoCancellation uncancelled;
-    try {
-        CRequest().Release(*this);
-    } catch (const std::exception&) {
-        // The service may be gone, and with it the object: there is nothing left to release.
-    }
+    // The service may be gone, and with it the object: there is nothing left to release.
+    common::Quietly([this] { CRequest().Release(*this); });
 }
 
 std::shared_ptr<IData> ProxyBase::InvokeMethod(const std::string& methodId, const std::string& signature,

@@ -94,7 +94,9 @@ private:
     class CWatcher {
     public:
         CWatcher(CTurns& turns, std::unique_lock<std::mutex>& lock)
-            : m_turns(turns), m_lock(lock), m_freed(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+            : m_turns(turns),
+              m_lock(lock),
+              m_freed(common::AwayFromStandardStreams(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))) {
             if (m_freed) turns.m_watchers.push_back(m_freed.Get());
         }
         CWatcher(const CWatcher&) = delete;

@@ -47,9 +47,10 @@ SPipe MakePipe(const std::string& program, int ourEnd) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) ThrowLaunchError(program, {errno});
     SPipe pipe;
-    pipe.Theirs = CDescriptor(fds[1 - ourEnd]);
+    pipe.Theirs = AwayFromStandardStreams(fds[1 - ourEnd]);
     pipe.Ours = AwayFromStandardStreams(fds[ourEnd]);
-    if (!pipe.Ours || ::fcntl(pipe.Ours.Get(), F_SETFL, O_NONBLOCK) != 0) ThrowLaunchError(program, {errno});
+    if (!pipe.Theirs || !pipe.Ours || ::fcntl(pipe.Ours.Get(), F_SETFL, O_NONBLOCK) != 0)
+        ThrowLaunchError(program, {errno});
     return pipe;
 }
 
@@ -162,6 +163,26 @@ CDescriptor OpenPidfd(pid_t pid) {
     return AwayFromStandardStreams(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
 }
 
+/// As `waitpid` with WNOHANG. By the descriptor where there is one: when somebody else has collected the child, its
+/// number may be that of another, which is not ours.
+pid_t Collect(pid_t pid, const CDescriptor& pidfd, int& status) {
+    // P_PIDFD, younger than the C library's headers may be.
+    constexpr auto ByPidfd = static_cast<idtype_t>(3);
+    if (pidfd) {
+        siginfo_t end{};
+        const auto ask = [&] {
+            return ::waitid(ByPidfd, static_cast<id_t>(pidfd.Get()), &end, WEXITED | WNOHANG);
+        };
+        if (RetryInterrupted(ask) == 0) {
+            status = end.si_code == CLD_EXITED ? W_EXITCODE(end.si_status, 0)
+                                               : end.si_status | (end.si_code == CLD_DUMPED ? WCOREFLAG : 0);
+            return end.si_pid;
+        }
+        if (errno == ECHILD) return -1;  // otherwise an old kernel, which has the descriptors alone
+    }
+    return RetryInterrupted([&] { return ::waitpid(pid, &status, WNOHANG); });
+}
+
 }  // namespace
 
 SPipe MakePipeToRead(const std::string& program) {
@@ -212,7 +233,7 @@ CChildProcess::~CChildProcess() {
 bool CChildProcess::HasEnded() {
     if (m_ended) return true;
     int status = 0;
-    const pid_t pid = RetryInterrupted([&] { return ::waitpid(m_pid, &status, WNOHANG); });
+    const pid_t pid = Collect(m_pid, m_pidfd, status);
     if (pid == 0) return false;
     // Otherwise ECHILD: the caller ignores SIGCHLD or has collected the child itself.
     if (pid == m_pid) m_waitStatus = status;

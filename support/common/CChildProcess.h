@@ -55,8 +55,8 @@ struct SChildStart {
 APIGEN_API std::vector<std::string> EnvironmentWith(
     const std::string& program, const std::unordered_map<std::string, std::string>& additions);
 
-/// A pipe to a child: our end is non-blocking and stays clear of the standard streams' numbers, the child's is as
-/// programs expect it.
+/// A pipe to a child, clear of the standard streams' numbers: our end is non-blocking, the child's is as programs
+/// expect it.
 struct SPipe {
     CDescriptor Ours;
     CDescriptor Theirs;

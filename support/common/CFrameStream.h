@@ -57,6 +57,7 @@ public:
 
     /// Once it is set, an operation that would have to wait throws InterruptedError; null for none.
     void SetEvent(const io::event::IEvent* event) noexcept { m_event = event; }
+    const io::event::IEvent* Event() const noexcept { return m_event; }
     /// For the owner to wait for as well.
     pollfd EventToPoll() const;
     bool IsInterrupted() const;

@@ -73,9 +73,8 @@ public:
         m_device->CloseInputAndOutput("the exit code has been asked for");
         if (m_abandoned) {
             FinishAbandoned();
-        } else if (!m_device->AwaitEnd(m_device->Deadline())) {
-            throw TimeoutError("Cannot get the exit code of " + m_device->Description() +
-                               ": it did not end in time" + m_device->LastWords());
+        } else {
+            m_device->RequireEnd();
         }
         LogEnd();
         return {m_device->Child().WaitStatus(), m_program, m_device->ErrorTail()};

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/common/CProcessDevice.h"
 
+#include <apigen/ApiException.h>
+
 #include <poll.h>
 #include <unistd.h>
 
@@ -88,12 +90,20 @@ void CProcessDevice::CloseAll(std::string_view reason) {
     m_streams.Error.Close();
 }
 
-bool CProcessDevice::AwaitEnd(Clock::time_point deadline, EOutput output) {
+void CProcessDevice::RequireEnd() {
+    const auto* const event = m_stream.Event();
+    if (AwaitEnd(m_stream.Deadline(), EOutput::Discard, event)) return;
+    const std::string attempt = "Cannot get the exit code of " + Description() + ": ";
+    if (m_stream.IsInterrupted()) throw InterruptedError(attempt + event->Reason() + LastWords());
+    throw TimeoutError(attempt + "it did not end in time" + LastWords());
+}
+
+bool CProcessDevice::AwaitEnd(Clock::time_point deadline, EOutput output, const io::event::IEvent* event) {
     while (!m_child.HasEnded()) {
-        if (IsPast(deadline)) return false;
-        std::array<pollfd, 2> set{
-            pollfd{m_streams.Error.Get(), POLLIN, 0},
-            pollfd{output == EOutput::Discard ? m_streams.Output.Get() : -1, POLLIN, 0}};
+        if (IsPast(deadline) || (event != nullptr && event->IsSet())) return false;
+        std::array<pollfd, 3> set{pollfd{m_streams.Error.Get(), POLLIN, 0},
+                                  pollfd{output == EOutput::Discard ? m_streams.Output.Get() : -1, POLLIN, 0},
+                                  pollfd{event != nullptr ? event->Descriptor() : -1, POLLIN, 0}};
         m_child.AwaitNews(set.data(), set.size(), deadline);
         if (set[0].revents != 0) DrainError(RoundBytes);
         if (set[1].revents != 0) DiscardOutput();
@@ -151,8 +161,8 @@ std::string CProcessDevice::WhyEnded() {
 std::string CProcessDevice::Epitaph(bool isGone) {
     if (!isGone) return LastWords();
     const auto deadline = std::min(m_stream.Deadline(), DeadlineAfter(FatePatience));
-    std::string fate =
-        AwaitEnd(deadline, EOutput::Keep) ? ". It " + EndingText(m_child.WaitStatus()) : std::string();
+    std::string fate = AwaitEnd(deadline, EOutput::Keep, nullptr) ? ". It " + EndingText(m_child.WaitStatus())
+                                                                  : std::string();
     return fate + LastWords();
 }
 

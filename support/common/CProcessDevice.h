@@ -36,7 +36,6 @@ public:
 
     std::string Peer() const override;
 
-    Clock::time_point Deadline() const noexcept { return m_stream.Deadline(); }
     CChildProcess& Child() noexcept { return m_child; }
 
     /// Later operations throw PeerGoneError with the reason.
@@ -46,16 +45,17 @@ public:
 
     /// Waits for the child's end, emptying its standard error and throwing its output away meanwhile; false when
     /// it is still running at `deadline`.
-    bool AwaitEnd(Clock::time_point deadline) { return AwaitEnd(deadline, EOutput::Discard); }
+    bool AwaitEnd(Clock::time_point deadline) { return AwaitEnd(deadline, EOutput::Discard, nullptr); }
+
+    /// The same as an operation of the device.
+    /// \throws TimeoutError at the device's deadline, InterruptedError once its event is set
+    void RequireEnd();
 
     /// `"prog" (pid 7)`.
     std::string Description() const;
 
     /// The last lines of standard error so far, escaped.
     std::string ErrorTail() const { return m_tail.Text(); }
-
-    /// The same as a sentence to append to a message; empty when there is nothing.
-    std::string LastWords();
 
 private:
     /// What becomes of output that has not been read while the end is awaited.
@@ -76,7 +76,9 @@ private:
     short Wait(short events, Clock::time_point deadline) override;
     std::string Epitaph(bool isGone) override;
 
-    bool AwaitEnd(Clock::time_point deadline, EOutput output);
+    /// The tail of standard error as a sentence to append to a message; empty when there is nothing.
+    std::string LastWords();
+    bool AwaitEnd(Clock::time_point deadline, EOutput output, const io::event::IEvent* event);
     void DrainError(std::size_t maxBytes);
     void DiscardOutput();
 

@@ -7,10 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdlib>
 #include <set>
 #include <type_traits>
+#include <vector>
 
 #include "tests/api/CPlainData.h"
+#include "tests/api/OwnProcess.h"
 #include "tests/api/TypeNames.h"
 
 namespace zamtest {
@@ -174,6 +177,18 @@ TYPED_TEST(Enumeration, FindsEachMemberByItsNameAndNothingElse) {
         EXPECT_FALSE(zamclientlib::MemberNamed<TypeParam>(text).HasValue()) << text;
     for (const int value : {-1, 99, 5000, INT_MAX, INT_MIN})
         EXPECT_EQ(zamclientlib::NameOf(static_cast<TypeParam>(value)), "");
+}
+
+TEST(EnumerationMembers, AreThereForWhoAsksAtTheVeryEndOfTheProgram) {
+    using zamclientlib::EKbBlockSize;
+    const int result = ResultInAProcessOfItsOwn([]() -> int {
+        static std::vector<EKbBlockSize>& before = *new std::vector<EKbBlockSize>;
+        // Begun before what the library makes at the first question, this ends after it.
+        std::atexit([] { ::_exit(zamclientlib::MembersOf<EKbBlockSize>() == before ? 0 : 1); });
+        before = zamclientlib::MembersOf<EKbBlockSize>();
+        std::exit(2);  // NOLINT(concurrency-mt-unsafe): one thread
+    });
+    EXPECT_EQ(result, 0);
 }
 
 TEST(EnumerationSets, HaveOneBitADayAndAMonth) {

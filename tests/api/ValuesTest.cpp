@@ -57,7 +57,8 @@ TEST(TimeSpan, GoesIntoMillisecondsAndBack) {
     EXPECT_EQ(ToTimeSpan(-1s), (STimeSpan{-1, 0}));
     for (const milliseconds duration :
          {0ms, 1ms, 999ms, 1000ms, -1ms, -999ms, -1000ms, -1001ms, milliseconds::max(),
-          milliseconds::max() - 1ms, milliseconds::min() + 808ms}) {
+          milliseconds::max() - 1ms, milliseconds::min(), milliseconds::min() + 1ms,
+          milliseconds::min() + 807ms, milliseconds::min() + 808ms}) {
         const STimeSpan span = ToTimeSpan(duration);
         EXPECT_LE(span.milliseconds, 999);
         EXPECT_EQ(ToMilliseconds(span), duration) << duration.count();

@@ -129,9 +129,11 @@ TEST_F(Proxy, DropsWhateverItsReleaseMeets) {
     { const ProxyBase proxy(m_invoker, Handle{3}); }
     m_invoker->Failure = [] { throw std::runtime_error("anything"); };
     { const ProxyBase proxy(m_invoker, Handle{4}); }
-    EXPECT_EQ(m_invoker->Requests.size(), 6U);
+    m_invoker->Failure = [] { throw 17; };
+    { const ProxyBase proxy(m_invoker, Handle{5}); }
+    EXPECT_EQ(m_invoker->Requests.size(), 7U);
     {
-        const ProxyBase proxy(m_invoker, Handle{5});
+        const ProxyBase proxy(m_invoker, Handle{6});
         m_invoker->CreateFails = true;
     }
     m_invoker->CreateFails = false;

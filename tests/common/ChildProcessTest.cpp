@@ -5,17 +5,21 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/sched.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdint>
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "support/common/CChildProcess.h"
 #include "support/common/CProcessDevice.h"
@@ -57,6 +61,23 @@ TEST(ChildProcess, GetsFurtherDescriptorsAndNoneOfTheCallers) {
     start.Descriptors = {{6, secret.Get()}};
     // ls itself has its folder open as well, under the first free number.
     EXPECT_EQ(OutputOf(std::move(start)), "hunter20 1 2 3 6 ");
+}
+
+TEST(ChildProcess, IsSentNothingThatACallerPrintsWhoHasClosedItsStandardStreams) {
+    const pid_t caller = ::fork();
+    if (caller == 0) {
+        for (int fd = 0; fd < 3; ++fd)
+            ::close(fd);
+        const SPipe input = MakePipeToWrite("it");
+        const SPipe output = MakePipeToRead("it");
+        bool isClear = true;
+        for (int fd = 0; fd < 3; ++fd)
+            isClear = isClear && ::fcntl(fd, F_GETFD) == -1;
+        ::_exit(isClear ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(caller, &status, 0), caller);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(ChildProcess, HasASessionOfItsOwnAGroupOfItsOwnOrTheCallers) {
@@ -110,6 +131,41 @@ TEST(ChildProcess, ThatSomebodyElseCollectedHasAnUnknownEndAndNoSuccess) {
     ASSERT_TRUE(child.AwaitEnd(DeadlineAfter(30s)));
     EXPECT_EQ(child.WaitStatus(), CChildProcess::UnknownStatus);
     EXPECT_THAT(EndingText(child.WaitStatus()), testing::HasSubstr("unknown"));
+}
+
+TEST(ChildProcess, ThatSomebodyElseCollectedIsNotTakenForTheNextOneOfItsNumber) {
+    CChildProcess child(Shell("exit 0"));
+    if (child.EndToPoll() < 0) GTEST_SKIP() << "nothing but the number tells children apart here";
+    ASSERT_EQ(::waitpid(child.Pid(), nullptr, 0), child.Pid());
+    pid_t number = child.Pid();
+    clone_args next{};
+    next.exit_signal = SIGCHLD;
+    next.set_tid = reinterpret_cast<std::uintptr_t>(&number);
+    next.set_tid_size = 1;
+    const auto pid = ::syscall(SYS_clone3, &next, sizeof next);
+    if (pid == 0) ::_exit(7);
+    if (pid < 0) GTEST_SKIP() << "only root can choose the number of a process";
+    EXPECT_TRUE(child.AwaitEnd(DeadlineAfter(30s)));
+    EXPECT_EQ(child.WaitStatus(), CChildProcess::UnknownStatus);
+    int status = -1;
+    ASSERT_EQ(::waitpid(number, &status, 0), number) << "the caller's own child was collected";
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+}
+
+TEST(ChildProcess, EndsOfEveryKindAreToldAsTheyAre) {
+    for (const auto& [script, isAsExpected] :
+         {std::pair(
+              "exit 200", +[](int status) { return WIFEXITED(status) && WEXITSTATUS(status) == 200; }),
+          std::pair(
+              "kill -KILL $$",
+              +[](int status) { return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL; }),
+          std::pair(
+              "kill -SEGV $$",
+              +[](int status) { return WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV; })}) {
+        CChildProcess child(Shell(script));
+        ASSERT_TRUE(child.AwaitEnd(DeadlineAfter(30s)));
+        EXPECT_TRUE(isAsExpected(child.WaitStatus())) << script << ": " << child.WaitStatus();
+    }
 }
 
 TEST(ChildProcess, OutputEndsWithTheChildThoughItsOffspringHoldsItOpen) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Connecting with options, and what connections and errors tell.
+#include <apigen/CCancellation.h>
 #include <apigen/CallControl.h>
 #include <zamclientlib/CSimpleLogger.h>
 #include <zamclientlib/Connect.h>
@@ -18,6 +19,7 @@
 #include <iterator>
 #include <string>
 #include <system_error>
+#include <thread>
 
 #include "tests/api/CMemoryLogger.h"
 #include "tests/api/TemporaryFolder.h"
@@ -176,6 +178,46 @@ TEST_F(Connect, SaysWhichToolGaveNoVersion) {
                                                   apigen::ProcessLaunchError("", 0))
                   .ErrorNumber(),
               ENOENT);
+}
+
+TEST_F(Connect, WaitsForNoAgreementOfAToolThatGaveNoVersionInTime) {
+    for (const char* const stall : {"exec sleep 60", "exec >&-; exec sleep 60"}) {
+        auto options = Tool(stall);
+        options.ConnectTimeout = 100ms;
+        const auto logger = std::make_shared<zamtest::CMemoryLogger>();
+        options.Logger = logger;
+        (void)Failure<apigen::TimeoutError>([&] { (void)GetAgentApiVersion(options); });
+        EXPECT_THAT(logger->Lines(), testing::Contains(HasSubstr("signal 9")))
+            << "the caller's time would go on while it was asked to end";
+    }
+}
+
+TEST_F(Connect, HasNoConnectionToGoOnWithWhicheverStepOfItFailed) {
+    for (const bool isVersionChecked : {false, true}) {
+        auto stalled = Tool("exec sleep 60");
+        stalled.ConnectTimeout = 100ms;
+        stalled.IsVersionChecked = isVersionChecked;
+        EXPECT_TRUE(Failure<apigen::TimeoutError>([&] { (void)ConnectToAgent(stalled); }).IsConnectionLost());
+        auto odd = Tool("echo hello");
+        odd.IsVersionChecked = isVersionChecked;
+        EXPECT_TRUE(
+            Failure<apigen::BrokenMessageError>([&] { (void)ConnectToAgent(odd); }).IsConnectionLost());
+    }
+}
+
+TEST_F(Connect, IsCancelledWhileAToolThatHasSaidItsVersionDoesNotEnd) {
+    auto options = Tool("exec >&- 2>&-; exec sleep 60");
+    options.ConnectTimeout = 60s;
+    const auto cancellation = std::make_shared<apigen::CCancellation>();
+    const apigen::CCancellableCalls scope(cancellation);
+    std::thread other([&] {
+        ::poll(nullptr, 0, 50);
+        cancellation->Cancel();
+    });
+    (void)Failure<apigen::InterruptedError>([&] { (void)GetAgentApiVersion(options); });
+    other.join();
+    EXPECT_THAT(Failure<apigen::InterruptedError>([&] { (void)GetAgentApiVersion(options); }).what(),
+                HasSubstr("cancelled by the caller"));
 }
 
 TEST_F(Connect, NoticesAToolThatDiedWithoutACall) {

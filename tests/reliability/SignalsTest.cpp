@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Storms of signals, and what the library leaves of a caller's signals and children.
+#include <apigen/CCancellation.h>
+#include <apigen/CallControl.h>
 #include <zamclientlib/ApiClient.h>
+#include <zamclientlib/CSimpleLogger.h>
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -378,6 +382,52 @@ TEST_F(TheCaller, MayCollectEveryChildInAThreadOfItsOwn) {
             OutcomeOf([&] { EXPECT_TRUE(zamclientlib::IsInstallerApiCompatible(tool)); });
         EXPECT_EQ(version.Kind, EOutcome::Success) << version;
     }
+}
+
+bool AreStandardStreamsClosed() {
+    return ::fcntl(0, F_GETFD) == -1 && ::fcntl(1, F_GETFD) == -1 && ::fcntl(2, F_GETFD) == -1;
+}
+
+/// Looks, whenever a call asks whether it is cancelled, what the call has opened.
+class CLookingEvent final : public apigen::io::event::IEvent {
+public:
+    bool IsSet() const override {
+        if (!AreStandardStreamsClosed()) HasFoundAny = true;
+        return false;
+    }
+    std::string Reason() const override { return {}; }
+    int Descriptor() const noexcept override { return m_never.Descriptor(); }
+
+    mutable std::atomic<bool> HasFoundAny = false;
+
+private:
+    apigen::CCancellation m_never;
+};
+
+TEST_F(TheCaller, WhoHasClosedItsStandardStreamsFindsNothingInTheirPlace) {
+    const std::string path = m_folder.Path("socket");
+    const tests::CRawServer server(path);
+    const int result = InAProcessOfItsOwn([&] {
+        for (int fd = 0; fd < 3; ++fd)
+            ::close(fd);
+        const Packages packages = ConnectPackages({"answer=echo"});
+        const auto event = std::make_shared<CLookingEvent>();
+        const apigen::CCancellableCalls outer(event);
+        if (packages->GetPackageNameFromFile("a") != "a" || event->HasFoundAny) return 2;
+        const apigen::CCancellableCalls inner(std::make_shared<apigen::CCancellation>());
+        if (packages->GetPackageNameFromFile("a") != "a" || event->HasFoundAny) return 3;
+        const zamclientlib::CEventsStream stream(tests::ConfigFor(path), nullptr);
+        if (!AreStandardStreamsClosed()) return 4;
+        const zamclientlib::CSimpleLogger logger(m_folder.Path(), "a.log");
+        if (logger.GetError() || !AreStandardStreamsClosed()) return 5;
+
+        std::thread([packages] { OutcomeOf([&] { packages->GetPackageNameFromFile("never"); }); }).detach();
+        const apigen::CCallTimeout timeout(100ms);
+        while (OutcomeOf([&] { packages->GetPackageNameFromFile("a"); }).Kind == EOutcome::Success) {
+        }
+        return event->HasFoundAny ? 6 : 0;
+    });
+    EXPECT_EQ(result, 0);
 }
 
 TEST_F(TheCaller, IsRefusedANegativeTimeLimit) {
