@@ -34,6 +34,7 @@
 namespace zamservice {
 namespace {
 
+using apigen::common::AwayFromStandardStreams;
 using apigen::common::CDescriptor;
 using apigen::common::Clock;
 using apigen::common::DeadlineAfter;
@@ -77,8 +78,8 @@ class CEventSource::Impl {
 public:
     Impl(const std::string& directory, const std::string& name, const SEventSourceOptions& options)
         : m_options(options), m_socket(directory, name, options.StartLimit) {
-        m_epoll = CDescriptor(::epoll_create1(EPOLL_CLOEXEC));
-        m_wake = CDescriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        m_epoll = AwayFromStandardStreams(::epoll_create1(EPOLL_CLOEXEC));
+        m_wake = AwayFromStandardStreams(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
         m_spare = OpenSpare();
         if (!m_epoll || !m_wake || !m_spare) ThrowErrno("Preparing the event source failed");
         Watch(m_socket.Descriptor(), ListenerId);
@@ -163,7 +164,9 @@ private:
 
     bool IsOurs() const noexcept { return m_origin.IsHere(); }
 
-    static CDescriptor OpenSpare() noexcept { return CDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+    static CDescriptor OpenSpare() noexcept {
+        return AwayFromStandardStreams(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    }
 
     void Watch(int descriptor, Id id) {
         epoll_event event{};
@@ -254,7 +257,7 @@ private:
 
     void Accept() {
         while (true) {
-            CDescriptor connection(
+            CDescriptor connection = AwayFromStandardStreams(
                 ::accept4(m_socket.Descriptor(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
             if (connection) {
                 if (IsWelcome(connection.Get())) Add(std::move(connection));

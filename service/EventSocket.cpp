@@ -22,6 +22,7 @@
 namespace zamservice {
 namespace {
 
+using apigen::common::AwayFromStandardStreams;
 using apigen::common::CDescriptor;
 using apigen::common::Clock;
 using apigen::common::RetryInterrupted;
@@ -57,7 +58,8 @@ CDescriptor OpenPrivateDirectory(const std::string& directory, const std::string
     constexpr mode_t OthersMask = S_IRWXG | S_IRWXO;
     const bool isNew = ::mkdir(directory.c_str(), S_IRWXU) == 0;
     if (!isNew && errno != EEXIST) ThrowErrno("Making the directory " + directory + " failed");
-    CDescriptor opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    CDescriptor opened =
+        AwayFromStandardStreams(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!opened) ThrowErrno("Opening the directory " + directory + " failed");
     struct stat status {};
     if (::fstat(opened.Get(), &status) != 0) ThrowErrno("Examining the directory " + directory + " failed");
@@ -77,7 +79,8 @@ CDescriptor OpenPrivateDirectory(const std::string& directory, const std::string
 }
 
 CDescriptor NewSocket() {
-    CDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    CDescriptor socket =
+        AwayFromStandardStreams(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket) ThrowErrno("Making the event socket failed");
     return socket;
 }

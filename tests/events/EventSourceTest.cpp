@@ -3,6 +3,7 @@
 #include <apigen/ApiException.h>
 #include <zamservice/EventSource.h>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
@@ -349,6 +350,22 @@ TEST_F(EventSource, RestsWhileItCanNeitherAcceptAClientNorTurnItAway) {
         CEventsStream stream(m_source->Config(), nullptr);
         m_source->Publish(NumberedEvent(1));
         return stream.Read().Id == 1 ? 0 : 7;
+    });
+    EXPECT_EQ(result, 0);
+}
+
+TEST_F(EventSource, SendsNobodyWhatAServicePrintsWhoseStandardStreamsAreClosed) {
+    const int result = zamtest::ResultInAProcessOfItsOwn([this] {
+        const auto areClosed = [] {
+            return ::fcntl(0, F_GETFD) == -1 && ::fcntl(1, F_GETFD) == -1 && ::fcntl(2, F_GETFD) == -1;
+        };
+        for (int fd = 0; fd < 3; ++fd)
+            ::close(fd);
+        Make({});
+        if (!areClosed()) return 2;
+        const CEventsStream stream(m_source->Config(), nullptr);
+        if (m_source->SubscriberCount() != 1) return 3;
+        return areClosed() ? 0 : 4;
     });
     EXPECT_EQ(result, 0);
 }
