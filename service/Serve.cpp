@@ -33,14 +33,12 @@ using apigen::common::CDescriptorDevice;
     throw std::system_error(errno, std::generic_category(), attempt);
 }
 
-/// A service without standard error, or with nobody to ask it anything, is one all the same; the missing stream
-/// becomes an empty one, so that no other file ever gets its number. Without an output there is nobody to serve.
+/// A service without standard error, or with nobody to ask it anything, is one all the same. Without an output there is
+/// nobody to serve.
 void OpenStandardStreams() {
     if (::fcntl(STDOUT_FILENO, F_GETFD) < 0) ThrowErrno("Taking over a standard stream");
-    for (const int stream : {STDIN_FILENO, STDERR_FILENO}) {
-        if (::fcntl(stream, F_GETFD) >= 0) continue;
-        if (::open("/dev/null", O_RDWR) != stream) ThrowErrno("Opening a standard stream");
-    }
+    for (const int stream : {STDIN_FILENO, STDERR_FILENO})
+        if (!apigen::common::OpenStandardStream(stream)) ThrowErrno("Opening a standard stream");
 }
 
 /// Moves a standard stream to a descriptor of our own, and puts `replacement` in its place.

@@ -174,9 +174,8 @@ int ServeByShared(const std::string& folder) {
             throw std::runtime_error("$" + std::string(Variable) + " has to be an absolute path, not " +
                                      folder);
         }
-        if (::fcntl(STDIN_FILENO, F_GETFD) < 0 && ::open("/dev/null", O_RDONLY) != STDIN_FILENO) {
+        if (!apigen::common::OpenStandardStream(STDIN_FILENO))
             zamservice::ThrowErrno("Opening a standard stream failed");
-        }
         const CDescriptor agent = JoinOrStart(folder);
         if (const auto code = Receive(agent)) return *code;
     } catch (const std::exception& error) {

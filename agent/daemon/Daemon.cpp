@@ -64,6 +64,8 @@ private:
 };
 
 void PrepareProcess() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        apigen::common::OpenStandardStream(stream);
     ::umask(S_IRWXG | S_IRWXO);
     // In every thread that is made from now on; the loop takes them.
     sigset_t taken;

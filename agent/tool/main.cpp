@@ -4,7 +4,6 @@
 #include <zamclientlib/Exceptions.h>
 #include <zamservice/Service.h>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -21,6 +20,7 @@
 #include "agent/tool/Connection.h"
 #include "agent/tool/ToolLog.h"
 #include "service/Failure.h"
+#include "support/common/CDescriptor.h"
 #include "support/common/FrameHeader.h"
 #include "support/common/Waiting.h"
 
@@ -90,15 +90,9 @@ int StayWith(const CDescriptor& control) {
     }
 }
 
-/// A stream that is missing becomes an empty one, so that no socket of ours takes its number.
-void OpenStandardStreams() {
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (::fcntl(stream, F_GETFD) < 0) ::open("/dev/null", O_RDWR);
-    }
-}
-
 int Connect(const std::string& logName) {
-    OpenStandardStreams();
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        apigen::common::OpenStandardStream(stream);
     std::signal(SIGPIPE, SIG_IGN);
     try {
         const SFolders folders = FoldersOfProcess();

@@ -50,4 +50,11 @@ inline CDescriptor AwayFromStandardStreams(int fd) noexcept {
     return CDescriptor(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 
+/// For a program's start: a standard stream that is closed becomes an empty one, so that no other file ever gets its
+/// number. Those with lower numbers come first.
+/// \return false, with errno, when it stays closed
+inline bool OpenStandardStream(int stream) noexcept {
+    return ::fcntl(stream, F_GETFD) >= 0 || ::open("/dev/null", O_RDWR) == stream;
+}
+
 }  // namespace apigen::common

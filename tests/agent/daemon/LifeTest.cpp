@@ -209,6 +209,16 @@ TEST_F(CDaemonLifeTest, TheStarterIsToldWhenTheDaemonIsReady) {
     ::close(pipe[0]);
 }
 
+TEST_F(CDaemonLifeTest, WhatItPrintsGoesToNoFileOfItsOwnWhenItsStreamsAreClosed) {
+    CChild daemon({"sh", "-c", "exec \"$0\" <&- >&- 2>&-", Daemon()});
+    ASSERT_TRUE(Eventually([&] { return DaemonPid() == daemon.Pid(); }));
+    EXPECT_NE(Connect()->GetSessionId(), apigen::Guid{});
+    for (const char* const stream : {"0", "1", "2"}) {
+        const std::string path = "/proc/" + std::to_string(daemon.Pid()) + "/fd/" + stream;
+        EXPECT_EQ(std::filesystem::read_symlink(path), "/dev/null");
+    }
+}
+
 TEST_F(CDaemonLifeTest, SighupTakesUpNewSettingsAndAMistakeChangesNothing) {
     Write("tarvod.conf", "[sessions]\nat_once = 3\n");
     const auto control = Connect();
