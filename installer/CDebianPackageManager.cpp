@@ -125,11 +125,6 @@ std::string CannotInstall(const std::filesystem::path& file) {
     return "Can't install " + Quoted(file.string());
 }
 
-// Where the entry of an archive stands in the system, from its root: "./opt/file" is "opt/file".
-std::filesystem::path PathInside(const std::filesystem::path& entry) {
-    return entry.lexically_normal().relative_path();
-}
-
 std::string Joined(const std::vector<std::string>& texts) {
     std::string joined;
     for (const std::string& text : texts)
@@ -257,7 +252,7 @@ CDebianPackageManager::SNeeds CDebianPackageManager::Check(const std::vector<std
 CDebianPackageManager::SPackageFile CDebianPackageManager::CheckFile(const std::string& path,
                                                                      EPurpose purpose) const {
     SReadableFile readable = RequireReadableFile(path);
-    SPackageFile file{std::move(readable.Path), readable.Status, {}, {}, {}, {}};
+    SPackageFile file{std::move(readable.Path), readable.Status, {}, {}, {}, {}, {}};
     if (m_context.IsRunningSystem() && file.Path.extension() != ".deb") {
         ThrowBadFile(file.Path, "apt-get takes only files whose name ends in .deb");
     }
@@ -266,7 +261,12 @@ CDebianPackageManager::SPackageFile CDebianPackageManager::CheckFile(const std::
     file.Version = std::move(identity.Version);
     file.Architecture = std::move(identity.Architecture);
     RequireWholeArchive(file.Path);
-    RequireNoWayOut(file);
+    if (!m_context.IsRunningSystem()) {
+        file.Folders = ListedFolders(CannotInstall(file.Path),
+                                     R"(dpkg-deb --fsys-tarfile -- "$1" | tar -t --quoting-style=literal)",
+                                     file.Path.string());
+        file.BroughtLinks = ListedLinks(file);
+    }
     const auto entry = Look(file.Name);
     if (entry && entry->IsPresent()) RequireNoWayOut(file.Name);
     if (entry && entry->IsInstalled()) {
@@ -296,55 +296,43 @@ void CDebianPackageManager::RequireObtainable(const std::string& packageName, EP
     }
 }
 
-void CDebianPackageManager::RequireNoWayOut(SPackageFile& file) const {
-    if (m_context.IsRunningSystem()) return;
-    file.Folders = FoldersWithoutWayOut(CannotInstall(file.Path),
-                                        R"(dpkg-deb --fsys-tarfile -- "$1" | tar -t --quoting-style=literal)",
-                                        file.Path.string());
-}
-
-void CDebianPackageManager::RequireNoWayOut(const std::string& installedPackage) const {
-    if (m_context.IsRunningSystem()) return;
-    FoldersWithoutWayOut("Can't replace or remove the package '" + installedPackage + "'",
-                         R"(dpkg-query --admindir="$2" --listfiles -- "$1")", installedPackage);
-}
-
 void CDebianPackageManager::RequireNoWayOut(const std::vector<SPackageFile>& files) const {
-    if (m_context.IsRunningSystem()) return;
-    for (const SPackageFile& linking : files) {
-        for (const std::filesystem::path& link : LinksOut(linking)) {
-            for (const SPackageFile& file : files) {
-                const bool isBehind =
-                    std::any_of(file.Folders.begin(), file.Folders.end(), [&](const std::string& folder) {
-                        const std::string inside = PathInside(folder).native() + "/";
-                        return inside.starts_with(link.native() + "/");
-                    });
-                if (isBehind) ThrowWayOut(CannotInstall(file.Path), link, &linking);
-            }
+    Links brought;
+    for (const SPackageFile& file : files)
+        brought.insert(file.BroughtLinks.begin(), file.BroughtLinks.end());
+    for (const SPackageFile& file : files) {
+        for (const std::filesystem::path& folder : file.Folders) {
+            const auto link = FindWayOut(m_context.Root, folder, brought);
+            if (!link) continue;
+            const auto bringing = std::find_if(files.begin(), files.end(), [&](const SPackageFile& each) {
+                return each.BroughtLinks.contains(link->lexically_relative(m_context.Root));
+            });
+            ThrowWayOut(CannotInstall(file.Path), *link, bringing != files.end() ? bringing->Name : "");
         }
     }
 }
 
-std::vector<std::string> CDebianPackageManager::FoldersWithoutWayOut(const std::string& attempt,
-                                                                     const std::string& listing,
-                                                                     const std::string& argument) const {
+void CDebianPackageManager::RequireNoWayOut(const std::string& installedPackage) const {
+    if (m_context.IsRunningSystem()) return;
+    const std::string attempt = "Can't replace or remove the package '" + installedPackage + "'";
+    for (const std::filesystem::path& folder :
+         ListedFolders(attempt, R"(dpkg-query --admindir="$2" --listfiles -- "$1")", installedPackage))
+        if (const auto link = FindWayOut(m_context.Root, folder)) ThrowWayOut(attempt, *link, "");
+}
+
+std::vector<std::filesystem::path> CDebianPackageManager::ListedFolders(const std::string& attempt,
+                                                                        const std::string& listing,
+                                                                        const std::string& argument) const {
+    std::vector<std::filesystem::path> folders;
     // Of many files few folders remain.
-    std::vector<std::string> folders =
-        Lines(attempt, listing + R"( | sed 's,/*[^/]*/*$,,' | sort -u)", argument);
-    std::erase_if(folders, [](const std::string& folder) {
-        return !folder.starts_with('/') && !folder.starts_with("./");
-    });
-    for (const std::string& folder : folders) {
-        if (const auto link = FindWayOut(m_context.Root, folder))
-            ThrowWayOut(attempt, link->lexically_relative(m_context.Root), nullptr);
-    }
+    for (std::string& folder : Lines(attempt, listing + R"( | sed 's,/*[^/]*/*$,,' | sort -u)", argument))
+        if (folder.starts_with('/') || folder.starts_with("./")) folders.emplace_back(std::move(folder));
     return folders;
 }
 
-// Where they stand in the system, those that a package brings.
-std::vector<std::filesystem::path> CDebianPackageManager::LinksOut(const SPackageFile& file) const {
+Links CDebianPackageManager::ListedLinks(const SPackageFile& file) const {
     constexpr std::string_view arrow = " -> ";
-    std::vector<std::filesystem::path> links;
+    Links links;
     // Behind mode, owner, size, date and time stand path and target.
     for (const std::string& line :
          Lines(CannotInstall(file.Path),
@@ -353,12 +341,8 @@ std::vector<std::filesystem::path> CDebianPackageManager::LinksOut(const SPackag
                file.Path.string())) {
         const std::size_t end = line.find(arrow);
         if (end == std::string::npos) continue;
-        const std::filesystem::path link = PathInside(line.substr(0, end));
-        const std::filesystem::path target = line.substr(end + arrow.size());
-        const std::filesystem::path inside = (link.parent_path() / target).lexically_normal();
-        const bool isOut = target.is_absolute() || (!inside.empty() && *inside.begin() == "..") ||
-                           FindWayOut(m_context.Root, inside).has_value();
-        if (isOut) links.push_back(link);
+        const std::filesystem::path entry = line.substr(0, end);
+        links.emplace(entry.lexically_normal().relative_path(), line.substr(end + arrow.size()));
     }
     return links;
 }
@@ -379,10 +363,9 @@ std::vector<std::string> CDebianPackageManager::Lines(const std::string& attempt
 }
 
 void CDebianPackageManager::ThrowWayOut(const std::string& attempt, const std::filesystem::path& link,
-                                        const SPackageFile* bringing) const {
-    throw CGenericException(attempt + ": it has files behind the link " +
-                            Quoted((m_context.Root / link).string()) +
-                            (bringing != nullptr ? " of the package '" + bringing->Name + "'" : "") +
+                                        const std::string& bringing) const {
+    throw CGenericException(attempt + ": it has files behind the link " + Quoted(link.string()) +
+                            (bringing.empty() ? "" : " of the package '" + bringing + "'") +
                             ", which leads dpkg out of " + Quoted(m_context.Root.string()) + ".");
 }
 

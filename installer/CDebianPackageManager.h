@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "installer/CommandRunner.h"
+#include "installer/InsideRoot.h"
 #include "installer/SInstallerContext.h"
 
 namespace installer {
@@ -55,7 +56,8 @@ private:
         std::string Name;
         std::string Version;
         std::string Architecture;
-        std::vector<std::string> Folders;  // of its files; known for another root only
+        std::vector<std::filesystem::path> Folders;  // of its files; known for another root only
+        Links BroughtLinks;                          // likewise
     };
     enum class EPurpose {
         Install,
@@ -73,16 +75,15 @@ private:
     void RequireObtainable(const std::string& packageName, EPurpose purpose) const;
     // dpkg itself takes links of another root in the sense of the running system, and would write there: links that
     // are there already, and those that one package brings along for the next.
-    void RequireNoWayOut(SPackageFile& file) const;
-    void RequireNoWayOut(const std::string& installedPackage) const;
     void RequireNoWayOut(const std::vector<SPackageFile>& files) const;
-    std::vector<std::string> FoldersWithoutWayOut(const std::string& attempt, const std::string& listing,
-                                                  const std::string& argument) const;
-    std::vector<std::filesystem::path> LinksOut(const SPackageFile& file) const;
+    void RequireNoWayOut(const std::string& installedPackage) const;
+    std::vector<std::filesystem::path> ListedFolders(const std::string& attempt, const std::string& listing,
+                                                     const std::string& argument) const;
+    Links ListedLinks(const SPackageFile& file) const;
     std::vector<std::string> Lines(const std::string& attempt, const std::string& script,
                                    const std::string& argument) const;
     [[noreturn]] void ThrowWayOut(const std::string& attempt, const std::filesystem::path& link,
-                                  const SPackageFile* bringing) const;
+                                  const std::string& bringing) const;
     void RequireNoDowngrade(const SPackageFile& file, const SDatabaseEntry& installed) const;
     void InstallListed(const std::vector<std::string>& entries, EPurpose purpose) const;
     void Change(const std::string& what, const SCommand& command) const;

@@ -116,17 +116,33 @@ std::optional<std::filesystem::path> ResolveInside(const std::filesystem::path& 
 }
 
 std::optional<std::filesystem::path> FindWayOut(const std::filesystem::path& root,
-                                                const std::filesystem::path& path) {
-    std::filesystem::path inside;
-    for (const std::filesystem::path& part : path.relative_path().lexically_normal()) {
-        inside /= part;
+                                                const std::filesystem::path& path, const Links& coming) {
+    namespace fs = std::filesystem;
+    std::vector<std::string> parts;
+    PushParts(parts, path.relative_path().lexically_normal().native());
+    std::optional<fs::path> link;  // the last on the way
+    int links = 0;
+    for (fs::path at; !parts.empty();) {
+        const std::string name = std::move(parts.back());
+        parts.pop_back();
+        if (name.empty() || name == ".") continue;
+        if (name == "..") {
+            if (at.empty() && link) return link;
+            at = at.parent_path();
+            continue;
+        }
+        at /= name;
         std::error_code error;
-        const std::filesystem::path outside = root / inside;
-        const auto status = std::filesystem::symlink_status(outside, error);
-        if (!std::filesystem::exists(status)) return std::nullopt;
-        if (!std::filesystem::is_symlink(status)) continue;
-        const auto target = ResolveInside(root, inside.native());
-        if (!target || std::filesystem::canonical(outside, error) != *target) return outside;
+        const auto kind = fs::symlink_status(root / at, error).type();
+        const auto made = coming.find(at);
+        const bool isMade = made != coming.end() && kind != fs::file_type::directory;
+        if (!isMade && kind != fs::file_type::symlink) continue;
+        if (++links > mostLinks) return std::nullopt;  // nobody gets anywhere by these
+        const fs::path target = isMade ? made->second : fs::read_symlink(root / at, error);
+        link = root / at;
+        if (target.is_absolute()) return link;
+        at = at.parent_path();
+        PushParts(parts, target.native());
     }
     return std::nullopt;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string_view>
 
@@ -18,9 +19,13 @@ apigen::common::CDescriptor OpenInside(const std::filesystem::path& root, std::s
 // Empty, with errno set, when it isn't there.
 std::optional<std::filesystem::path> ResolveInside(const std::filesystem::path& root, std::string_view path);
 
-// The first link on the way to `path` by which a program that knows nothing of `root` gets elsewhere than the
-// system does; empty when there is none. What isn't there yet is no link.
+// Links by where they stand in a system, without a slash in front, and their targets.
+using Links = std::map<std::filesystem::path, std::filesystem::path>;
+
+// The link by which a program that knows nothing of `root` gets out of it on its way to `path`; empty when there is
+// none. What isn't there yet is no link, but for those that are about to be made: they are to come in the place of
+// everything but a folder.
 std::optional<std::filesystem::path> FindWayOut(const std::filesystem::path& root,
-                                                const std::filesystem::path& path);
+                                                const std::filesystem::path& path, const Links& coming = {});
 
 }  // namespace installer

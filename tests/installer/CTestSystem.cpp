@@ -39,9 +39,14 @@ std::filesystem::path CTestSystem::Build(const STestPackage& package, const std:
         std::filesystem::create_directories(link.parent_path());
         std::filesystem::create_symlink(package.LinkTarget, link);
     }
-    for (int i = 0; i < package.MoreLinks; ++i)
-        std::filesystem::create_symlink("nowhere", m_packages.Path() / tree / "usr/share" / package.Name /
-                                                       (std::string(200, 'x') + std::to_string(i)));
+    if (package.MoreLinks != 0) {
+        std::filesystem::path deep = m_packages.Path() / tree / "usr/share" / package.Name;
+        for (int depth = 0; depth < 10; ++depth)
+            deep /= std::string(200, 'x');
+        std::filesystem::create_directories(deep);
+        for (int i = 0; i < package.MoreLinks; ++i)
+            std::filesystem::create_symlink("nowhere", deep / std::to_string(i));
+    }
     if (!package.PostInst.empty()) {
         const auto script = m_packages.WriteScript(tree + "/DEBIAN/postinst", package.PostInst);
         std::filesystem::permissions(script, std::filesystem::perms(0755));

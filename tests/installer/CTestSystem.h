@@ -19,7 +19,7 @@ struct STestPackage {
     std::string File = {};         // another file that it holds, "usr/share/x"
     std::string Link = {};         // a link that it holds
     std::string LinkTarget = {};
-    int MoreLinks = 0;  // to nowhere
+    int MoreLinks = 0;  // to nowhere, far down
 };
 
 class CTestSystem {

@@ -421,11 +421,16 @@ TEST_F(PackageManager, LinksThatOnePackageBringsDoNotLetDpkgWriteAnothersFilesTo
         ExpectAbsent("linking");
         ExpectAbsent("behind");
     }
+    EXPECT_THROW_WITH(
+        m_packages.InstalLocalPackages(
+            {behind, m_system.Build({.Name = "first", .Link = "opt/my data", .LinkTarget = "way"}),
+             m_system.Build({.Name = "second", .Link = "opt/way", .LinkTarget = outside.Path().string()})}),
+        CGenericException, "opt/way\" of the package 'second'");
     EXPECT_TRUE(std::filesystem::is_empty(outside.Path()));
     EXPECT_THROW_WITH(m_packages.InstalLocalPackages({behind, m_system.Build({.Name = "many",
                                                                               .Link = "opt/my data",
                                                                               .LinkTarget = "/no/such",
-                                                                              .MoreLinks = 20'000})}),
+                                                                              .MoreLinks = 2500})}),
                       CGenericException, "of the package 'many'");
 
     // Beside such a link, and behind one that stays inside, everything goes on as ever.
@@ -436,6 +441,13 @@ TEST_F(PackageManager, LinksThatOnePackageBringsDoNotLetDpkgWriteAnothersFilesTo
              {.Name = "inside", .File = "opt/real/file", .Link = "opt/my data", .LinkTarget = "real"}),
          behind});
     EXPECT_TRUE(std::filesystem::exists(m_system.Root() / "opt/real/folder/file"));
+
+    // dpkg puts no link in the place of a folder.
+    std::filesystem::create_directories(m_system.Root() / "opt/stays");
+    m_packages.InstalLocalPackages(
+        {m_system.Build({.Name = "late", .Link = "opt/stays", .LinkTarget = outside.Path().string()}),
+         m_system.Build({.Name = "within", .File = "opt/stays/file"})});
+    EXPECT_TRUE(std::filesystem::exists(m_system.Root() / "opt/stays/file"));
 }
 
 TEST_F(PackageManager, ABrokenDatabaseIsAnErrorAndNoAbsence) {
