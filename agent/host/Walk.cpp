@@ -164,19 +164,20 @@ private:
 /// half of one. In a name that is none, it stands for a byte.
 class CUtf8Names {
 public:
-    CUtf8Names() noexcept
-        : m_locale(::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)),
-          m_before(m_locale != nullptr ? ::uselocale(m_locale) : nullptr) {}
+    CUtf8Names() noexcept : m_before(Utf8() != nullptr ? ::uselocale(Utf8()) : nullptr) {}
     CUtf8Names(const CUtf8Names&) = delete;
     CUtf8Names& operator=(const CUtf8Names&) = delete;
     ~CUtf8Names() {
-        if (m_locale == nullptr) return;
-        ::uselocale(m_before);
-        ::freelocale(m_locale);
+        if (m_before != nullptr) ::uselocale(m_before);
     }
 
 private:
-    locale_t m_locale;
+    /// Loaded once, and for as long as there is any thread.
+    static locale_t Utf8() noexcept {
+        static const locale_t locale = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        return locale;
+    }
+
     locale_t m_before;
 };
 
