@@ -19,6 +19,7 @@
 #include "agent/host/Walk.h"
 #include "support/common/CChildProcess.h"
 #include "tests/MessageOf.h"
+#include "tests/Sanitized.h"
 #include "tests/agent/CTemporaryFolder.h"
 #include "tests/agent/TreeText.h"
 
@@ -34,6 +35,11 @@ const std::string Job = "11111111-2222-3333-4444-555555555555";
 
 class ResticEngine : public testing::Test {
 protected:
+    void SetUp() override {
+        // Its words and its faults are, in the tests beside this one, and what calls it, in those of the API.
+        if (tests::IsSanitized) GTEST_SKIP() << "the engine's own work is not watched";
+    }
+
     SEngineStore Store(std::uint64_t chain = 1, std::optional<std::string> password = {}) {
         return {StoreFolder(m_folder.Folder("location"), Job, chain), std::move(password)};
     }
