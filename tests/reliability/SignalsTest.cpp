@@ -421,10 +421,14 @@ TEST_F(TheCaller, WhoHasClosedItsStandardStreamsFindsNothingInTheirPlace) {
         const zamclientlib::CSimpleLogger logger(m_folder.Path(), "a.log");
         if (logger.GetError() || !AreStandardStreamsClosed()) return 5;
 
-        std::thread([packages] { OutcomeOf([&] { packages->GetPackageNameFromFile("never"); }); }).detach();
+        std::thread other([&] {
+            const apigen::CCallTimeout timeout(2s);
+            OutcomeOf([&] { packages->GetPackageNameFromFile("never"); });
+        });
         const apigen::CCallTimeout timeout(100ms);
         while (OutcomeOf([&] { packages->GetPackageNameFromFile("a"); }).Kind == EOutcome::Success) {
         }
+        other.join();
         return event->HasFoundAny ? 6 : 0;
     });
     EXPECT_EQ(result, 0);
